@@ -1,0 +1,94 @@
+#pragma once
+
+#include "accounts/Account.h"
+#include "base/Observers.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+// What changed in a store notification (flags; several may be set).
+enum StoreChange : unsigned {
+    StoreChangeAccounts = 1u << 0,
+    StoreChangeSelection = 1u << 1,
+    StoreChangeSettings = 1u << 2,
+};
+
+// The single source of truth for the accounts, the selection and the
+// settings, kept in accounts.json. Every operation ends with save() (unless it
+// changed nothing); setting a property directly notifies observers but does
+// not save: the caller calls save() right after. Nothing here throws.
+class AccountStore {
+public:
+    // Called with a dataStoreID whose website data no remaining account uses.
+    using DataStoreRemover = std::function<void(const std::string& dataStoreID)>;
+
+    // Loads accounts.json; never saves.
+    AccountStore();
+    AccountStore(const AccountStore&) = delete;
+    AccountStore& operator=(const AccountStore&) = delete;
+
+    void load();
+    void save();
+
+    const Account& addAccount();
+    const Account& addOutlookAccount();
+    const Account& addCalendar(const Account& mail);
+    void remove(const Account& account);
+    void update(const Account& account);
+    void move(const Account& account, int offset);
+    void select(int index);
+
+    const std::vector<Account>& accounts() const { return m_accounts; }
+    std::vector<Account> mailAccounts() const;
+    std::vector<Account> calendarAccounts() const;
+    const Account* account(const std::string& id) const;
+
+    const std::optional<std::string>& selectedAccountID() const { return m_selectedAccountID; }
+    const std::optional<std::string>& defaultMailtoAccountID() const { return m_defaultMailtoAccountID; }
+    const std::optional<std::string>& lastUsedSenderID() const { return m_lastUsedSenderID; }
+    bool alwaysAskOnMailto() const { return m_alwaysAskOnMailto; }
+    bool showDockBadge() const { return m_showDockBadge; }
+    bool notificationsEnabled() const { return m_notificationsEnabled; }
+
+    void setSelectedAccountID(std::optional<std::string> id);
+    void setDefaultMailtoAccountID(std::optional<std::string> id);
+    void setLastUsedSenderID(std::optional<std::string> id);
+    void setAlwaysAskOnMailto(bool value);
+    void setShowDockBadge(bool value);
+    void setNotificationsEnabled(bool value);
+
+    // Replaces the default remover (which deletes the data and cache folders
+    // of AppPaths) so the web layer can drop its live sessions first.
+    void setDataStoreRemover(DataStoreRemover remover) { m_removeDataStore = std::move(remover); }
+
+    using ChangeObservers = Observers<unsigned /* StoreChange flags */>;
+    [[nodiscard]] ChangeObservers::Subscription observe(ChangeObservers::Callback callback) {
+        return m_observers.add(std::move(callback));
+    }
+
+    // Upper bound on the size of accounts.json that is read at all.
+    static constexpr size_t kMaxFileBytes = 8 * 1024 * 1024;
+
+private:
+    void normalizeOrder();
+    const Account& insertNew(Account account, std::optional<size_t> after);
+    void notify(unsigned change) { m_observers.notify(change); }
+
+    // Owned state
+    std::vector<Account> m_accounts;
+    std::optional<std::string> m_selectedAccountID;
+    std::optional<std::string> m_defaultMailtoAccountID;
+    std::optional<std::string> m_lastUsedSenderID;
+    bool m_alwaysAskOnMailto = true;
+    bool m_showDockBadge = false;
+    bool m_notificationsEnabled = false;
+
+    DataStoreRemover m_removeDataStore;
+    ChangeObservers m_observers;
+};
+
+} // namespace orvane

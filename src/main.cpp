@@ -1,0 +1,5 @@
+#include "app/OrvaneApp.h"
+
+int main(int argc, char** argv) {
+    return orvane::runOrvane(argc, argv);
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "accounts/AccountService.h"
+#include "services/MailtoComponents.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace orvane {
+
+// Everything that differs between the web services Orvane hosts. Exactly three
+// entries exist, built once on first use and read-only afterwards. Their home
+// address and in-app hosts may be replaced for the whole run by the JSON file
+// named in ORVANE_SERVICE_OVERRIDES (self-hosted or regional deployments,
+// and the test suite's local pages).
+struct MailService {
+    using TitleCount = std::function<std::optional<int64_t>(const std::optional<std::string>& title)>;
+    using TitleLabel = std::function<std::optional<std::string>(const std::optional<std::string>& title)>;
+    using ComposeBuilder = std::function<std::string(const MailtoComponents&)>;
+
+    std::string homeURL;
+    std::set<std::string> inAppHosts;          // lower case, exact host names
+    std::optional<std::string> unreadPollJS;   // evaluated every 5 s; returns an integer
+    TitleCount unread;
+    TitleLabel label;
+    ComposeBuilder composeJS;                  // empty when the service cannot compose
+    std::optional<std::string> attachClickJS;  // async function body → {x, y} or null
+    std::optional<std::string> photoJS;        // async function body(acctName) → text
+
+    // Resource names of the scripts above, for error messages that name a file.
+    std::string composeScriptName;
+    std::string attachScriptName;
+    std::string photoScriptName;
+    std::string unreadPollScriptName;
+
+    static const MailService& gmail();
+    static const MailService& calendar();
+    static const MailService& outlook();
+    // mail or absent → gmail, calendar → calendar, outlook → outlook.
+    static const MailService& forService(std::optional<AccountService> service);
+};
+
+// Public hosts Orvane knows by role (see docs/platform.md).
+namespace ServiceHosts {
+inline constexpr std::string_view kGmail = "mail.google.com";
+inline constexpr std::string_view kGoogleSignIn = "accounts.google.com";
+inline constexpr std::string_view kGoogleCalendar = "calendar.google.com";
+inline constexpr std::string_view kGoogleMain = "google.com";
+inline constexpr std::string_view kGoogleMainWWW = "www.google.com";
+} // namespace ServiceHosts
+
+// The text as a JSON string literal (quotes included) for use inside a page
+// script; "\"\"" if it cannot be encoded.
+std::string jsonLiteral(std::string_view text);
+
+} // namespace orvane

@@ -1,0 +1,119 @@
+#include "support/FixtureServer.h"
+
+#include "base/Files.h"
+
+#include <glib.h>
+
+namespace orvane::test {
+
+std::string FixtureServer::fixturesDir() { return ORVANE_FIXTURES_DIR; }
+
+FixtureServer::FixtureServer()
+    : m_server(adopt(soup_server_new(nullptr, nullptr))) {
+    soup_server_add_handler(m_server.get(), nullptr, &FixtureServer::onRequest, this, nullptr);
+    GErrorPtr error;
+    if (!soup_server_listen_local(m_server.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, GErrorOut(error)))
+        g_error("fixture server: %s", error ? error->message : "cannot listen");
+    GSList* uris = soup_server_get_uris(m_server.get());
+    if (uris)
+        m_port = static_cast<unsigned>(g_uri_get_port(static_cast<GUri*>(uris->data)));
+    g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
+}
+
+FixtureServer::~FixtureServer() {
+    soup_server_disconnect(m_server.get());
+}
+
+std::string FixtureServer::uri(const std::string& path) const {
+    return uriOnHost("127.0.0.1", path);
+}
+
+std::string FixtureServer::uriOnHost(const std::string& host, const std::string& path) const {
+    return "http://" + host + ":" + std::to_string(m_port) + path;
+}
+
+void FixtureServer::handle(const std::string& path, Handler handler) {
+    m_handlers[path] = std::move(handler);
+}
+
+void FixtureServer::serve(const std::string& path, std::string body, std::string contentType) {
+    handle(path, [body = std::move(body), contentType = std::move(contentType)](SoupServerMessage* message, const std::string&) {
+        soup_server_message_set_status(message, 200, nullptr);
+        soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(), body.size());
+    });
+}
+
+int FixtureServer::requestCount(const std::string& path) const {
+    auto it = m_requests.find(path);
+    return it == m_requests.end() ? 0 : static_cast<int>(it->second.size());
+}
+
+std::vector<FixtureServer::Request> FixtureServer::requests(const std::string& path) const {
+    auto it = m_requests.find(path);
+    return it == m_requests.end() ? std::vector<Request>() : it->second;
+}
+
+void FixtureServer::resetCounts() { m_requests.clear(); }
+
+void FixtureServer::onRequest(SoupServer*, SoupServerMessage* message, const char* path, GHashTable*, gpointer data) {
+    auto* self = static_cast<FixtureServer*>(data);
+    Request request;
+    request.method = soup_server_message_get_method(message);
+    request.path = path;
+    if (const char* query = g_uri_get_query(soup_server_message_get_uri(message)))
+        request.query = query;
+    SoupMessageHeadersIter iter;
+    soup_message_headers_iter_init(&iter, soup_server_message_get_request_headers(message));
+    const char* name;
+    const char* value;
+    while (soup_message_headers_iter_next(&iter, &name, &value)) {
+        GCharPtr lower(g_ascii_strdown(name, -1));
+        request.headers[lower.get()] = value;
+    }
+    self->m_requests[request.path].push_back(request);
+
+    if (auto it = self->m_handlers.find(path); it != self->m_handlers.end()) {
+        auto handler = it->second; // the handler may replace itself
+        handler(message, path);
+        return;
+    }
+    self->serveFile(message, path);
+}
+
+static const char* contentTypeFor(const std::string& path) {
+    auto endsWith = [&](const char* ext) { return g_str_has_suffix(path.c_str(), ext); };
+    if (endsWith(".html"))
+        return "text/html; charset=utf-8";
+    if (endsWith(".js"))
+        return "text/javascript; charset=utf-8";
+    if (endsWith(".css"))
+        return "text/css";
+    if (endsWith(".png"))
+        return "image/png";
+    if (endsWith(".jpg") || endsWith(".jpeg"))
+        return "image/jpeg";
+    if (endsWith(".svg"))
+        return "image/svg+xml";
+    if (endsWith(".pdf"))
+        return "application/pdf";
+    return "application/octet-stream";
+}
+
+void FixtureServer::serveFile(SoupServerMessage* message, const std::string& path) {
+    std::string relative = path;
+    if (relative.empty() || relative.back() == '/')
+        relative += "index.html";
+    if (relative.find("..") != std::string::npos) {
+        soup_server_message_set_status(message, 403, nullptr);
+        return;
+    }
+    auto bytes = Files::read(fixturesDir() + relative, 64 * 1024 * 1024);
+    if (!bytes) {
+        soup_server_message_set_status(message, 404, nullptr);
+        return;
+    }
+    soup_server_message_set_status(message, 200, nullptr);
+    soup_server_message_set_response(message, contentTypeFor(relative), SOUP_MEMORY_COPY, bytes->data(), bytes->size());
+}
+
+} // namespace orvane::test

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "base/GRef.h"
+
+#include <libsoup/soup.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace orvane::test {
+
+// An HTTP server on 127.0.0.1 (port chosen by the system) that serves the
+// stand-in provider pages of tests/fixtures, counts requests per path and
+// records their headers. Tests may add handlers for paths of their own.
+class FixtureServer {
+public:
+    struct Request {
+        std::string method;
+        std::string path;
+        std::string query;
+        std::map<std::string, std::string> headers; // names lower-cased
+    };
+    using Handler = std::function<void(SoupServerMessage*, const std::string& path)>;
+
+    FixtureServer();
+    ~FixtureServer();
+    FixtureServer(const FixtureServer&) = delete;
+    FixtureServer& operator=(const FixtureServer&) = delete;
+
+    // "http://127.0.0.1:PORT" + path (path starts with "/").
+    std::string uri(const std::string& path) const;
+    // The same on another loopback name ("localhost"), a different host as far
+    // as the pages and Orvane's host rules are concerned.
+    std::string uriOnHost(const std::string& host, const std::string& path) const;
+    unsigned port() const { return m_port; }
+
+    // Serves this path with the handler instead of a fixture file.
+    void handle(const std::string& path, Handler handler);
+    // Serves a fixed body.
+    void serve(const std::string& path, std::string body, std::string contentType = "text/html; charset=utf-8");
+
+    int requestCount(const std::string& path) const;
+    std::vector<Request> requests(const std::string& path) const;
+    void resetCounts();
+
+    static std::string fixturesDir();
+
+private:
+    static void onRequest(SoupServer*, SoupServerMessage*, const char* path, GHashTable* query, gpointer self);
+    void serveFile(SoupServerMessage*, const std::string& path);
+
+    Ref<SoupServer> m_server;
+    unsigned m_port = 0;
+    std::map<std::string, Handler> m_handlers;
+    std::map<std::string, std::vector<Request>> m_requests;
+};
+
+} // namespace orvane::test

@@ -1,0 +1,144 @@
+#include "support/WebViewTest.h"
+
+#include "support/TestEnvironment.h"
+
+namespace orvane::test {
+
+JSResult resultFromJSC(JSCValue* value, GError* error) {
+    JSResult result;
+    if (!value) {
+        result.error = error ? error->message : "no value";
+        return result;
+    }
+    result.ok = true;
+    if (jsc_value_is_undefined(value))
+        return result;
+    GCharPtr json(jsc_value_to_json(value, 0));
+    if (json)
+        result.value = nlohmann::json::parse(json.get(), nullptr, false);
+    return result;
+}
+
+void WebViewTest::SetUp() {
+    std::string dir = makeTempFolder("session");
+    session = webkit_network_session_new((dir + "/data").c_str(), (dir + "/cache").c_str());
+    view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
+    window = GTK_WINDOW(gtk_window_new());
+    gtk_window_set_default_size(window, 1024, 768);
+    gtk_window_set_child(window, GTK_WIDGET(view));
+    gtk_window_present(window);
+    expectDeletedAtEnd(view);
+}
+
+void WebViewTest::TearDown() {
+    if (window)
+        gtk_window_destroy(window);
+    window = nullptr;
+    view = nullptr;
+    bool allGone = waitUntil([&] {
+        for (gpointer p : m_watched)
+            if (p)
+                return false;
+        return true;
+    }, 5s);
+    for (auto& p : m_watched)
+        if (p)
+            g_object_remove_weak_pointer(G_OBJECT(p), &p);
+    EXPECT_TRUE(allGone) << "an object made by the test outlived it";
+    g_clear_object(&session);
+}
+
+void WebViewTest::expectDeletedAtEnd(gpointer object) {
+    m_watched.reserve(64); // weak pointers point into the vector: never reallocate
+    ASSERT_LT(m_watched.size(), 64u);
+    m_watched.push_back(object);
+    g_object_add_weak_pointer(G_OBJECT(object), &m_watched.back());
+}
+
+bool WebViewTest::loadAndWait(const std::string& uri, std::chrono::milliseconds timeout) {
+    bool finished = false;
+    gulong id = g_signal_connect(view, "load-changed", G_CALLBACK(+[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
+        if (event == WEBKIT_LOAD_FINISHED)
+            *static_cast<bool*>(data) = true;
+    }), &finished);
+    webkit_web_view_load_uri(view, uri.c_str());
+    bool ok = waitUntil([&] { return finished; }, timeout);
+    g_signal_handler_disconnect(view, id);
+    return ok;
+}
+
+namespace {
+struct Pending {
+    bool done = false;
+    JSResult result;
+};
+}
+
+JSResult WebViewTest::runJS(const std::string& script, std::chrono::milliseconds timeout) {
+    auto pending = std::make_shared<Pending>();
+    auto* holder = new std::shared_ptr<Pending>(pending);
+    webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr, nullptr, nullptr,
+        [](GObject* source, GAsyncResult* res, gpointer data) {
+            std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
+            GErrorPtr error;
+            Ref<JSCValue> value = adopt(webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), res, GErrorOut(error)));
+            (*p)->result = resultFromJSC(value.get(), error.get());
+            (*p)->done = true;
+        }, holder);
+    if (!waitUntil([&] { return pending->done; }, timeout))
+        return JSResult { false, nullptr, "timed out" };
+    return pending->result;
+}
+
+GVariant* WebViewTest::toVariantDictionary(const nlohmann::json& arguments) {
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+    for (auto& [key, value] : arguments.items()) {
+        GVariant* v = nullptr;
+        if (value.is_string())
+            v = g_variant_new_string(value.get<std::string>().c_str());
+        else if (value.is_boolean())
+            v = g_variant_new_boolean(value.get<bool>());
+        else if (value.is_number_integer())
+            v = g_variant_new_int64(value.get<int64_t>());
+        else if (value.is_number())
+            v = g_variant_new_double(value.get<double>());
+        if (v)
+            g_variant_builder_add(&builder, "{sv}", key.c_str(), v);
+    }
+    return g_variant_builder_end(&builder);
+}
+
+JSResult WebViewTest::callAsync(const std::string& body, const nlohmann::json& arguments, std::chrono::milliseconds timeout) {
+    auto pending = std::make_shared<Pending>();
+    auto* holder = new std::shared_ptr<Pending>(pending);
+    webkit_web_view_call_async_javascript_function(view, body.c_str(), static_cast<gssize>(body.size()),
+        toVariantDictionary(arguments), nullptr, nullptr, nullptr,
+        [](GObject* source, GAsyncResult* res, gpointer data) {
+            std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
+            GErrorPtr error;
+            Ref<JSCValue> value = adopt(webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source), res, GErrorOut(error)));
+            (*p)->result = resultFromJSC(value.get(), error.get());
+            (*p)->done = true;
+        }, holder);
+    if (!waitUntil([&] { return pending->done; }, timeout))
+        return JSResult { false, nullptr, "timed out" };
+    return pending->result;
+}
+
+bool WebViewTest::waitForJS(const std::string& expression, std::chrono::milliseconds timeout) {
+    gint64 deadline = g_get_monotonic_time() + std::chrono::duration_cast<std::chrono::microseconds>(timeout).count();
+    while (g_get_monotonic_time() < deadline) {
+        auto result = runJS("!!(" + expression + ")", 5s);
+        if (result.ok && result.value == true)
+            return true;
+        // Let the page run for a moment before asking again.
+        bool tick = false;
+        guint id = g_timeout_add(25, [](gpointer d) -> gboolean { *static_cast<bool*>(d) = true; return G_SOURCE_REMOVE; }, &tick);
+        if (!waitUntil([&] { return tick; }, 1s))
+            g_source_remove(id);
+    }
+    return false;
+}
+
+} // namespace orvane::test
