@@ -1,0 +1,73 @@
+#pragma once
+
+#include "accounts/AccountStore.h"
+#include "base/GRef.h"
+#include "base/Observers.h"
+#include "services/MailtoComponents.h"
+
+#include <webkit/webkit.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace orvane {
+
+class NavigationDelegate;
+
+// Owns every account's web session: one WebKitWebView per account over the
+// WebKitNetworkSession of its dataStoreID, with Orvane's user agent, page
+// scripts and message handlers, title observation and (for services that
+// need it) the 5-second unread poll. A view is created the first time it is
+// asked for and kept until discard(), so switching accounts never reloads.
+// Main thread only.
+class WebViewManager {
+public:
+    WebViewManager();
+    ~WebViewManager();
+    WebViewManager(const WebViewManager&) = delete;
+    WebViewManager& operator=(const WebViewManager&) = delete;
+
+    // Binds the store (which outlives the manager); called each time the main
+    // window's content appears. Refreshes the dock badge.
+    void configure(AccountStore& store);
+    AccountStore* store() const { return m_store; }
+
+    // The account's main view, created, configured and loading on first use.
+    WebKitWebView* webView(const Account& account);
+    // The existing main view of an account, or null; never creates one.
+    WebKitWebView* webView(const std::string& accountID) const;
+    // The account whose main view this is; nothing for pop-ups and others.
+    std::optional<std::string> accountID(WebKitWebView* view) const;
+    // Tears down the account's view, observation, poll timer and count.
+    void discard(const Account& account);
+
+    // Unread counts reported during this run, by account id.
+    const std::map<std::string, int64_t>& unreadCounts() const { return m_unreadCounts; }
+    [[nodiscard]] Observers<>::Subscription observeUnreadCounts(Observers<>::Callback callback) {
+        return m_unreadObservers.add(std::move(callback));
+    }
+    void refreshDockBadge();
+
+    // Opens a compose form filled from the link in the account's page.
+    void compose(const Account& account, const MailtoComponents& mailto);
+    // Prints the pop-up in front, else the selected account's page.
+    void printSelected();
+
+private:
+    struct Session;
+
+    // Borrowed references
+    AccountStore* m_store = nullptr;
+
+    // Owned references
+    std::map<std::string, std::unique_ptr<Session>> m_sessions; // by account id
+    std::map<std::string, Ref<WebKitNetworkSession>> m_networkSessions; // by account id
+    std::map<std::string, int64_t> m_unreadCounts;
+    Observers<> m_unreadObservers;
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+};
+
+} // namespace orvane
