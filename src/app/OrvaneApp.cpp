@@ -1,20 +1,97 @@
 #include "app/OrvaneApp.h"
 
-#include <adwaita.h>
+#include "app/ContentView.h"
+#include "app/MainWindow.h"
 
 namespace orvane {
 
+OrvaneApp::OrvaneApp()
+    : m_app(adopt(adw_application_new("app.orvane.Orvane", G_APPLICATION_HANDLES_OPEN))) {
+    m_startup = SignalConnection::connect(m_app.get(), "startup", &OrvaneApp::onStartup, this);
+    m_activate = SignalConnection::connect(m_app.get(), "activate", &OrvaneApp::onActivate, this);
+    m_open = SignalConnection::connect(m_app.get(), "open", &OrvaneApp::onOpen, this);
+    m_shutdown = SignalConnection::connect(m_app.get(), "shutdown", &OrvaneApp::onShutdown, this);
+}
+
+OrvaneApp::~OrvaneApp() {
+    m_mainWindowDestroyed.disconnect();
+    m_mainWindow.reset();
+}
+
+int OrvaneApp::run(int argc, char** argv) {
+    return g_application_run(G_APPLICATION(m_app.get()), argc, argv);
+}
+
+// Runs in the primary instance only; a second `orvane` process hands its
+// arguments over and exits without ever building these.
+void OrvaneApp::onStartup(GApplication*, gpointer data) {
+    auto* self = static_cast<OrvaneApp*>(data);
+    self->m_store.emplace();
+    self->m_manager.emplace();
+    self->m_primaryMenu = self->buildPrimaryMenu();
+    self->addActions();
+}
+
+void OrvaneApp::onActivate(GApplication*, gpointer data) {
+    static_cast<OrvaneApp*>(data)->presentMainWindow();
+}
+
+void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpointer data) {
+    auto* self = static_cast<OrvaneApp*>(data);
+    MainWindow& window = self->presentMainWindow();
+    for (int i = 0; i < count; ++i) {
+        GCharPtr uri(g_file_get_uri(files[i]));
+        if (uri)
+            window.content().handleOpenURL(uri.get());
+    }
+}
+
+void OrvaneApp::onShutdown(GApplication*, gpointer data) {
+    auto* self = static_cast<OrvaneApp*>(data);
+    self->m_mainWindowDestroyed.disconnect();
+    self->m_mainWindow.reset();
+}
+
+MainWindow& OrvaneApp::presentMainWindow() {
+    if (!m_mainWindow) {
+        mainContentAppears();
+        m_mainWindow = std::make_unique<MainWindow>(GTK_APPLICATION(m_app.get()), *m_store, *m_manager, m_primaryMenu.get());
+        m_mainWindow->setOnBecameActive([this] { m_manager->applicationBecameActive(); });
+        m_mainWindowDestroyed = SignalConnection::connect(m_mainWindow->window(), "destroy", +[](GtkWidget*, gpointer data) {
+            auto* self = static_cast<OrvaneApp*>(data);
+            self->m_mainWindowDestroyed.disconnect();
+            self->m_mainWindow.reset();
+        }, this);
+    }
+    gtk_window_present(m_mainWindow->window());
+    return *m_mainWindow;
+}
+
+// Each time a main window's content is built: bind the store to the web
+// layer (and, with it, the notification relay and the dock badge). The usage
+// ping starts here too; it ignores repeated starts.
+void OrvaneApp::mainContentAppears() {
+    m_manager->configure(*m_store);
+}
+
+void OrvaneApp::closeAllWindows() {
+    // Pop-up windows of pages are not attached to the application; destroy
+    // every toplevel so pages close before the process ends.
+    GListModel* toplevels = gtk_window_get_toplevels();
+    std::vector<Ref<GtkWindow>> windows;
+    for (guint i = 0; i < g_list_model_get_n_items(toplevels); ++i)
+        windows.push_back(adopt(GTK_WINDOW(g_list_model_get_item(toplevels, i))));
+    m_mainWindowDestroyed.disconnect();
+    m_mainWindow.reset();
+    for (auto& window : windows) {
+        if (!gtk_widget_in_destruction(GTK_WIDGET(window.get())))
+            gtk_window_destroy(window.get());
+    }
+}
+
 int runOrvane(int argc, char** argv) {
-    AdwApplication* app = adw_application_new("app.orvane.Orvane", G_APPLICATION_HANDLES_OPEN);
-    g_signal_connect(app, "activate", G_CALLBACK(+[](GApplication* app, gpointer) {
-        GtkWidget* window = adw_application_window_new(GTK_APPLICATION(app));
-        gtk_window_set_title(GTK_WINDOW(window), "Orvane");
-        gtk_window_set_default_size(GTK_WINDOW(window), 1100, 720);
-        gtk_window_present(GTK_WINDOW(window));
-    }), nullptr);
-    int status = g_application_run(G_APPLICATION(app), argc, argv);
-    g_object_unref(app);
-    return status;
+    OrvaneApp app;
+    return app.run(argc, argv);
 }
 
 } // namespace orvane

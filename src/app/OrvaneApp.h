@@ -1,8 +1,78 @@
 #pragma once
 
+#include "accounts/AccountStore.h"
+#include "base/GRef.h"
+#include "base/SignalConnection.h"
+#include "web/WebViewManager.h"
+
+#include <adwaita.h>
+
+#include <memory>
+#include <optional>
+
 namespace orvane {
 
-// Runs Orvane's application (single instance, app.orvane.Orvane).
+class MainWindow;
+
+// Orvane's application object: app.orvane.Orvane, single instance, opening
+// the URLs it is given (`orvane URL` reaches the running instance). In the
+// primary instance it creates the account store and the web view manager
+// once for the whole run, builds the main window and offers every command as
+// an application action with its shortcut (OrvaneAppActions.cpp):
+//   app.add-account, app.add-outlook-account, app.select-account (int32 1-9),
+//   app.print, app.paste-plain, app.make-default, app.check-for-updates,
+//   app.preferences, app.shortcuts, app.about, app.quit.
+// These names are also how tests and scripts drive Orvane over D-Bus
+// (org.gtk.Actions at /app/orvane/Orvane).
+class OrvaneApp {
+public:
+    OrvaneApp();
+    ~OrvaneApp();
+    OrvaneApp(const OrvaneApp&) = delete;
+    OrvaneApp& operator=(const OrvaneApp&) = delete;
+
+    int run(int argc, char** argv);
+
+    AdwApplication* application() const { return m_app.get(); }
+    // The main window, or null while none is open.
+    MainWindow* mainWindow() const { return m_mainWindow.get(); }
+
+private:
+    static void onStartup(GApplication*, gpointer self);
+    static void onActivate(GApplication*, gpointer self);
+    static void onOpen(GApplication*, GFile** files, int count, const char* hint, gpointer self);
+    static void onShutdown(GApplication*, gpointer self);
+
+    MainWindow& presentMainWindow();
+    void mainContentAppears();
+    void closeAllWindows();
+
+    // OrvaneAppActions.cpp
+    void addActions();
+    void setActionEnabled(const char* name, bool enabled);
+    Ref<GMenuModel> buildPrimaryMenu() const;
+    void selectAccount(int number);
+    void pasteAsPlainText();
+    void showShortcuts();
+    void showAbout();
+    void quit();
+    GtkWindow* activeWindow() const;
+
+    // Owned references. The store is declared before the manager so that it
+    // outlives it; both exist only in the primary instance, from start-up on.
+    Ref<AdwApplication> m_app;
+    std::optional<AccountStore> m_store;
+    std::optional<WebViewManager> m_manager;
+    Ref<GMenuModel> m_primaryMenu;
+    std::unique_ptr<MainWindow> m_mainWindow;
+    SignalConnection m_mainWindowDestroyed;
+    SignalConnection m_startup;
+    SignalConnection m_activate;
+    SignalConnection m_open;
+    SignalConnection m_shutdown;
+};
+
+// Runs Orvane (the process's main()).
 int runOrvane(int argc, char** argv);
 
 } // namespace orvane

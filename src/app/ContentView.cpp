@@ -1,0 +1,109 @@
+#include "app/ContentView.h"
+
+#include "app/EmptyStateView.h"
+#include "app/WebViewContainer.h"
+#include "web/WebViewManager.h"
+
+namespace orvane {
+
+static constexpr int kColumnWidth = 64;
+
+ContentView::ContentView(AccountStore& store, WebViewManager& manager)
+    : m_store(store)
+    , m_manager(manager)
+    , m_root(gtk_overlay_new())
+    , m_emptyState(std::make_unique<EmptyStateView>(store))
+    , m_webArea(std::make_unique<WebViewContainer>(manager)) {
+    gtk_widget_set_size_request(m_root.get(), 820, 520);
+
+    m_base = gtk_stack_new();
+    gtk_stack_set_transition_type(GTK_STACK(m_base), GTK_STACK_TRANSITION_TYPE_NONE);
+    gtk_overlay_set_child(GTK_OVERLAY(m_root.get()), m_base);
+    gtk_stack_add_named(GTK_STACK(m_base), m_emptyState->widget(), "empty");
+
+    m_workingLayout = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+    m_columnSlot = gtk_box_new(GTK_ORIENTATION_VERTICAL, 10);
+    gtk_widget_set_size_request(m_columnSlot, kColumnWidth, -1);
+    gtk_widget_set_hexpand(m_columnSlot, FALSE);
+    gtk_box_append(GTK_BOX(m_workingLayout), m_columnSlot);
+    gtk_box_append(GTK_BOX(m_workingLayout), gtk_separator_new(GTK_ORIENTATION_VERTICAL));
+    gtk_box_append(GTK_BOX(m_workingLayout), m_webArea->widget());
+    gtk_stack_add_named(GTK_STACK(m_base), m_workingLayout, "accounts");
+
+    m_storeSubscription = m_store.observe([this](unsigned) { refresh(); });
+    refresh();
+}
+
+ContentView::~ContentView() {
+    m_storeSubscription.reset();
+    while (GtkWidget* child = gtk_widget_get_first_child(m_columnSlot))
+        gtk_box_remove(GTK_BOX(m_columnSlot), child);
+}
+
+void ContentView::refresh() {
+    const auto& accounts = m_store.accounts();
+    gtk_stack_set_visible_child_name(GTK_STACK(m_base), accounts.empty() ? "empty" : "accounts");
+    if (!accounts.empty())
+        m_webArea->update(accounts, m_store.selectedAccountID());
+    else
+        m_webArea->update({}, std::nullopt);
+    fillColumn();
+    updateDefaultWidget();
+}
+
+void ContentView::updateDefaultWidget() {
+    GtkRoot* root = gtk_widget_get_root(m_root.get());
+    if (!GTK_IS_WINDOW(root))
+        return;
+    GtkWindow* window = GTK_WINDOW(root);
+    if (showsEmptyState()) {
+        gtk_window_set_default_widget(window, m_emptyState->addButton());
+        gtk_widget_grab_focus(m_emptyState->addButton());
+    } else if (gtk_window_get_default_widget(window) == m_emptyState->addButton()) {
+        // Return in the working layout belongs to the pages.
+        gtk_window_set_default_widget(window, nullptr);
+    }
+}
+
+bool ContentView::showsEmptyState() const {
+    return gtk_stack_get_visible_child(GTK_STACK(m_base)) == m_emptyState->widget();
+}
+
+GtkWidget* ContentView::addAccountButton() const { return m_emptyState->addButton(); }
+
+GtkWidget* ContentView::visibleWebView() const { return m_webArea->visibleView(); }
+
+void ContentView::handleOpenURL(const std::string& url) {
+    // Only mail links are taken; routing them to a sending account comes with
+    // the sender picker.
+    auto mailto = MailtoComponents::fromURL(url);
+    if (!mailto)
+        return;
+}
+
+// A plain stand-in for the account column: one button per account with the
+// label's first letter; clicking selects the account.
+void ContentView::fillColumn() {
+    while (GtkWidget* child = gtk_widget_get_first_child(m_columnSlot))
+        gtk_box_remove(GTK_BOX(m_columnSlot), child);
+    gtk_widget_set_margin_top(m_columnSlot, 14);
+    const auto& selected = m_store.selectedAccountID();
+    for (const Account& account : m_store.accounts()) {
+        std::string initial = account.label.empty() ? "?" : std::string(1, account.label.front());
+        GtkWidget* button = gtk_toggle_button_new_with_label(initial.c_str());
+        gtk_widget_set_halign(button, GTK_ALIGN_CENTER);
+        gtk_widget_set_tooltip_text(button, account.label.c_str());
+        gtk_widget_add_css_class(button, "circular");
+        gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(button), selected == account.id);
+        g_object_set_data_full(G_OBJECT(button), "orvane-account-id", g_strdup(account.id.c_str()), g_free);
+        g_signal_connect(button, "clicked", G_CALLBACK(+[](GtkButton* button, gpointer self) {
+            auto* view = static_cast<ContentView*>(self);
+            std::string id = static_cast<const char*>(g_object_get_data(G_OBJECT(button), "orvane-account-id"));
+            view->m_store.setSelectedAccountID(id);
+            view->m_store.save();
+        }), this);
+        gtk_box_append(GTK_BOX(m_columnSlot), button);
+    }
+}
+
+} // namespace orvane

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "accounts/AccountStore.h"
+#include "base/GRef.h"
+#include "services/MailtoComponents.h"
+
+#include <gtk/gtk.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace orvane {
+
+class EmptyStateView;
+class WebViewContainer;
+class WebViewManager;
+
+// The main window's content. Shows the first-run page while the store holds
+// no account, otherwise the account column, a thin divider and the web area
+// with every account's page (only the selected one visible). Redraws from the
+// store's notifications. Links opened with Orvane arrive at handleOpenURL().
+class ContentView {
+public:
+    ContentView(AccountStore& store, WebViewManager& manager);
+    ~ContentView();
+    ContentView(const ContentView&) = delete;
+    ContentView& operator=(const ContentView&) = delete;
+
+    // The root widget: an overlay whose base layer flips between the two
+    // layouts (the sender picker takes the layer above it).
+    GtkWidget* widget() const { return m_root.get(); }
+
+    // Every URL that the desktop opens with Orvane while the window exists.
+    void handleOpenURL(const std::string& url);
+
+    // Brings the widgets in line with the store; also makes the empty
+    // state's button the window's default widget (call once the widget is in
+    // its window).
+    void refresh();
+
+    // For tests: the parts of the layout.
+    bool showsEmptyState() const;
+    GtkWidget* addAccountButton() const;
+    GtkWidget* visibleWebView() const;
+    GtkWidget* columnSlot() const { return m_columnSlot; }
+
+private:
+    void updateDefaultWidget();
+    void fillColumn();
+
+    // Borrowed references
+    AccountStore& m_store;
+    WebViewManager& m_manager;
+
+    // Owned references
+    Ref<GtkWidget> m_root;
+    std::unique_ptr<EmptyStateView> m_emptyState;
+    std::unique_ptr<WebViewContainer> m_webArea;
+    AccountStore::ChangeObservers::Subscription m_storeSubscription;
+
+    // Template widgets (inside m_root)
+    GtkWidget* m_base = nullptr;       // GtkStack: "empty" and "accounts"
+    GtkWidget* m_workingLayout = nullptr;
+    GtkWidget* m_columnSlot = nullptr; // 64 px wide
+
+    // View state
+    std::optional<MailtoComponents> m_pendingMailto;
+};
+
+} // namespace orvane

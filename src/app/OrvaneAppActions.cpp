@@ -1,0 +1,171 @@
+// The application's commands: one GAction each, with the shortcuts and the
+// primary menu that offer them.
+#include "app/OrvaneApp.h"
+
+#include "app/AppResources.h"
+#include "app/MainWindow.h"
+#include "base/BuildConfig.h"
+
+#include <string>
+
+namespace orvane {
+
+namespace {
+
+OrvaneApp* appFrom(gpointer data) { return static_cast<OrvaneApp*>(data); }
+
+struct Shortcut {
+    const char* detailedAction;
+    std::initializer_list<const char*> accels;
+};
+
+const Shortcut kShortcuts[] = {
+    { "app.add-account", { "<Control><Shift>n" } },
+    { "app.print", { "<Control>p" } },
+    { "app.paste-plain", { "<Control><Shift>v", "<Control><Alt><Shift>v" } },
+    { "app.preferences", { "<Control>comma" } },
+    { "app.shortcuts", { "<Control>question" } },
+    { "app.quit", { "<Control>q" } },
+};
+
+} // namespace
+
+void OrvaneApp::addActions() {
+    static const GActionEntry entries[] = {
+        { "add-account", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_store->addAccount(); }, nullptr, nullptr, nullptr, {} },
+        { "add-outlook-account", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_store->addOutlookAccount(); }, nullptr, nullptr, nullptr, {} },
+        { "select-account", +[](GSimpleAction*, GVariant* number, gpointer data) { appFrom(data)->selectAccount(g_variant_get_int32(number)); }, "i", nullptr, nullptr, {} },
+        { "print", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_manager->printSelected(); }, nullptr, nullptr, nullptr, {} },
+        { "paste-plain", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->pasteAsPlainText(); }, nullptr, nullptr, nullptr, {} },
+        { "make-default", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
+        { "check-for-updates", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
+        { "preferences", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
+        { "shortcuts", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showShortcuts(); }, nullptr, nullptr, nullptr, {} },
+        { "about", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showAbout(); }, nullptr, nullptr, nullptr, {} },
+        { "quit", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->quit(); }, nullptr, nullptr, nullptr, {} },
+    };
+    g_action_map_add_action_entries(G_ACTION_MAP(m_app.get()), entries, G_N_ELEMENTS(entries), this);
+
+    // Not available yet: the default-handler request, the update check and
+    // the settings window attach to these actions when they exist.
+    setActionEnabled("make-default", false);
+    setActionEnabled("check-for-updates", false);
+    setActionEnabled("preferences", false);
+
+    GtkApplication* app = GTK_APPLICATION(m_app.get());
+    for (const auto& shortcut : kShortcuts) {
+        std::vector<const char*> accels(shortcut.accels);
+        accels.push_back(nullptr);
+        gtk_application_set_accels_for_action(app, shortcut.detailedAction, accels.data());
+    }
+    for (int n = 1; n <= 9; ++n) {
+        std::string action = "app.select-account(" + std::to_string(n) + ")";
+        std::string accel = "<Control>" + std::to_string(n);
+        const char* accels[] = { accel.c_str(), nullptr };
+        gtk_application_set_accels_for_action(app, action.c_str(), accels);
+    }
+}
+
+void OrvaneApp::setActionEnabled(const char* name, bool enabled) {
+    GAction* action = g_action_map_lookup_action(G_ACTION_MAP(m_app.get()), name);
+    if (G_IS_SIMPLE_ACTION(action))
+        g_simple_action_set_enabled(G_SIMPLE_ACTION(action), enabled);
+}
+
+Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
+    auto section = [](std::initializer_list<std::pair<const char*, const char*>> items) {
+        GMenu* menu = g_menu_new();
+        for (auto [label, action] : items)
+            g_menu_append(menu, label, action);
+        return menu;
+    };
+
+    auto menu = adopt(g_menu_new());
+    auto appendSection = [&](GMenu* part) {
+        g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(part));
+        g_object_unref(part);
+    };
+
+    appendSection(section({ { "Add Account", "app.add-account" }, { "Add Outlook Account", "app.add-outlook-account" } }));
+
+    GMenu* accounts = g_menu_new();
+    for (int n = 1; n <= 9; ++n) {
+        std::string label = "Select Account " + std::to_string(n);
+        std::string action = "app.select-account(" + std::to_string(n) + ")";
+        g_menu_append(accounts, label.c_str(), action.c_str());
+    }
+    GMenu* select = g_menu_new();
+    g_menu_append_submenu(select, "Select Account", G_MENU_MODEL(accounts));
+    g_object_unref(accounts);
+    appendSection(select);
+
+    appendSection(section({ { "Print…", "app.print" }, { "Paste and Match Style", "app.paste-plain" } }));
+    appendSection(section({ { "Make Orvane Default Email App", "app.make-default" }, { "Check for Updates…", "app.check-for-updates" } }));
+    appendSection(section({ { "Preferences", "app.preferences" }, { "Keyboard Shortcuts", "app.shortcuts" }, { "About Orvane", "app.about" } }));
+    return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
+}
+
+// Position n counts in the whole account list in its stored order; a
+// position that does not exist does nothing (the store checks).
+void OrvaneApp::selectAccount(int number) {
+    if (number < 1 || number > 9)
+        return;
+    m_store->select(number - 1);
+}
+
+GtkWindow* OrvaneApp::activeWindow() const {
+    GListModel* toplevels = gtk_window_get_toplevels();
+    for (guint i = 0; i < g_list_model_get_n_items(toplevels); ++i) {
+        auto window = adopt(GTK_WINDOW(g_list_model_get_item(toplevels, i)));
+        if (gtk_window_is_active(window.get()))
+            return window.get();
+    }
+    return m_mainWindow ? m_mainWindow->window() : nullptr;
+}
+
+// The focused web view (in the main window or a page's pop-up) pastes the
+// clipboard as plain text into its focused field.
+void OrvaneApp::pasteAsPlainText() {
+    GtkWindow* window = activeWindow();
+    if (!window)
+        return;
+    for (GtkWidget* widget = gtk_root_get_focus(GTK_ROOT(window)); widget; widget = gtk_widget_get_parent(widget)) {
+        if (WEBKIT_IS_WEB_VIEW(widget)) {
+            webkit_web_view_execute_editing_command(WEBKIT_WEB_VIEW(widget), WEBKIT_EDITING_COMMAND_PASTE_AS_PLAIN_TEXT);
+            return;
+        }
+    }
+}
+
+void OrvaneApp::showShortcuts() {
+    ensureUIResources();
+    auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/ShortcutsWindow.ui"));
+    GObject* shortcuts = gtk_builder_get_object(builder.get(), "shortcuts");
+    if (!GTK_IS_WINDOW(shortcuts))
+        return;
+    // Attached to the application so that its shortcuts show the accelerators.
+    gtk_window_set_application(GTK_WINDOW(shortcuts), GTK_APPLICATION(m_app.get()));
+    if (m_mainWindow)
+        gtk_window_set_transient_for(GTK_WINDOW(shortcuts), m_mainWindow->window());
+    gtk_window_present(GTK_WINDOW(shortcuts));
+}
+
+void OrvaneApp::showAbout() {
+    GtkWidget* about = adw_about_window_new();
+    AdwAboutWindow* window = ADW_ABOUT_WINDOW(about);
+    adw_about_window_set_application_name(window, "Orvane");
+    adw_about_window_set_application_icon(window, build::kAppID);
+    adw_about_window_set_version(window, build::kVersion);
+    adw_about_window_set_developer_name(window, "The Orvane developers");
+    adw_about_window_set_comments(window, "All your Gmail accounts, one window.");
+    if (m_mainWindow)
+        gtk_window_set_transient_for(GTK_WINDOW(about), m_mainWindow->window());
+    gtk_window_present(GTK_WINDOW(about));
+}
+
+void OrvaneApp::quit() {
+    closeAllWindows();
+    g_application_quit(G_APPLICATION(m_app.get()));
+}
+
+} // namespace orvane

@@ -1,0 +1,63 @@
+#include "app/WebViewContainer.h"
+
+#include "web/WebViewManager.h"
+
+#include <set>
+
+namespace orvane {
+
+WebViewContainer::WebViewContainer(WebViewManager& manager)
+    : m_manager(manager)
+    , m_stack(gtk_stack_new()) {
+    gtk_stack_set_transition_type(GTK_STACK(m_stack.get()), GTK_STACK_TRANSITION_TYPE_NONE);
+    gtk_widget_set_hexpand(m_stack.get(), TRUE);
+    gtk_widget_set_vexpand(m_stack.get(), TRUE);
+    m_emptyPage = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+    gtk_stack_add_child(GTK_STACK(m_stack.get()), m_emptyPage);
+    gtk_stack_set_visible_child(GTK_STACK(m_stack.get()), m_emptyPage);
+}
+
+WebViewContainer::~WebViewContainer() {
+    // The manager keeps the views; let them go from this stack so they can
+    // join the stack of a later main window.
+    GtkStack* stack = GTK_STACK(m_stack.get());
+    while (GtkWidget* child = gtk_widget_get_first_child(m_stack.get()))
+        gtk_stack_remove(stack, child);
+}
+
+void WebViewContainer::update(const std::vector<Account>& accounts, const std::optional<std::string>& selectedID) {
+    GtkStack* stack = GTK_STACK(m_stack.get());
+    std::set<GtkWidget*> keep { m_emptyPage };
+    GtkWidget* selected = nullptr;
+
+    for (const Account& account : accounts) {
+        GtkWidget* view = GTK_WIDGET(m_manager.webView(account));
+        if (!view)
+            continue;
+        keep.insert(view);
+        GtkWidget* parent = gtk_widget_get_parent(view);
+        if (!parent)
+            gtk_stack_add_child(stack, view);
+        else if (parent != m_stack.get())
+            continue; // still held by a window that is going away
+        if (selectedID && *selectedID == account.id)
+            selected = view;
+    }
+
+    gtk_stack_set_visible_child(stack, selected ? selected : m_emptyPage);
+
+    std::vector<GtkWidget*> gone;
+    for (GtkWidget* child = gtk_widget_get_first_child(m_stack.get()); child; child = gtk_widget_get_next_sibling(child)) {
+        if (!keep.contains(child))
+            gone.push_back(child);
+    }
+    for (GtkWidget* child : gone)
+        gtk_stack_remove(stack, child);
+}
+
+GtkWidget* WebViewContainer::visibleView() const {
+    GtkWidget* child = gtk_stack_get_visible_child(GTK_STACK(m_stack.get()));
+    return child == m_emptyPage ? nullptr : child;
+}
+
+} // namespace orvane
