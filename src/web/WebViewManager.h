@@ -8,10 +8,12 @@
 #include <webkit/webkit.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace orvane {
 
@@ -50,23 +52,54 @@ public:
         return m_unreadObservers.add(std::move(callback));
     }
     void refreshDockBadge();
+    // The app shell calls this each time its main window becomes active
+    // (is-active turning true); it refreshes the dock badge.
+    void applicationBecameActive();
 
     // Opens a compose form filled from the link in the account's page.
     void compose(const Account& account, const MailtoComponents& mailto);
     // Prints the pop-up in front, else the selected account's page.
     void printSelected();
 
+    // Receives the script messages a page posts to one of Orvane's handlers
+    // (orvaneNotify, orvanePrint, orvaneContextImage). `sender` is the exact
+    // view whose page posted it (an account's main view or one of its
+    // pop-ups; see MessageSender), or null when that cannot be told.
+    using MessageReceiver = std::function<void(WebKitWebView* sender, JSCValue* body)>;
+    // Sets the receiver of a handler for every view, existing and future.
+    void setMessageReceiver(const std::string& handlerName, MessageReceiver receiver);
+
+    // The account main view or open pop-up whose current page has this
+    // WebKit page id, or null.
+    WebKitWebView* viewWithPageID(uint64_t pageID) const;
+    // The open pop-up views of the account's main view, oldest first.
+    std::vector<WebKitWebView*> popupViews(const std::string& accountID) const;
+    // The network session for a dataStoreID, created on first use and shared
+    // by every account with that dataStoreID.
+    WebKitNetworkSession* networkSession(const std::string& dataStoreID);
+
 private:
     struct Session;
+
+    void handleTitle(const std::string& accountID, const std::optional<std::string>& title);
+    void setUnreadCount(const std::string& accountID, int64_t count);
+    void installBridges(Session& session);
+    void startPolling(Session& session, const std::string& script, const std::string& sourceURI);
+    void pollUnread(WebKitWebView* view, const std::string& accountID, const std::string& script,
+        const std::string& sourceURI);
+    void deliverMessage(const std::string& handlerName, JSCValue* body);
+    void forgetDataStore(const std::string& dataStoreID);
 
     // Borrowed references
     AccountStore* m_store = nullptr;
 
     // Owned references
     std::map<std::string, std::unique_ptr<Session>> m_sessions; // by account id
-    std::map<std::string, Ref<WebKitNetworkSession>> m_networkSessions; // by account id
+    std::map<std::string, Ref<WebKitNetworkSession>> m_networkSessions; // by dataStoreID
     std::map<std::string, int64_t> m_unreadCounts;
+    std::map<std::string, MessageReceiver> m_receivers; // by handler name
     Observers<> m_unreadObservers;
+    Ref<GCancellable> m_cancellable;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
 };
 

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "accounts/AccountService.h"
+#include "base/GRef.h"
+#include "base/SignalConnection.h"
+
+#include <gtk/gtk.h>
+#include <webkit/webkit.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+// The link, pop-up and load policy of one account: which link clicks stay in
+// Orvane and which go to the default browser, the pop-up windows its pages
+// open, and a callback after every finished load. One per account, attached
+// (by signal connections) to the account's main view and to each pop-up it
+// opens. Main thread only.
+class NavigationDelegate {
+public:
+    using BrowserOpener = std::function<void(const std::string& uri)>;
+
+    NavigationDelegate(std::optional<AccountService> service, std::function<void()> onDidFinish);
+    // Disconnects from every view and closes the pop-up windows still open.
+    ~NavigationDelegate();
+    NavigationDelegate(const NavigationDelegate&) = delete;
+    NavigationDelegate& operator=(const NavigationDelegate&) = delete;
+
+    // Takes over navigation decisions, new-window requests, close requests
+    // and load completion of the view.
+    void attach(WebKitWebView* view);
+
+    // The address a Google redirect wrapper points at (one level), or the
+    // address itself.
+    static std::string resolvedTarget(const std::string& uri);
+    // Whether a link belongs in the default browser.
+    bool shouldOpenExternally(const std::string& uri) const;
+
+    const std::set<std::string>& inAppHosts() const { return m_inAppHosts; }
+    // The pop-up windows this delegate opened that are still open, oldest first.
+    std::vector<GtkWindow*> popupWindows() const;
+    // Their web views, in the same order.
+    std::vector<WebKitWebView*> popupViews() const;
+
+    // How addresses reach the default browser; tests record them instead.
+    // An empty opener restores the default (g_app_info_launch_default_for_uri).
+    static void setBrowserOpener(BrowserOpener opener);
+    static void openInBrowser(const std::string& uri);
+
+    // Size of a pop-up window's content.
+    static constexpr int kPopupWidth = 820;
+    static constexpr int kPopupHeight = 620;
+
+private:
+    struct Popup {
+        Ref<GtkWindow> window;
+        WebKitWebView* view; // owned by the window
+    };
+    // A link activation the web-process extension saw inside an embedded frame.
+    struct FrameLink {
+        WebKitWebView* view;
+        std::string uri;
+        std::chrono::steady_clock::time_point seen;
+    };
+
+    static gboolean onDecidePolicy(WebKitWebView*, WebKitPolicyDecision*, WebKitPolicyDecisionType, gpointer self);
+    static GtkWidget* onCreate(WebKitWebView*, WebKitNavigationAction*, gpointer self);
+    static void onClose(WebKitWebView*, gpointer self);
+    static void onLoadChanged(WebKitWebView*, WebKitLoadEvent, gpointer self);
+    static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
+    static gboolean onPopupCloseRequest(GtkWindow*, gpointer self);
+
+    bool decideNavigation(WebKitWebView* view, WebKitNavigationPolicyDecision* decision);
+    GtkWidget* createPopup(WebKitWebView* opener, WebKitNavigationAction* action);
+    bool takeFrameLink(WebKitWebView* view, const std::string& uri);
+    void forgetPopup(GtkWindow* window, bool destroy);
+
+    // Owned references
+    std::function<void()> m_onDidFinish;
+    std::vector<Popup> m_popups;
+    std::set<std::string> m_inAppHosts;
+    std::vector<FrameLink> m_frameLinks;
+    std::vector<SignalConnection> m_connections;
+};
+
+} // namespace orvane

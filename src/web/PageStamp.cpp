@@ -1,0 +1,100 @@
+#include "web/PageStamp.h"
+
+#include "base/GRef.h"
+
+#include <webkit/webkit.h>
+
+#include <sys/random.h>
+
+#include <charconv>
+
+namespace orvane {
+
+namespace {
+
+constexpr size_t kKeyBytes = 32;
+constexpr size_t kMaxStampLength = 128;
+
+// This run's key as lower-case hex; the extension uses the same text.
+const std::string& key() {
+    static const std::string text = [] {
+        unsigned char bytes[kKeyBytes];
+        size_t filled = 0;
+        while (filled < kKeyBytes) {
+            ssize_t got = getrandom(bytes + filled, kKeyBytes - filled, 0);
+            if (got <= 0)
+                break;
+            filled += static_cast<size_t>(got);
+        }
+        // getrandom does not fail on Linux 3.17+; GLib's generator is a
+        // last resort that still keeps pages from knowing the key.
+        for (; filled < kKeyBytes; ++filled)
+            bytes[filled] = static_cast<unsigned char>(g_random_int_range(0, 256));
+        static const char digits[] = "0123456789abcdef";
+        std::string hex;
+        for (unsigned char byte : bytes) {
+            hex += digits[byte >> 4];
+            hex += digits[byte & 15];
+        }
+        return hex;
+    }();
+    return text;
+}
+
+std::string signature(uint64_t pageID) {
+    std::string message = std::to_string(pageID);
+    GCharPtr hmac(g_compute_hmac_for_string(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(key().data()),
+        key().size(), message.c_str(), static_cast<gssize>(message.size())));
+    return hmac ? std::string(hmac.get()) : std::string();
+}
+
+void onInitializeExtensions(WebKitWebContext* context, gpointer) {
+    webkit_web_context_set_web_process_extensions_directory(context, PageStamp::extensionDirectory().c_str());
+    webkit_web_context_set_web_process_extensions_initialization_user_data(context, g_variant_new_string(key().c_str()));
+}
+
+} // namespace
+
+std::string PageStamp::extensionDirectory() {
+    if (g_file_test(ORVANE_WEBEXT_BUILD_DIR, G_FILE_TEST_IS_DIR))
+        return ORVANE_WEBEXT_BUILD_DIR;
+    return ORVANE_WEBEXT_INSTALL_DIR;
+}
+
+void PageStamp::installExtension() {
+    static bool installed = false;
+    if (installed)
+        return;
+    installed = true;
+    g_signal_connect(webkit_web_context_get_default(), "initialize-web-process-extensions",
+        G_CALLBACK(onInitializeExtensions), nullptr);
+}
+
+std::string PageStamp::make(uint64_t pageID) {
+    return std::to_string(pageID) + "." + signature(pageID);
+}
+
+std::optional<uint64_t> PageStamp::verify(std::string_view stamp) {
+    if (stamp.empty() || stamp.size() > kMaxStampLength)
+        return std::nullopt;
+    auto dot = stamp.find('.');
+    if (dot == std::string_view::npos || dot == 0)
+        return std::nullopt;
+    uint64_t pageID = 0;
+    auto [end, error] = std::from_chars(stamp.data(), stamp.data() + dot, pageID);
+    if (error != std::errc() || end != stamp.data() + dot || pageID == 0)
+        return std::nullopt;
+    std::string expected = signature(pageID);
+    std::string_view given = stamp.substr(dot + 1);
+    if (expected.empty() || given.size() != expected.size())
+        return std::nullopt;
+    // Compared in full whatever the first difference: no timing hint.
+    unsigned char difference = 0;
+    for (size_t i = 0; i < expected.size(); ++i)
+        difference |= static_cast<unsigned char>(expected[i] ^ given[i]);
+    if (difference)
+        return std::nullopt;
+    return pageID;
+}
+
+} // namespace orvane
