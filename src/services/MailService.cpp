@@ -54,6 +54,13 @@ std::string script(std::string_view name) {
     return std::string(PageScripts::text(name));
 }
 
+// The filled script ends with the call's ");", without the file's last newline.
+std::string trimmedEnd(std::string text) {
+    while (!text.empty() && g_ascii_isspace(text.back()))
+        text.pop_back();
+    return text;
+}
+
 constexpr const char* kGmailCompose = "services/gmail-compose.js";
 constexpr const char* kOutlookCompose = "services/outlook-compose.js";
 constexpr const char* kOutlookUnread = "services/outlook-unread.js";
@@ -63,55 +70,74 @@ constexpr const char* kGmailPhoto = "services/gmail-photo.js";
 constexpr const char* kOutlookPhoto = "services/outlook-photo.js";
 
 std::string gmailComposeJS(const MailtoComponents& c) {
-    return fillTemplate(PageScripts::text(kGmailCompose), {
+    return trimmedEnd(fillTemplate(PageScripts::text(kGmailCompose), {
         { "__ORVANE_TO__", jsonLiteral(joined(c.to, ", ")) },
         { "__ORVANE_SUBJECT__", jsonLiteral(c.subject.value_or("")) },
         { "__ORVANE_BODY__", jsonLiteral(c.body.value_or("")) },
-    });
+    }));
 }
 
 std::string outlookComposeJS(const MailtoComponents& c) {
     std::vector<std::string> literals;
     for (const auto& address : c.to)
         literals.push_back(jsonLiteral(address));
-    return fillTemplate(PageScripts::text(kOutlookCompose), {
+    return trimmedEnd(fillTemplate(PageScripts::text(kOutlookCompose), {
         { "__ORVANE_SUBJECT__", jsonLiteral(c.subject.value_or("")) },
         { "__ORVANE_TO__", "[" + joined(literals, ",") + "]" },
         { "__ORVANE_BODY__", jsonLiteral(c.body.value_or("")) },
-    });
+    }));
 }
 
 std::optional<int64_t> noCount(const std::optional<std::string>&) { return std::nullopt; }
 std::optional<std::string> noLabel(const std::optional<std::string>&) { return std::nullopt; }
 
-// Replaces homeURL and inAppHosts from ORVANE_SERVICE_OVERRIDES. A missing or
-// bad file, entry or field leaves the built-in value.
-void applyOverrides(MailService& service, const char* key) {
-    const char* path = g_getenv("ORVANE_SERVICE_OVERRIDES");
-    if (!path || !*path)
+// A web address Orvane may load as a home page: http or https with a host.
+bool isWebAddress(const std::string& text) {
+    GUri* uri = g_uri_parse(text.c_str(), G_URI_FLAGS_NONE, nullptr);
+    if (!uri)
+        return false;
+    const char* scheme = g_uri_get_scheme(uri);
+    const char* host = g_uri_get_host(uri);
+    bool web = scheme && (g_str_equal(scheme, "http") || g_str_equal(scheme, "https")) && host && *host;
+    g_uri_unref(uri);
+    return web;
+}
+
+// A bare host name as a URL carries it: no scheme, port, path, user or space.
+bool isHostName(const std::string& text) {
+    if (text.empty() || text.size() > 253)
+        return false;
+    for (unsigned char c : text) {
+        if (c <= ' ' || c == 0x7F || std::string_view("/\\?#@:[]%").find(static_cast<char>(c)) != std::string_view::npos)
+            return false;
+    }
+    return true;
+}
+
+// Replaces homeURL and inAppHosts from the overrides file. A missing or bad
+// file, entry or field leaves the built-in value; one bad host drops the
+// whole list, and so does an empty list (nothing would stay in the app).
+void applyOverrides(MailService& service, const char* key, const std::string& path) {
+    if (path.empty())
         return;
     auto bytes = Files::read(path, 1024 * 1024);
     if (!bytes)
         return;
-    auto root = nlohmann::json::parse(*bytes, nullptr, false);
-    if (!root.is_object() || !root.contains(key) || !root[key].is_object())
+    const auto root = nlohmann::json::parse(*bytes, nullptr, false);
+    if (!root.is_object())
         return;
-    const auto& entry = root[key];
-    if (auto home = entry.find("homeURL"); home != entry.end() && home->is_string()) {
-        const std::string& text = home->get_ref<const std::string&>();
-        GUri* uri = g_uri_parse(text.c_str(), G_URI_FLAGS_NONE, nullptr);
-        if (uri) {
-            const char* scheme = g_uri_get_scheme(uri);
-            bool web = scheme && (g_str_equal(scheme, "http") || g_str_equal(scheme, "https")) && g_uri_get_host(uri);
-            if (web)
-                service.homeURL = text;
-            g_uri_unref(uri);
-        }
+    auto entry = root.find(key);
+    if (entry == root.end() || !entry->is_object())
+        return;
+    if (auto home = entry->find("homeURL"); home != entry->end() && home->is_string()) {
+        const auto& text = home->get_ref<const std::string&>();
+        if (isWebAddress(text))
+            service.homeURL = text;
     }
-    if (auto hosts = entry.find("inAppHosts"); hosts != entry.end() && hosts->is_array()) {
+    if (auto hosts = entry->find("inAppHosts"); hosts != entry->end() && hosts->is_array() && !hosts->empty()) {
         std::set<std::string> parsed;
         for (const auto& host : *hosts) {
-            if (!host.is_string() || host.get_ref<const std::string&>().empty())
+            if (!host.is_string() || !isHostName(host.get_ref<const std::string&>()))
                 return;
             GCharPtr lower(g_ascii_strdown(host.get_ref<const std::string&>().c_str(), -1));
             parsed.insert(lower.get());
@@ -120,9 +146,9 @@ void applyOverrides(MailService& service, const char* key) {
     }
 }
 
-MailService makeGmail() {
+MailService makeGmail(const std::string& overridesPath) {
     MailService s;
-    s.homeURL = "https://mail.google.com/";
+    s.homeURL = "https://" + std::string(ServiceHosts::kGmail) + "/";
     s.inAppHosts = { std::string(ServiceHosts::kGmail), std::string(ServiceHosts::kGoogleSignIn) };
     s.unread = TitleParsers::gmailInboxUnread;
     s.label = TitleParsers::gmailEmail;
@@ -132,31 +158,31 @@ MailService makeGmail() {
     s.composeScriptName = kGmailCompose;
     s.attachScriptName = kGmailAttach;
     s.photoScriptName = kGmailPhoto;
-    applyOverrides(s, "gmail");
+    applyOverrides(s, "gmail", overridesPath);
     return s;
 }
 
-MailService makeCalendar() {
+MailService makeCalendar(const std::string& overridesPath) {
     MailService s;
-    s.homeURL = "https://calendar.google.com/";
+    s.homeURL = "https://" + std::string(ServiceHosts::kGoogleCalendar) + "/";
     s.inAppHosts = { std::string(ServiceHosts::kGoogleCalendar), std::string(ServiceHosts::kGoogleSignIn) };
     s.unread = noCount;
     s.label = noLabel;
-    applyOverrides(s, "calendar");
+    applyOverrides(s, "calendar", overridesPath);
     return s;
 }
 
-MailService makeOutlook() {
+MailService makeOutlook(const std::string& overridesPath) {
     MailService s;
-    s.homeURL = "https://outlook.office.com/mail/";
+    s.homeURL = "https://" + std::string(ServiceHosts::kOutlook) + "/mail/";
     s.inAppHosts = {
-        "outlook.office.com",        // Outlook on the web
-        "outlook.live.com",          // its alternative host (personal accounts)
-        "login.microsoftonline.com", // work or school sign-in
-        "login.live.com",            // personal-account sign-in
-        "login.microsoft.com",       // further sign-in hosts
-        "login.windows.net",
-        "account.live.com",          // Microsoft account pages
+        std::string(ServiceHosts::kOutlook),
+        std::string(ServiceHosts::kOutlookAlternative),
+        std::string(ServiceHosts::kMicrosoftWorkSignIn),
+        std::string(ServiceHosts::kMicrosoftPersonalSignIn),
+        std::string(ServiceHosts::kMicrosoftSignIn),
+        std::string(ServiceHosts::kMicrosoftSignInLegacy),
+        std::string(ServiceHosts::kMicrosoftAccount),
     };
     s.unreadPollJS = script(kOutlookUnread);
     s.unread = noCount;
@@ -168,25 +194,42 @@ MailService makeOutlook() {
     s.attachScriptName = kOutlookAttach;
     s.photoScriptName = kOutlookPhoto;
     s.unreadPollScriptName = kOutlookUnread;
-    applyOverrides(s, "outlook");
+    applyOverrides(s, "outlook", overridesPath);
     return s;
+}
+
+std::string overridesPathFromEnvironment() {
+    const char* path = g_getenv("ORVANE_SERVICE_OVERRIDES");
+    return path ? path : "";
 }
 
 } // namespace
 
 const MailService& MailService::gmail() {
-    static const MailService entry = makeGmail();
+    static const MailService entry = makeGmail(overridesPathFromEnvironment());
     return entry;
 }
 
 const MailService& MailService::calendar() {
-    static const MailService entry = makeCalendar();
+    static const MailService entry = makeCalendar(overridesPathFromEnvironment());
     return entry;
 }
 
 const MailService& MailService::outlook() {
-    static const MailService entry = makeOutlook();
+    static const MailService entry = makeOutlook(overridesPathFromEnvironment());
     return entry;
+}
+
+MailService MailService::build(std::optional<AccountService> service, const std::string& overridesPath) {
+    switch (service.value_or(AccountService::Mail)) {
+    case AccountService::Calendar:
+        return makeCalendar(overridesPath);
+    case AccountService::Outlook:
+        return makeOutlook(overridesPath);
+    case AccountService::Mail:
+        break;
+    }
+    return makeGmail(overridesPath);
 }
 
 const MailService& MailService::forService(std::optional<AccountService> service) {

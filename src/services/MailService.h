@@ -42,15 +42,28 @@ struct MailService {
     static const MailService& outlook();
     // mail or absent → gmail, calendar → calendar, outlook → outlook.
     static const MailService& forService(std::optional<AccountService> service);
+
+    // The entry of that service kind built afresh, with the overrides file at
+    // overridesPath applied (none when empty). The shared entries above are
+    // this, built once with ORVANE_SERVICE_OVERRIDES; tests use it to try
+    // override files without a new process.
+    static MailService build(std::optional<AccountService> service, const std::string& overridesPath);
 };
 
-// Public hosts Orvane knows by role (see docs/platform.md).
+// Public hosts Orvane knows by role (listed in docs/platform.md).
 namespace ServiceHosts {
 inline constexpr std::string_view kGmail = "mail.google.com";
 inline constexpr std::string_view kGoogleSignIn = "accounts.google.com";
 inline constexpr std::string_view kGoogleCalendar = "calendar.google.com";
 inline constexpr std::string_view kGoogleMain = "google.com";
 inline constexpr std::string_view kGoogleMainWWW = "www.google.com";
+inline constexpr std::string_view kOutlook = "outlook.office.com";
+inline constexpr std::string_view kOutlookAlternative = "outlook.live.com";
+inline constexpr std::string_view kMicrosoftWorkSignIn = "login.microsoftonline.com";
+inline constexpr std::string_view kMicrosoftPersonalSignIn = "login.live.com";
+inline constexpr std::string_view kMicrosoftSignIn = "login.microsoft.com";
+inline constexpr std::string_view kMicrosoftSignInLegacy = "login.windows.net";
+inline constexpr std::string_view kMicrosoftAccount = "account.live.com";
 } // namespace ServiceHosts
 
 // The text as a JSON string literal (quotes included) for use inside a page

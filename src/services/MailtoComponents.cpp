@@ -27,14 +27,24 @@ std::vector<std::string> split(const std::string& text) {
     return result;
 }
 
-// Percent-decodes one query name or value; "+" stays a plus sign. Nothing
-// when an escape is broken or the result is not UTF-8.
+// Percent-decodes one query name or value. "+" stays a plus sign, and a "%"
+// that starts no escape stays as it is, as GLib leaves it in the path.
+// Nothing when the result holds a NUL or is not UTF-8: such a link cannot be
+// taken apart, just as GLib refuses such a path.
 std::optional<std::string> decode(std::string_view text) {
-    std::string copy(text);
-    GCharPtr decoded(g_uri_unescape_string(copy.c_str(), nullptr));
-    if (!decoded || !g_utf8_validate(decoded.get(), -1, nullptr))
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() && g_ascii_isxdigit(text[i + 1]) && g_ascii_isxdigit(text[i + 2])) {
+            out += static_cast<char>(g_ascii_xdigit_value(text[i + 1]) << 4 | g_ascii_xdigit_value(text[i + 2]));
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    if (out.find('\0') != std::string::npos || !g_utf8_validate(out.data(), static_cast<gssize>(out.size()), nullptr))
         return std::nullopt;
-    return std::string(decoded.get());
+    return out;
 }
 
 struct QueryItem {
