@@ -1,0 +1,98 @@
+#include "app/AvatarStyle.h"
+
+#include "base/GRef.h"
+
+#include <pango/pango.h>
+
+#include <cmath>
+#include <vector>
+
+namespace orvane::AvatarStyle {
+
+// Enough characters for any real first cluster; a label made of thousands of
+// combining marks is not analysed whole.
+static constexpr glong kMaxAnalysedChars = 64;
+
+double hueForSeed(int64_t colorSeed) {
+    int64_t degrees = colorSeed % 360;
+    if (degrees < 0)
+        degrees += 360;
+    return static_cast<double>(degrees) / 360.0;
+}
+
+RGB fromHSB(double hue, double saturation, double brightness) {
+    double h = hue - std::floor(hue);
+    double sector = h * 6.0;
+    int index = static_cast<int>(sector) % 6;
+    double f = sector - std::floor(sector);
+    double v = brightness;
+    double p = v * (1.0 - saturation);
+    double q = v * (1.0 - saturation * f);
+    double t = v * (1.0 - saturation * (1.0 - f));
+    switch (index) {
+    case 0: return { v, t, p };
+    case 1: return { q, v, p };
+    case 2: return { p, v, t };
+    case 3: return { p, q, v };
+    case 4: return { t, p, v };
+    default: return { v, p, q };
+    }
+}
+
+RGB colorForSeed(int64_t colorSeed) {
+    return fromHSB(hueForSeed(colorSeed), 0.5, 0.8);
+}
+
+static std::string_view trimSpacesAndTabs(std::string_view text) {
+    auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// Byte length of the first grapheme cluster of valid UTF-8 text.
+static size_t firstClusterLength(const std::string& text) {
+    glong chars = g_utf8_strlen(text.c_str(), -1);
+    std::vector<PangoLogAttr> attrs(chars + 1);
+    pango_get_log_attrs(text.c_str(), static_cast<int>(text.size()), -1, pango_language_from_string("en"),
+        attrs.data(), static_cast<int>(attrs.size()));
+    const char* p = text.c_str();
+    for (glong i = 1; i <= chars; ++i) {
+        p = g_utf8_next_char(p);
+        if (attrs[i].is_cursor_position)
+            return static_cast<size_t>(p - text.c_str());
+    }
+    return text.size();
+}
+
+std::string initialForLabel(std::string_view label) {
+    GCharPtr valid(g_utf8_make_valid(label.data(), static_cast<gssize>(label.size())));
+    std::string_view trimmed = trimSpacesAndTabs(valid.get());
+    if (trimmed.empty())
+        return "+";
+
+    const char* start = trimmed.data();
+    const char* end = start + trimmed.size();
+    const char* cut = start;
+    for (glong n = 0; cut < end && n < kMaxAnalysedChars; ++n)
+        cut = g_utf8_next_char(cut);
+    std::string head(start, std::min(cut, end));
+
+    std::string cluster = head.substr(0, firstClusterLength(head));
+    if (cluster.empty() || cluster == "?")
+        return "+";
+    GCharPtr upper(g_utf8_strup(cluster.c_str(), static_cast<gssize>(cluster.size())));
+    return upper.get();
+}
+
+std::string unreadText(int64_t unread) {
+    if (unread < 1)
+        return {};
+    if (unread >= 100)
+        return "99+";
+    return std::to_string(unread);
+}
+
+} // namespace orvane::AvatarStyle
