@@ -66,8 +66,12 @@ void PageStamp::installExtension() {
     if (installed)
         return;
     installed = true;
-    g_signal_connect(webkit_web_context_get_default(), "initialize-web-process-extensions",
-        G_CALLBACK(onInitializeExtensions), nullptr);
+    WebKitWebContext* context = webkit_web_context_get_default();
+    // Also set at once: the sandbox of a web process is built from the folder
+    // known before the signal runs, so without this the first process would
+    // not see the extension.
+    onInitializeExtensions(context, nullptr);
+    g_signal_connect(context, "initialize-web-process-extensions", G_CALLBACK(onInitializeExtensions), nullptr);
 }
 
 std::string PageStamp::make(uint64_t pageID) {
