@@ -116,6 +116,7 @@ bool OrvaneProcess::start(std::chrono::milliseconds timeout) {
         return false;
     m_environment.set("DISPLAY", m_desktop.display());
     m_environment.set("DBUS_SESSION_BUS_ADDRESS", m_desktop.busAddress());
+    m_startedAt = g_get_monotonic_time();
     if (!m_process.start({ ORVANE_BINARY }, m_environment.list(), ChildProcess::Output::File, m_folder + "/orvane.log"))
         return false;
     return waitUntil([&] { return !m_process.isRunning() || m_desktop.nameHasOwner(kBusName); }, timeout)

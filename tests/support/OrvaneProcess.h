@@ -50,6 +50,8 @@ public:
     // Starts orvane and waits until it owns app.orvane.Orvane on the bus.
     bool start(std::chrono::milliseconds timeout = 30s);
     bool isRunning() const { return m_process.isRunning(); }
+    // g_get_monotonic_time() right before orvane was executed.
+    int64_t startedAt() const { return m_startedAt; }
     int pid() const { return m_process.pid(); }
     // app.quit, then SIGTERM and SIGKILL when it does not end in time.
     // True when it ended through app.quit.
@@ -106,6 +108,7 @@ private:
     std::string m_dataHome;
     std::string m_configHome;
     std::string m_cacheHome;
+    int64_t m_startedAt = 0;
 };
 
 } // namespace orvane::test
