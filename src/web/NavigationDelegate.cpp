@@ -249,6 +249,8 @@ GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigati
         }, nullptr));
     m_connections.push_back(SignalConnection::connect(window, "close-request", onPopupCloseRequest, this));
     attach(view);
+    if (m_popupOpened)
+        m_popupOpened(view);
     return GTK_WIDGET(view);
 }
 

@@ -47,6 +47,10 @@ public:
     // Their web views, in the same order.
     std::vector<WebKitWebView*> popupViews() const;
 
+    // Called with each pop-up view right after it is made (before WebKit
+    // loads its page), so others can watch or attach to it.
+    void setPopupOpened(std::function<void(WebKitWebView* popup)> callback) { m_popupOpened = std::move(callback); }
+
     // How addresses reach the default browser; tests record them instead.
     // An empty opener restores the default (g_app_info_launch_default_for_uri).
     static void setBrowserOpener(BrowserOpener opener);
@@ -82,6 +86,7 @@ private:
 
     // Owned references
     std::function<void()> m_onDidFinish;
+    std::function<void(WebKitWebView*)> m_popupOpened;
     std::vector<Popup> m_popups;
     std::set<std::string> m_inAppHosts;
     std::vector<FrameLink> m_frameLinks;

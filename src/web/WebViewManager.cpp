@@ -177,6 +177,9 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         // Account photos refresh here once they exist; nothing else yet.
         (void)alive;
     });
+    session->delegate->setPopupOpened([this, id = account.id](WebKitWebView* popup) {
+        m_popupObservers.notify(id, popup);
+    });
     session->delegate->attach(view);
 
     if (service.unreadPollJS && !service.unreadPollJS->empty())

@@ -72,6 +72,12 @@ public:
     // The account main view or open pop-up whose current page has this
     // WebKit page id, or null.
     WebKitWebView* viewWithPageID(uint64_t pageID) const;
+    // Tells of every pop-up a page opens, with the id of the account it
+    // belongs to, as soon as its view exists.
+    using PopupObservers = Observers<const std::string& /* account id */, WebKitWebView* /* pop-up */>;
+    [[nodiscard]] PopupObservers::Subscription observePopups(PopupObservers::Callback callback) {
+        return m_popupObservers.add(std::move(callback));
+    }
     // The open pop-up views of the account's main view, oldest first.
     std::vector<WebKitWebView*> popupViews(const std::string& accountID) const;
     // The network session for a dataStoreID, created on first use and shared
@@ -99,6 +105,7 @@ private:
     std::map<std::string, int64_t> m_unreadCounts;
     std::map<std::string, MessageReceiver> m_receivers; // by handler name
     Observers<> m_unreadObservers;
+    PopupObservers m_popupObservers;
     Ref<GCancellable> m_cancellable;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
 };
