@@ -1,0 +1,146 @@
+#include "maintenance/ui/UpdateDialog.h"
+
+#include "base/GRef.h"
+
+#include <memory>
+
+namespace orvane {
+
+namespace {
+
+constexpr int kNotesMinHeight = 140;
+constexpr int kNotesMaxHeight = 220;
+
+// What the buttons open, kept with the dialog.
+struct Links {
+    std::string download;
+    std::string releaseNotes;
+    UpdateDialog::Opener open;
+};
+
+GtkWidget* notesView(const std::string& notes) {
+    GtkWidget* label = gtk_label_new(notes.c_str());
+    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
+    gtk_label_set_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
+    gtk_label_set_xalign(GTK_LABEL(label), 0);
+    gtk_label_set_yalign(GTK_LABEL(label), 0);
+    gtk_label_set_selectable(GTK_LABEL(label), TRUE);
+    gtk_label_set_width_chars(GTK_LABEL(label), 44);
+    gtk_widget_set_margin_start(label, 12);
+    gtk_widget_set_margin_end(label, 12);
+    gtk_widget_set_margin_top(label, 8);
+    gtk_widget_set_margin_bottom(label, 8);
+
+    GtkWidget* scroller = gtk_scrolled_window_new();
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER, GTK_POLICY_AUTOMATIC);
+    gtk_scrolled_window_set_propagate_natural_height(GTK_SCROLLED_WINDOW(scroller), TRUE);
+    gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(scroller), kNotesMinHeight);
+    gtk_scrolled_window_set_max_content_height(GTK_SCROLLED_WINDOW(scroller), kNotesMaxHeight);
+    gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), label);
+    gtk_widget_add_css_class(scroller, "card");
+    return scroller;
+}
+
+void onResponse(AdwMessageDialog*, const char* response, gpointer data) {
+    auto* links = static_cast<Links*>(data);
+    if (!g_strcmp0(response, UpdateDialog::kDownload) && !links->download.empty())
+        links->open(links->download);
+    else if (!g_strcmp0(response, UpdateDialog::kReleaseNotes) && !links->releaseNotes.empty())
+        links->open(links->releaseNotes);
+}
+
+void describeNewer(AdwMessageDialog* dialog, const UpdaterController::Result& result, Links& links) {
+    const Appcast::Item& item = *result.item;
+    GCharPtr heading(g_strdup_printf("Orvane %s Is Available", item.displayVersion.c_str()));
+    GCharPtr body(g_strdup_printf("You have version %s. Install the new version with your package manager "
+                                  "or Flatpak, or get it from its download page.",
+        result.currentVersion.c_str()));
+    adw_message_dialog_set_heading(dialog, heading.get());
+    adw_message_dialog_set_body(dialog, body.get());
+    if (!result.notes.empty())
+        adw_message_dialog_set_extra_child(dialog, notesView(result.notes));
+
+    if (Appcast::isWebAddress(item.downloadURL))
+        links.download = item.downloadURL;
+    if (Appcast::isWebAddress(item.releaseNotesURL))
+        links.releaseNotes = item.releaseNotesURL;
+
+    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, "_Not Now");
+    if (!links.releaseNotes.empty())
+        adw_message_dialog_add_response(dialog, UpdateDialog::kReleaseNotes, "_Release Notes");
+    if (!links.download.empty()) {
+        adw_message_dialog_add_response(dialog, UpdateDialog::kDownload, "_Open Download Page");
+        adw_message_dialog_set_response_appearance(dialog, UpdateDialog::kDownload, ADW_RESPONSE_SUGGESTED);
+        adw_message_dialog_set_default_response(dialog, UpdateDialog::kDownload);
+    }
+}
+
+void describeUpToDate(AdwMessageDialog* dialog, const UpdaterController::Result& result) {
+    GCharPtr body(g_strdup_printf("Version %s is the newest version available.", result.currentVersion.c_str()));
+    adw_message_dialog_set_heading(dialog, "Orvane Is Up to Date");
+    adw_message_dialog_set_body(dialog, body.get());
+    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, "_OK");
+}
+
+void describeFailure(AdwMessageDialog* dialog, const UpdaterController::Result& result) {
+    adw_message_dialog_set_heading(dialog, "Could Not Check for Updates");
+    adw_message_dialog_set_body(dialog, result.error.empty() ? "The update feed could not be read." : result.error.c_str());
+    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, "_OK");
+}
+
+} // namespace
+
+AdwMessageDialog* UpdateDialog::create(GtkWindow* parent, const UpdaterController::Result& result, Opener open) {
+    auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(parent, nullptr, nullptr));
+    gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
+    auto* links = new Links {{}, {}, open ? std::move(open) : Opener(openInBrowser)};
+
+    using Kind = UpdaterController::Result::Kind;
+    if (result.kind == Kind::UpdateAvailable && result.item)
+        describeNewer(dialog, result, *links);
+    else if (result.kind == Kind::UpToDate)
+        describeUpToDate(dialog, result);
+    else
+        describeFailure(dialog, result);
+    adw_message_dialog_set_close_response(dialog, kClose);
+    if (!adw_message_dialog_get_default_response(dialog))
+        adw_message_dialog_set_default_response(dialog, kClose);
+
+    g_object_set_data_full(G_OBJECT(dialog), "orvane-update-links", links,
+        [](gpointer data) { delete static_cast<Links*>(data); });
+    g_signal_connect(dialog, "response", G_CALLBACK(onResponse), links);
+    return dialog;
+}
+
+AdwMessageDialog* UpdateDialog::present(GtkWindow* parent, const UpdaterController::Result& result) {
+    AdwMessageDialog* dialog = create(parent, result);
+    gtk_window_present(GTK_WINDOW(dialog));
+    return dialog;
+}
+
+void UpdateDialog::checkAndPresent(UpdaterController& updater, GtkWindow* parent) {
+    // Cleared when the callback goes away, called or not.
+    std::shared_ptr<GWeakRef> weakParent(new GWeakRef, [](GWeakRef* ref) {
+        g_weak_ref_clear(ref);
+        delete ref;
+    });
+    g_weak_ref_init(weakParent.get(), parent);
+    updater.checkForUpdates([weakParent](const UpdaterController::Result& result) {
+        Ref<GtkWindow> window = adopt(static_cast<GtkWindow*>(g_weak_ref_get(weakParent.get())));
+        if (window && gtk_widget_get_visible(GTK_WIDGET(window.get())))
+            present(window.get(), result);
+    });
+}
+
+bool UpdateDialog::openInBrowser(const std::string& uri) {
+    if (!Appcast::isWebAddress(uri))
+        return false;
+    Ref<GdkAppLaunchContext> context;
+    if (GdkDisplay* display = gdk_display_get_default())
+        context = adopt(gdk_display_get_app_launch_context(display));
+    g_app_info_launch_default_for_uri_async(uri.c_str(), context ? G_APP_LAUNCH_CONTEXT(context.get()) : nullptr,
+        nullptr, nullptr, nullptr);
+    return true;
+}
+
+} // namespace orvane
