@@ -2,8 +2,22 @@
 
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
+#include "base/BuildConfig.h"
 
 namespace orvane {
+
+// Run from the build tree, before tools/install-desktop.sh has put the icon
+// into the icon theme: take it from the source tree.
+static void useIconFromSourceTree() {
+#ifdef ORVANE_UNINSTALLED_ICONS_DIR
+    GdkDisplay* display = gdk_display_get_default();
+    if (!display)
+        return;
+    GtkIconTheme* theme = gtk_icon_theme_get_for_display(display);
+    if (!gtk_icon_theme_has_icon(theme, build::kAppID) && g_file_test(ORVANE_UNINSTALLED_ICONS_DIR, G_FILE_TEST_IS_DIR))
+        gtk_icon_theme_add_search_path(theme, ORVANE_UNINSTALLED_ICONS_DIR);
+#endif
+}
 
 OrvaneApp::OrvaneApp()
     : m_app(adopt(adw_application_new("app.orvane.Orvane", G_APPLICATION_HANDLES_OPEN))) {
@@ -26,6 +40,8 @@ int OrvaneApp::run(int argc, char** argv) {
 // arguments over and exits without ever building these.
 void OrvaneApp::onStartup(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
+    useIconFromSourceTree();
+    gtk_window_set_default_icon_name(build::kAppID);
     self->m_store.emplace();
     self->m_manager.emplace();
     self->m_primaryMenu = self->buildPrimaryMenu();

@@ -143,8 +143,6 @@ void OrvaneApp::showShortcuts() {
     GObject* shortcuts = gtk_builder_get_object(builder.get(), "shortcuts");
     if (!GTK_IS_WINDOW(shortcuts))
         return;
-    // Attached to the application so that its shortcuts show the accelerators.
-    gtk_window_set_application(GTK_WINDOW(shortcuts), GTK_APPLICATION(m_app.get()));
     if (m_mainWindow)
         gtk_window_set_transient_for(GTK_WINDOW(shortcuts), m_mainWindow->window());
     gtk_window_present(GTK_WINDOW(shortcuts));

@@ -15,6 +15,9 @@ TEST_F(StartupTest, FreshStartShowsEmptyStateAndReturnAddsGmailAccount) {
     ASSERT_TRUE(geometry);
     EXPECT_GE(geometry->width, 820);
     EXPECT_GE(geometry->height, 520);
+    auto hints = ChildProcess::run({ "xprop", "-id", std::to_string(window), "WM_NORMAL_HINTS" }, orvane.environment());
+    ASSERT_TRUE(hints);
+    EXPECT_NE(hints->output.find("minimum size: 820 by 520"), std::string::npos) << hints->output;
     EXPECT_TRUE(accountIDs().empty());
 
     // The suggested-action button sits in the middle of the window: look for
