@@ -115,16 +115,22 @@ NavigationDelegate::NavigationDelegate(std::optional<AccountService> service, st
 NavigationDelegate::~NavigationDelegate() {
     m_connections.clear();
     auto popups = std::move(m_popups);
-    for (auto& popup : popups)
+    for (auto& popup : popups) {
+        popup.connections.clear();
         gtk_window_destroy(popup.window.get());
+    }
 }
 
 void NavigationDelegate::attach(WebKitWebView* view) {
-    m_connections.push_back(SignalConnection::connect(view, "decide-policy", onDecidePolicy, this));
-    m_connections.push_back(SignalConnection::connect(view, "create", onCreate, this));
-    m_connections.push_back(SignalConnection::connect(view, "close", onClose, this));
-    m_connections.push_back(SignalConnection::connect(view, "load-changed", onLoadChanged, this));
-    m_connections.push_back(SignalConnection::connect(view, "user-message-received", onUserMessage, this));
+    connectView(view, m_connections);
+}
+
+void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConnection>& connections) {
+    connections.push_back(SignalConnection::connect(view, "decide-policy", onDecidePolicy, this));
+    connections.push_back(SignalConnection::connect(view, "create", onCreate, this));
+    connections.push_back(SignalConnection::connect(view, "close", onClose, this));
+    connections.push_back(SignalConnection::connect(view, "load-changed", onLoadChanged, this));
+    connections.push_back(SignalConnection::connect(view, "user-message-received", onUserMessage, this));
 }
 
 std::string NavigationDelegate::resolvedTarget(const std::string& uri) {
@@ -240,15 +246,14 @@ GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigati
     gtk_window_set_default_size(window, kPopupWidth, kPopupHeight);
     gtk_window_set_resizable(window, TRUE);
     gtk_window_set_child(window, GTK_WIDGET(view));
-    m_popups.push_back({ Ref<GtkWindow>(window), view });
-
-    m_connections.push_back(SignalConnection::connect(view, "ready-to-show",
-        +[](WebKitWebView* popup, gpointer) {
-            if (auto* root = gtk_widget_get_root(GTK_WIDGET(popup)); GTK_IS_WINDOW(root))
+    Popup& popup = m_popups.emplace_back(Popup { Ref<GtkWindow>(window), view, {} });
+    popup.connections.push_back(SignalConnection::connect(view, "ready-to-show",
+        +[](WebKitWebView* shown, gpointer) {
+            if (auto* root = gtk_widget_get_root(GTK_WIDGET(shown)); GTK_IS_WINDOW(root))
                 gtk_window_present(GTK_WINDOW(root));
         }, nullptr));
-    m_connections.push_back(SignalConnection::connect(window, "close-request", onPopupCloseRequest, this));
-    attach(view);
+    popup.connections.push_back(SignalConnection::connect(window, "close-request", onPopupCloseRequest, this));
+    connectView(view, popup.connections);
     if (m_popupOpened)
         m_popupOpened(view);
     return GTK_WIDGET(view);
@@ -274,12 +279,13 @@ void NavigationDelegate::forgetPopup(GtkWindow* window, bool destroy) {
         [&](const Popup& popup) { return popup.window.get() == window; });
     if (it == m_popups.end())
         return;
-    Ref<GtkWindow> keep = it->window;
-    WebKitWebView* view = it->view;
+    Popup popup = std::move(*it);
     m_popups.erase(it);
+    popup.connections.clear();
+    WebKitWebView* view = popup.view;
     std::erase_if(m_frameLinks, [&](const FrameLink& link) { return link.view == view; });
     if (destroy)
-        gtk_window_destroy(keep.get());
+        gtk_window_destroy(popup.window.get());
 }
 
 void NavigationDelegate::onLoadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer self) {

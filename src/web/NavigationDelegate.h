@@ -64,6 +64,7 @@ private:
     struct Popup {
         Ref<GtkWindow> window;
         WebKitWebView* view; // owned by the window
+        std::vector<SignalConnection> connections;
     };
     // A link activation the web-process extension saw inside an embedded frame.
     struct FrameLink {
@@ -79,6 +80,7 @@ private:
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
     static gboolean onPopupCloseRequest(GtkWindow*, gpointer self);
 
+    void connectView(WebKitWebView* view, std::vector<SignalConnection>& connections);
     bool decideNavigation(WebKitWebView* view, WebKitNavigationPolicyDecision* decision);
     GtkWidget* createPopup(WebKitWebView* opener, WebKitNavigationAction* action);
     bool takeFrameLink(WebKitWebView* view, const std::string& uri);
@@ -90,7 +92,7 @@ private:
     std::vector<Popup> m_popups;
     std::set<std::string> m_inAppHosts;
     std::vector<FrameLink> m_frameLinks;
-    std::vector<SignalConnection> m_connections;
+    std::vector<SignalConnection> m_connections; // to the main view
 };
 
 } // namespace orvane

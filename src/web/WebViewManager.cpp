@@ -173,9 +173,9 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     webkit_web_view_set_background_color(view, &transparent);
 
     std::weak_ptr<bool> alive = m_alive;
-    session->delegate = std::make_unique<NavigationDelegate>(account.service, [alive] {
-        // Account photos refresh here once they exist; nothing else yet.
-        (void)alive;
+    session->delegate = std::make_unique<NavigationDelegate>(account.service, [this, alive, id = account.id] {
+        if (alive.lock())
+            pageDidFinish(id);
     });
     session->delegate->setPopupOpened([this, id = account.id](WebKitWebView* popup) {
         m_popupObservers.notify(id, popup);
@@ -203,6 +203,12 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
 
     webkit_web_view_load_uri(view, service.homeURL.c_str());
     return view;
+}
+
+void WebViewManager::pageDidFinish(const std::string& accountID) {
+    // Every finished load of the account's main view or its pop-ups ends
+    // here; the account photo refresh attaches at this point.
+    (void)accountID;
 }
 
 void WebViewManager::installBridges(Session& session) {

@@ -90,6 +90,7 @@ private:
     void handleTitle(const std::string& accountID, const std::optional<std::string>& title);
     void setUnreadCount(const std::string& accountID, int64_t count);
     void installBridges(Session& session);
+    void pageDidFinish(const std::string& accountID);
     void startPolling(Session& session, const std::string& script, const std::string& sourceURI);
     void pollUnread(WebKitWebView* view, const std::string& accountID, const std::string& script,
         const std::string& sourceURI);
