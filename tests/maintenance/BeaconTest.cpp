@@ -2,6 +2,7 @@
 
 #include "base/Files.h"
 #include "maintenance/SilentServer.h"
+#include "maintenance/SystemVersion.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
@@ -190,6 +191,15 @@ TEST_F(BeaconTest, CorruptOrUnwritableKeyFilesStillAllowOnlyOnePingAnHour) {
     }
     EXPECT_EQ(Files::read(preferencesPath, 65536), corrupt) << "a file Orvane cannot parse is never overwritten";
     EXPECT_FALSE(Files::exists(blocker + "/preferences.ini"));
+}
+
+TEST(SystemVersion, SendsMajorDotMinorFromVersionID) {
+    struct Case { const char* versionID; const char* sent; };
+    for (const Case& c : {Case {"12", "12.0"}, Case {"24.04", "24.4"}, Case {"3.20.2", "3.20"}, Case {"8.10", "8.10"},
+             Case {"12.", "12.0"}, Case {"39-beta", "39.0"}, Case {"2024.1", "2024.1"}})
+        EXPECT_EQ(SystemVersion::fromVersionID(c.versionID), std::string(c.sent)) << c.versionID;
+    for (const char* unknown : {"", "rolling", "\"12\"", "v12", "1234567890", "\xd9\xa3"})
+        EXPECT_EQ(SystemVersion::fromVersionID(unknown), std::nullopt) << unknown;
 }
 
 TEST(BeaconURI, KeepsTheEndpointsAddressAndReplacesItsQuery) {

@@ -114,24 +114,35 @@ TEST_F(UpdaterControllerTest, BrokenFeedsAndServersEndInAClearFailure) {
         soup_server_message_set_status(message, 500, nullptr);
     });
     server.serve("/50mb", std::string(50 * 1024 * 1024, ' '), "application/rss+xml");
-    server.handle("/chunked", [](SoupServerMessage* message, const std::string&) {
+    // A body without a length that never ends.
+    struct Endless {
+        size_t sent = 0;
+        bool finished = false;
+    } endless;
+    server.handle("/endless", [&endless](SoupServerMessage* message, const std::string&) {
+        static const std::string chunk(64 * 1024, ' ');
         soup_server_message_set_status(message, 200, nullptr);
         soup_message_headers_set_encoding(soup_server_message_get_response_headers(message), SOUP_ENCODING_CHUNKED);
-        std::string megabyte(1024 * 1024, ' ');
-        for (int i = 0; i < 6; ++i)
-            soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_COPY, megabyte.data(), megabyte.size());
-        soup_message_body_complete(soup_server_message_get_response_body(message));
+        auto append = +[](SoupServerMessage* message, Endless* endless) {
+            endless->sent += chunk.size();
+            soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_STATIC, chunk.data(), chunk.size());
+        };
+        g_signal_connect(message, "wrote-chunk", G_CALLBACK(append), &endless);
+        g_signal_connect_swapped(message, "finished", G_CALLBACK(+[](Endless* e) { e->finished = true; }), &endless);
+        append(message, &endless);
     });
 
     struct Case { const char* path; const char* error; };
     for (const Case& c : {Case {"/html", "could not be read"}, Case {"/empty", "could not be read"},
              Case {"/no-items", "lists no releases"}, Case {"/unsafe", "lists no releases"},
-             Case {"/500", "HTTP 500"}, Case {"/50mb", "too large"}, Case {"/chunked", "too large"}}) {
+             Case {"/500", "HTTP 500"}, Case {"/50mb", "too large"}, Case {"/endless", "too large"}}) {
         auto result = checkFeed(c.path);
         EXPECT_EQ(result.kind, Kind::Failed) << c.path;
         EXPECT_NE(result.error.find(c.error), std::string::npos) << c.path << ": " << result.error;
         EXPECT_FALSE(result.item);
     }
+    EXPECT_TRUE(test::waitUntil([&] { return endless.finished; })) << "the endless answer was dropped";
+    EXPECT_LT(endless.sent, 32u * 1024 * 1024);
 
     std::string refused = "http://127.0.0.1:" + std::to_string(test::refusingLoopbackPort()) + "/appcast.xml";
     UpdaterController refusedUpdater(configuration(refused));
