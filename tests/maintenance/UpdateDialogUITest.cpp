@@ -47,15 +47,16 @@ protected:
         ASSERT_TRUE(test::waitUntil([&] { return gtk_widget_get_mapped(GTK_WIDGET(parent)); }));
     }
     void TearDown() override {
-        for (auto* dialog : dialogs)
-            gtk_window_destroy(GTK_WINDOW(dialog));
+        for (auto& dialog : dialogs)
+            gtk_window_destroy(GTK_WINDOW(dialog.get()));
+        dialogs.clear(); // before their parent goes
         gtk_window_destroy(parent);
         test::drainEvents();
     }
 
     AdwMessageDialog* show(const UpdaterController::Result& result) {
         auto* dialog = UpdateDialog::create(parent, result, [this](const std::string& uri) { opened.push_back(uri); });
-        dialogs.push_back(dialog);
+        dialogs.emplace_back(dialog);
         gtk_window_present(GTK_WINDOW(dialog));
         EXPECT_TRUE(test::waitUntil([&] { return gtk_widget_get_mapped(GTK_WIDGET(dialog)) && gtk_widget_get_width(GTK_WIDGET(dialog)) > 0; }));
         return dialog;
@@ -86,7 +87,7 @@ protected:
     }
 
     GtkWindow* parent = nullptr;
-    std::vector<AdwMessageDialog*> dialogs;
+    std::vector<Ref<AdwMessageDialog>> dialogs; // a response may close a dialog early
     std::vector<std::string> opened;
 };
 
@@ -172,7 +173,7 @@ TEST_F(UpdateDialogTest, TheActionFollowsTheControllerAndShowsTheResult) {
         }
         return shown != nullptr;
     }));
-    dialogs.push_back(shown);
+    dialogs.emplace_back(shown);
     EXPECT_STREQ(adw_message_dialog_get_heading(shown), "Orvane Is Up to Date");
     EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(shown)), parent);
     EXPECT_TRUE(g_action_get_enabled(registered));

@@ -125,9 +125,12 @@ void UpdateDialog::checkAndPresent(UpdaterController& updater, GtkWindow* parent
         delete ref;
     });
     g_weak_ref_init(weakParent.get(), parent);
-    updater.checkForUpdates([weakParent](const UpdaterController::Result& result) {
+    bool hasParent = parent != nullptr;
+    updater.checkForUpdates([weakParent, hasParent](const UpdaterController::Result& result) {
         Ref<GtkWindow> window = adopt(static_cast<GtkWindow*>(g_weak_ref_get(weakParent.get())));
-        if (window && gtk_widget_get_visible(GTK_WIDGET(window.get())))
+        if (!hasParent)
+            present(nullptr, result);
+        else if (window && gtk_widget_get_visible(GTK_WIDGET(window.get())))
             present(window.get(), result);
     });
 }

@@ -20,8 +20,9 @@ public:
     using Opener = std::function<void(const std::string& uri)>;
 
     // Runs a check on the controller and presents its result over `parent`
-    // (held weakly: a window closed in the meantime gets no dialog). Does
-    // nothing while updater.canCheckForUpdates() is false.
+    // (held weakly: a window closed in the meantime gets no dialog; no parent
+    // at all gives a dialog of its own). Does nothing while
+    // updater.canCheckForUpdates() is false.
     static void checkAndPresent(UpdaterController& updater, GtkWindow* parent);
 
     // Builds and presents the dialog for a result.
