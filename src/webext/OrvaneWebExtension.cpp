@@ -14,9 +14,10 @@
 //
 // Frame links: WebKit's decide-policy does not say which frame navigates. A
 // click listener in Orvane's own script world (pages cannot see or remove it)
-// reports each link activation inside an embedded frame, before WebKit asks
-// for the navigation's policy over the same connection, so the UI side can
-// let that navigation through whatever its host.
+// reports each link activation that navigates an embedded frame (a link in
+// the frame itself, or one that targets the frame by name), before WebKit
+// asks for the navigation's policy over the same connection, so the UI side
+// can let that navigation through whatever its host.
 
 #include <webkit/webkit-web-process-extension.h>
 
@@ -82,23 +83,33 @@ void reportFrameLink(const char* uri, gpointer data) {
 // and prototypes it patches are not the ones used here.
 constexpr const char* kFrameLinkWatcher = R"JS(
 (function (report) {
+    // Whether following the link navigates an embedded frame rather than a
+    // page's main frame or a new window.
+    function targetsEmbeddedFrame(link) {
+        var target = link.getAttribute('target');
+        if (target === null) {
+            var base = document.querySelector('base[target]');
+            target = base ? base.getAttribute('target') : '';
+        }
+        var name = (target || '').toLowerCase();
+        if (name === '' || name === '_self')
+            return window !== window.top;
+        if (name === '_parent')
+            return window.parent !== window.top;
+        if (name === '_top' || name === '_blank' || name === '_unfencedtop')
+            return false;
+        var named = null;
+        try { named = window.top.frames[target]; } catch (e) {}
+        return !!named && named !== window.top;
+    }
     window.addEventListener('click', function (event) {
         try {
             if (event.button !== 0)
                 return;
             var node = event.target;
             var link = node && node.closest ? node.closest('a[href], area[href]') : null;
-            if (!link || typeof link.href !== 'string')
-                return;
-            var target = link.getAttribute('target');
-            if (target === null) {
-                var base = document.querySelector('base[target]');
-                target = base ? base.getAttribute('target') : '';
-            }
-            target = (target || '').toLowerCase();
-            if (target !== '' && target !== '_self')
-                return;
-            report(link.href);
+            if (link && typeof link.href === 'string' && targetsEmbeddedFrame(link))
+                report(link.href);
         } catch (e) {}
     }, true);
 })
@@ -128,8 +139,7 @@ void watchFrameLinks(WebKitWebPage* page, WebKitFrame* frame) {
 
 void onWindowObjectCleared(WebKitScriptWorld* world, WebKitWebPage* page, WebKitFrame* frame, gpointer) {
     stampFrame(world, page, frame);
-    if (!webkit_frame_is_main_frame(frame))
-        watchFrameLinks(page, frame);
+    watchFrameLinks(page, frame);
 }
 
 } // namespace

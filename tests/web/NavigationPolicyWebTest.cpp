@@ -85,6 +85,9 @@ TEST_F(NavigationPolicyWebTest, OutsideLinksGoToTheBrowserAndFramesStayFree) {
     ASSERT_TRUE(waitUntil([&] { return server.requestCount("/web/frame-target.html") == 1; }));
     // Now on another origin, the frame's document is out of the page's reach.
     ASSERT_TRUE(waitForJS(view, "document.getElementById('frame').contentDocument === null"));
+    // A link in the page that targets the frame by name loads there too.
+    ASSERT_TRUE(runJS(view, "document.getElementById('into-frame').click(); true").ok);
+    ASSERT_TRUE(waitUntil([&] { return server.requestCount("/web/frame-target.html") == 2; }));
     EXPECT_EQ(browserURIs.size(), 1u);
     EXPECT_EQ(webkit_web_view_get_uri(view), links);
 
