@@ -116,7 +116,8 @@ inline GtkWindow* showInWindow(GtkWidget* child, int width = -1, int height = -1
 inline graphene_point_t originIn(GtkWidget* widget, GtkWidget* ancestor) {
     graphene_point_t in = GRAPHENE_POINT_INIT(0, 0);
     graphene_point_t out = GRAPHENE_POINT_INIT(-1, -1);
-    gtk_widget_compute_point(widget, ancestor, &in, &out);
+    if (!gtk_widget_compute_point(widget, ancestor, &in, &out))
+        return GRAPHENE_POINT_INIT(-1, -1);
     return out;
 }
 

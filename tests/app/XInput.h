@@ -1,0 +1,94 @@
+#pragma once
+
+// Real pointer and key input for widget tests, sent through the X server
+// (XTest, with xdotool) so that gestures and shortcut controllers see exactly
+// what a user's hardware would produce. Only on the X11 backend (Xvfb).
+
+#include "support/Wait.h"
+
+#include <gdk/x11/gdkx.h>
+#include <gtk/gtk.h>
+
+// Xlib's macros collide with GoogleTest's names.
+#undef None
+#undef Bool
+#undef Status
+#undef True
+#undef False
+#undef Success
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace orvane::test {
+
+inline bool runXdotool(const std::vector<std::string>& args) {
+    std::vector<char*> argv;
+    std::string program = "xdotool";
+    argv.push_back(program.data());
+    std::vector<std::string> copies = args;
+    for (auto& arg : copies)
+        argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    int status = -1;
+    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, nullptr,
+            &status, nullptr))
+        return false;
+    return g_spawn_check_wait_status(status, nullptr);
+}
+
+inline bool canSendXInput(GtkWidget* widget) {
+    GtkNative* native = gtk_widget_get_native(widget);
+    return native && GDK_IS_X11_SURFACE(gtk_native_get_surface(native)) && g_find_program_in_path("xdotool");
+}
+
+// The X window of `widget`'s surface and the point (x, y) of the widget in it.
+inline bool xPoint(GtkWidget* widget, double x, double y, unsigned long& xid, int& outX, int& outY) {
+    GtkNative* native = gtk_widget_get_native(widget);
+    if (!native)
+        return false;
+    graphene_point_t in = GRAPHENE_POINT_INIT(float(x), float(y));
+    graphene_point_t out;
+    if (!gtk_widget_compute_point(widget, GTK_WIDGET(native), &in, &out))
+        return false;
+    double dx = 0;
+    double dy = 0;
+    gtk_native_get_surface_transform(native, &dx, &dy);
+    xid = gdk_x11_surface_get_xid(gtk_native_get_surface(native));
+    outX = int(std::lround(out.x + dx));
+    outY = int(std::lround(out.y + dy));
+    return true;
+}
+
+// Moves the pointer onto the widget's centre (or the given point), then runs
+// the xdotool commands that follow (for instance {"click", "3"}).
+inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, double x = -1, double y = -1) {
+    if (x < 0)
+        x = gtk_widget_get_width(widget) / 2.0;
+    if (y < 0)
+        y = gtk_widget_get_height(widget) / 2.0;
+    unsigned long xid = 0;
+    int px = 0;
+    int py = 0;
+    if (!xPoint(widget, x, y, xid, px, py))
+        return false;
+    // Arrive with a motion, as a hand would: a pointer that is already there
+    // after a popover closed may not count as over the window yet.
+    std::vector<std::string> args = { "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px + 2),
+        std::to_string(py + 2), "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px),
+        std::to_string(py) };
+    args.insert(args.end(), then.begin(), then.end());
+    bool ok = runXdotool(args);
+    drainEvents();
+    return ok;
+}
+
+// Key presses (xdotool key names such as "shift+F10") to the focused window.
+inline bool pressKeys(const std::string& keys) {
+    bool ok = runXdotool({ "key", "--clearmodifiers", keys });
+    drainEvents();
+    return ok;
+}
+
+} // namespace orvane::test
