@@ -10,7 +10,7 @@ packages=(
   libglib2.0-dev libglib2.0-dev-bin libgtk-4-dev libadwaita-1-dev
   libwebkitgtk-6.0-dev libsoup-3.0-dev libxml2-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev
-  xvfb xauth dbus dbus-x11 at-spi2-core xdotool x11-utils imagemagick
+  xvfb xauth dbus dbus-x11 at-spi2-core xdotool x11-utils imagemagick xdg-utils
   python3 python3-dbusmock python3-gi gir1.2-glib-2.0
   desktop-file-utils appstream adwaita-icon-theme fonts-dejavu-core
   poppler-utils
