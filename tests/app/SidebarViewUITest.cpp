@@ -47,9 +47,11 @@ protected:
         m_manager.reset();
         m_store.reset();
         drainEvents();
+        m_inputLock.reset();
     }
 
     void show(int height = 600) {
+        m_inputLock.emplace();
         m_sidebar = std::make_unique<SidebarView>(*m_store, *m_manager);
         m_window = showInWindow(m_sidebar->widget(), -1, height);
     }
@@ -146,6 +148,14 @@ protected:
         return nullptr;
     }
 
+    // Gives the account's page a title, as the provider's page would, once
+    // the manager's own first load (to a closed port) has ended.
+    static void showTitle(WebKitWebView* view, const std::string& title) {
+        waitUntil([view] { return !webkit_web_view_is_loading(view); });
+        std::string html = "<title>" + title + "</title>";
+        webkit_web_view_load_html(view, html.c_str(), "http://127.0.0.1:9/");
+    }
+
     static int countSeparators(GtkWidget* root) {
         int count = 0;
         for (GtkWidget* c = gtk_widget_get_first_child(root); c; c = gtk_widget_get_next_sibling(c))
@@ -167,6 +177,7 @@ protected:
     std::unique_ptr<WebViewManager> m_manager;
     std::unique_ptr<SidebarView> m_sidebar;
     GtkWindow* m_window = nullptr;
+    std::optional<XInputLock> m_inputLock;
 };
 
 const std::vector<MenuItem> kMailMenu = { { "Reload", "sidebar.reload" }, { "Add Calendar", "sidebar.add-calendar" },
@@ -231,8 +242,7 @@ TEST_F(SidebarViewTest, TilesFollowSelectionBadgesAndUnreadCounts) {
 
     // A count arrives through the page title; no entry shows 0.
     EXPECT_EQ(orvane_avatar_view_get_unread(tile(home.id)), 0);
-    WebKitWebView* view = m_manager->webView(*m_store->account(home.id));
-    webkit_web_view_load_html(view, "<title>Inbox (7) - home@example.com - Gmail</title>", "http://127.0.0.1:9/");
+    showTitle(m_manager->webView(*m_store->account(home.id)), "Inbox (7) - home@example.com - Gmail");
     EXPECT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(home.id)) == 7; }));
     // The title also renamed the account; the tile and tooltip follow.
     EXPECT_TRUE(waitUntil([&] {
@@ -262,7 +272,7 @@ TEST_F(SidebarViewTest, ClickSelectsAndSaves) {
 
     // The keyboard does the same on a focused tile.
     gtk_widget_grab_focus(GTK_WIDGET(tile(work.id)));
-    ASSERT_TRUE(pressKeys("Return"));
+    ASSERT_TRUE(pressKeys("Return", GTK_WIDGET(tile(work.id))));
     EXPECT_TRUE(waitUntil([&] { return m_store->selectedAccountID() == work.id; }));
     EXPECT_EQ(savedSelection(), work.id);
 
@@ -270,7 +280,7 @@ TEST_F(SidebarViewTest, ClickSelectsAndSaves) {
     ASSERT_TRUE(pointerAt(GTK_WIDGET(tile(home.id)), { "click", "3" }));
     EXPECT_TRUE(waitUntil([&] { return gtk_widget_get_visible(GTK_WIDGET(menuOf(home.id))); }));
     EXPECT_EQ(m_store->selectedAccountID(), work.id);
-    ASSERT_TRUE(pressKeys("Escape"));
+    ASSERT_TRUE(pressKeys("Escape", GTK_WIDGET(menuOf(home.id))));
     EXPECT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(GTK_WIDGET(menuOf(home.id))); }));
 }
 
@@ -315,7 +325,7 @@ TEST_F(SidebarViewTest, ContextMenuItemsByKindAndDefault) {
     // Closed as a user would (a popover closed from code under a bare X
     // server keeps the pointer grabbed for the next window).
     if (canSendXInput(GTK_WIDGET(menu)))
-        ASSERT_TRUE(pressKeys("Escape"));
+        ASSERT_TRUE(pressKeys("Escape", GTK_WIDGET(menu)));
     else
         gtk_popover_popdown(menu);
     EXPECT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(GTK_WIDGET(menu)); }));
@@ -339,7 +349,7 @@ TEST_F(SidebarViewTest, MenuOpensBySecondaryClickLongPressAndKeys) {
     ASSERT_TRUE(pointerAt(workTile, { "click", "3" }));
     ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_visible(menu); }));
     EXPECT_EQ(flatten(gtk_popover_menu_get_menu_model(GTK_POPOVER_MENU(menu))), kMailMenu);
-    ASSERT_TRUE(pressKeys("Escape"));
+    ASSERT_TRUE(pressKeys("Escape", menu));
     ASSERT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(menu); }));
 
     // Choosing an item with the pointer closes the menu and runs the command;
@@ -359,16 +369,16 @@ TEST_F(SidebarViewTest, MenuOpensBySecondaryClickLongPressAndKeys) {
     ASSERT_TRUE(pointerAt(workTile, { "mousedown", "1" }));
     EXPECT_TRUE(waitUntil([&] { return gtk_widget_get_visible(menu); }));
     ASSERT_TRUE(runXdotool({ "mouseup", "1" }));
-    ASSERT_TRUE(pressKeys("Escape"));
+    ASSERT_TRUE(pressKeys("Escape", menu));
     ASSERT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(menu); }));
     // The release came before the Escape that closed the menu.
     EXPECT_FALSE(m_store->selectedAccountID().has_value());
 
     for (const char* keys : { "shift+F10", "Menu" }) {
         gtk_widget_grab_focus(workTile);
-        ASSERT_TRUE(pressKeys(keys));
+        ASSERT_TRUE(pressKeys(keys, workTile));
         EXPECT_TRUE(waitUntil([&] { return gtk_widget_get_visible(menu); })) << keys;
-        ASSERT_TRUE(pressKeys("Escape"));
+        ASSERT_TRUE(pressKeys("Escape", menu));
         ASSERT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(menu); }));
     }
 }
@@ -420,6 +430,7 @@ TEST_F(SidebarViewTest, ReloadReloadsTheExistingView) {
     server.serve("/page", "<title>one</title>");
     WebKitWebView* view = m_manager->webView(*m_store->account(work.id));
     auto titleIs = [view](const char* title) { return g_strcmp0(webkit_web_view_get_title(view), title) == 0; };
+    waitUntil([view] { return !webkit_web_view_is_loading(view); });
     webkit_web_view_load_uri(view, server.uri("/page").c_str());
     ASSERT_TRUE(waitUntil([&] { return titleIs("one"); }));
     const char* script = "document.title = 'two'";
@@ -528,9 +539,7 @@ TEST_F(SidebarViewTest, ColumnWithManyAccounts) {
                 account.avatarFileName = "photo.png";
             m_store->update(account);
             if (spec.unread > 0) {
-                WebKitWebView* view = m_manager->webView(account);
-                std::string title = "<title>Inbox (" + std::to_string(spec.unread) + ")</title>";
-                webkit_web_view_load_html(view, title.c_str(), "http://127.0.0.1:9/");
+                showTitle(m_manager->webView(account), "Inbox (" + std::to_string(spec.unread) + ")");
                 std::string id = account.id;
                 int64_t unread = spec.unread;
                 ASSERT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(id)) == unread; })) << spec.label;
@@ -571,6 +580,6 @@ TEST_F(SidebarViewTest, ColumnWithManyAccounts) {
         for (char* arg : argv)
             g_free(arg);
         if (canSendXInput(menu))
-            pressKeys("Escape");
+            pressKeys("Escape", menu);
     }
 }

@@ -17,6 +17,10 @@
 #undef False
 #undef Success
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cmath>
 #include <string>
 #include <vector>
@@ -37,6 +41,35 @@ inline bool runXdotool(const std::vector<std::string>& args) {
         return false;
     return g_spawn_check_wait_status(status, nullptr);
 }
+
+// Tests that move the shared pointer take turns: ctest runs test processes in
+// parallel on one X server. Held for the lifetime of the object; waits up to
+// a minute for the other holder.
+class XInputLock {
+public:
+    XInputLock() {
+        const char* display = g_getenv("DISPLAY");
+        std::string path = std::string(g_get_tmp_dir()) + "/orvane-xinput-" + (display ? display : "none") + ".lock";
+        m_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (m_fd < 0)
+            return;
+        waitUntil([this] { return flock(m_fd, LOCK_EX | LOCK_NB) == 0 && (m_held = true); }, std::chrono::seconds(60));
+    }
+    ~XInputLock() {
+        if (m_fd >= 0) {
+            if (m_held)
+                flock(m_fd, LOCK_UN);
+            close(m_fd);
+        }
+    }
+    XInputLock(const XInputLock&) = delete;
+    XInputLock& operator=(const XInputLock&) = delete;
+    bool held() const { return m_held; }
+
+private:
+    int m_fd = -1;
+    bool m_held = false;
+};
 
 inline bool canSendXInput(GtkWidget* widget) {
     GtkNative* native = gtk_widget_get_native(widget);
@@ -75,7 +108,8 @@ inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, d
         return false;
     // Arrive with a motion, as a hand would: a pointer that is already there
     // after a popover closed may not count as over the window yet.
-    std::vector<std::string> args = { "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px + 2),
+    // Another test's window may have been mapped over this one: raise it first.
+    std::vector<std::string> args = { "windowraise", std::to_string(xid), "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px + 2),
         std::to_string(py + 2), "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px),
         std::to_string(py) };
     args.insert(args.end(), then.begin(), then.end());
@@ -84,9 +118,16 @@ inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, d
     return ok;
 }
 
-// Key presses (xdotool key names such as "shift+F10") to the focused window.
-inline bool pressKeys(const std::string& keys) {
-    bool ok = runXdotool({ "key", "--clearmodifiers", keys });
+// Key presses (xdotool key names such as "shift+F10") to the window of
+// `widget` (raised and given the X focus first), or to the focused window.
+inline bool pressKeys(const std::string& keys, GtkWidget* widget = nullptr) {
+    std::vector<std::string> args;
+    if (GtkNative* native = widget ? gtk_widget_get_native(widget) : nullptr) {
+        std::string xid = std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(native)));
+        args = { "windowraise", xid, "windowfocus", "--sync", xid };
+    }
+    args.insert(args.end(), { "key", "--clearmodifiers", keys });
+    bool ok = runXdotool(args);
     drainEvents();
     return ok;
 }
