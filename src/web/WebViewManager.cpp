@@ -4,6 +4,7 @@
 #include "base/Files.h"
 #include "base/PageScripts.h"
 #include "base/SignalConnection.h"
+#include "bridges/DropAttach.h"
 #include "bridges/PageBridges.h"
 #include "services/MailService.h"
 #include "web/DockBadge.h"
@@ -99,6 +100,11 @@ struct PollTask {
 WebViewManager::WebViewManager()
     : m_cancellable(adopt(g_cancellable_new())) {
     PageStamp::installExtension();
+    // Files dropped on a pop-up attach in the pop-up's page.
+    m_popupDropAttach = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
+        if (auto it = m_sessions.find(accountID); it != m_sessions.end())
+            DropAttach::attach(popup, it->second->account.service);
+    });
 }
 
 WebViewManager::~WebViewManager() {
@@ -181,6 +187,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         m_popupObservers.notify(id, popup);
     });
     session->delegate->attach(view);
+    DropAttach::attach(view, account.service);
 
     if (service.unreadPollJS && !service.unreadPollJS->empty())
         startPolling(*session, *service.unreadPollJS, PageScripts::sourceURI(service.unreadPollScriptName));

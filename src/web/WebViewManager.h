@@ -107,6 +107,7 @@ private:
     std::map<std::string, MessageReceiver> m_receivers; // by handler name
     Observers<> m_unreadObservers;
     PopupObservers m_popupObservers;
+    PopupObservers::Subscription m_popupDropAttach;
     Ref<GCancellable> m_cancellable;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
 };

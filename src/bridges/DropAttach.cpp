@@ -1,0 +1,229 @@
+#include "bridges/DropAttach.h"
+
+#include "base/PageScripts.h"
+#include "bridges/PendingDrops.h"
+#include "services/MailService.h"
+#include "web/FileChooserInterceptor.h"
+#include "web/ScriptResult.h"
+
+#include <cmath>
+
+namespace orvane {
+
+namespace {
+
+constexpr const char* kDataKey = "orvane-drop-attach";
+constexpr const char* kClickScript = "bridges/drop-click.js";
+
+// A point an attach script reported: an object with finite numbers x and y.
+std::optional<std::pair<double, double>> reportedPoint(JSCValue* value) {
+    auto json = jsonFromJSC(value);
+    if (!json || !json->is_object())
+        return std::nullopt;
+    auto x = json->find("x");
+    auto y = json->find("y");
+    if (x == json->end() || y == json->end() || !x->is_number() || !y->is_number())
+        return std::nullopt;
+    double px = x->get<double>();
+    double py = y->get<double>();
+    if (!std::isfinite(px) || !std::isfinite(py))
+        return std::nullopt;
+    return std::make_pair(px, py);
+}
+
+GtkWindow* windowOf(WebKitWebView* view) {
+    GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(view));
+    return root && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
+}
+
+} // namespace
+
+// One run of the attach flow; it holds the view weakly and ends quietly when
+// the view is gone.
+struct DropAttach::Task {
+    explicit Task(WebKitWebView* view) { g_weak_ref_init(&this->view, view); }
+    ~Task() { g_weak_ref_clear(&view); }
+    Task(const Task&) = delete;
+    Task& operator=(const Task&) = delete;
+
+    // The view and its attachment while both exist.
+    std::pair<Ref<WebKitWebView>, DropAttach*> resolve() {
+        Ref<WebKitWebView> current = adopt(static_cast<WebKitWebView*>(g_weak_ref_get(&view)));
+        DropAttach* attachment = current ? DropAttach::of(current.get()) : nullptr;
+        return { std::move(current), attachment };
+    }
+
+    GWeakRef view;
+    int waits = 0;
+};
+
+DropAttach::DropAttach(WebKitWebView* view, std::optional<AccountService> service)
+    : m_view(view)
+    , m_service(service)
+    , m_cancellable(adopt(g_cancellable_new())) {
+    m_target = gtk_drop_target_new(GDK_TYPE_FILE_LIST, GDK_ACTION_COPY);
+    // The value is read while the drag moves over the view, so that a drag
+    // of web links (which also travel as URI lists) can be handed back to
+    // WebKit before it is dropped.
+    gtk_drop_target_set_preload(m_target, TRUE);
+    gtk_event_controller_set_propagation_phase(GTK_EVENT_CONTROLLER(m_target), GTK_PHASE_CAPTURE);
+    gtk_event_controller_set_name(GTK_EVENT_CONTROLLER(m_target), "orvane-drop-attach");
+    m_connections.push_back(SignalConnection::connect(m_target, "notify::value",
+        +[](GtkDropTarget* target, GParamSpec*, gpointer) {
+            const GValue* value = gtk_drop_target_get_value(target);
+            if (value && localPaths(value).empty())
+                gtk_drop_target_reject(target);
+        }, nullptr));
+    m_connections.push_back(SignalConnection::connect(m_target, "drop",
+        +[](GtkDropTarget*, const GValue* value, double, double, gpointer self) -> gboolean {
+            return static_cast<DropAttach*>(self)->drop(value);
+        }, this));
+    gtk_widget_add_controller(GTK_WIDGET(view), GTK_EVENT_CONTROLLER(m_target));
+}
+
+DropAttach::~DropAttach() {
+    g_cancellable_cancel(m_cancellable.get());
+    m_connections.clear();
+}
+
+void DropAttach::attach(WebKitWebView* view, std::optional<AccountService> service) {
+    FileChooserInterceptor::set([](WebKitWebView* chooserView, WebKitFileChooserRequest* request) {
+        return PendingDrops::shared().answer(chooserView, request);
+    });
+    if (!view || of(view))
+        return;
+    auto* attachment = new DropAttach(view, service);
+    g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
+        +[](gpointer data) { delete static_cast<DropAttach*>(data); });
+}
+
+DropAttach* DropAttach::of(WebKitWebView* view) {
+    return view ? static_cast<DropAttach*>(g_object_get_data(G_OBJECT(view), kDataKey)) : nullptr;
+}
+
+std::vector<std::string> DropAttach::localPaths(const GValue* value) {
+    std::vector<std::string> paths;
+    if (!value || !G_VALUE_HOLDS(value, GDK_TYPE_FILE_LIST))
+        return paths;
+    auto* list = static_cast<GdkFileList*>(g_value_get_boxed(value));
+    if (!list)
+        return paths;
+    GSList* files = gdk_file_list_get_files(list);
+    for (GSList* item = files; item; item = item->next) {
+        GFile* file = G_FILE(item->data);
+        if (!file || !g_file_has_uri_scheme(file, "file"))
+            continue;
+        GCharPtr path(g_file_get_path(file));
+        if (path && *path.get())
+            paths.emplace_back(path.get());
+    }
+    g_slist_free(files);
+    return paths;
+}
+
+bool DropAttach::drop(const GValue* value) {
+    std::vector<std::string> paths = localPaths(value);
+    if (paths.empty())
+        return false;
+    beginDropAttach(std::move(paths));
+    return true;
+}
+
+void DropAttach::beginDropAttach(std::vector<std::string> paths) {
+    PendingDrops::shared().add(m_view, std::move(paths));
+    auto* task = new Task(m_view);
+    g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
+        openComposeAndClickAttach(static_cast<Task*>(data));
+        return G_SOURCE_REMOVE;
+    }, task, nullptr);
+}
+
+void DropAttach::openComposeAndClickAttach(Task* task) {
+    auto [view, attachment] = task->resolve();
+    if (!attachment) {
+        delete task;
+        return;
+    }
+    const MailService& service = MailService::forService(attachment->m_service);
+    if (!service.attachClickJS || service.attachClickJS->empty()) {
+        // Nothing to click (Google Calendar): the files wait and expire.
+        delete task;
+        return;
+    }
+    if (GtkWindow* window = windowOf(view.get()))
+        gtk_window_present(window);
+    waitForActiveWindow(task);
+}
+
+void DropAttach::waitForActiveWindow(Task* task) {
+    auto [view, attachment] = task->resolve();
+    if (!attachment) {
+        delete task;
+        return;
+    }
+    GtkWindow* window = windowOf(view.get());
+    if ((window && gtk_window_is_active(window)) || task->waits >= kActivationWaits) {
+        runAttachScript(task);
+        return;
+    }
+    ++task->waits;
+    g_timeout_add_full(G_PRIORITY_DEFAULT, kActivationWaitMs, +[](gpointer data) -> gboolean {
+        waitForActiveWindow(static_cast<Task*>(data));
+        return G_SOURCE_REMOVE;
+    }, task, nullptr);
+}
+
+void DropAttach::runAttachScript(Task* task) {
+    auto [view, attachment] = task->resolve();
+    delete task;
+    if (!attachment)
+        return;
+    const MailService& service = MailService::forService(attachment->m_service);
+    if (!service.attachClickJS)
+        return;
+    const std::string& script = *service.attachClickJS;
+    std::string sourceURI = PageScripts::sourceURI(service.attachScriptName);
+    webkit_web_view_call_async_javascript_function(view.get(), script.c_str(), static_cast<gssize>(script.size()),
+        nullptr, nullptr, sourceURI.c_str(), attachment->m_cancellable.get(), attachScriptFinished, nullptr);
+}
+
+void DropAttach::attachScriptFinished(GObject* source, GAsyncResult* result, gpointer) {
+    GErrorPtr error;
+    auto value = adopt(webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source), result,
+        GErrorOut(error)));
+    if (isCancelled(error.get()))
+        return;
+    DropAttach* attachment = of(WEBKIT_WEB_VIEW(source));
+    if (!attachment)
+        return;
+    auto point = reportedPoint(value.get());
+    if (!point) {
+        attachment->attachFailed();
+        return;
+    }
+    // A view outside any window has nothing to click; its files expire.
+    if (!windowOf(attachment->m_view))
+        return;
+    attachment->clickAt(point->first, point->second);
+}
+
+void DropAttach::attachFailed() {
+    gtk_widget_error_bell(GTK_WIDGET(m_view));
+    PendingDrops::shared().clear(m_view);
+}
+
+void DropAttach::clickAt(double x, double y) {
+    std::string_view script = PageScripts::text(kClickScript);
+    if (script.empty())
+        return;
+    GVariantBuilder arguments;
+    g_variant_builder_init(&arguments, G_VARIANT_TYPE("a{sv}"));
+    g_variant_builder_add(&arguments, "{sv}", "x", g_variant_new_double(x));
+    g_variant_builder_add(&arguments, "{sv}", "y", g_variant_new_double(y));
+    std::string sourceURI = PageScripts::sourceURI(kClickScript);
+    // Run as a user action: the click may open the page's file chooser.
+    webkit_web_view_call_async_javascript_function(m_view, script.data(), static_cast<gssize>(script.size()),
+        g_variant_builder_end(&arguments), nullptr, sourceURI.c_str(), m_cancellable.get(), nullptr, nullptr);
+}
+
+} // namespace orvane
