@@ -2,6 +2,7 @@
 
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
+#include "app/MessageDialogPresenter.h"
 #include "base/BuildConfig.h"
 
 namespace orvane {
@@ -44,6 +45,7 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     gtk_window_set_default_icon_name(build::kAppID);
     self->m_store.emplace();
     self->m_manager.emplace();
+    MessageDialogPresenter::install();
     self->m_primaryMenu = self->buildPrimaryMenu();
     self->addActions();
 }

@@ -1,6 +1,10 @@
 #include "web/NavigationDelegate.h"
 
 #include "services/MailService.h"
+#include "web/DownloadDestination.h"
+#include "web/DownloadPolicy.h"
+#include "web/FilePanels.h"
+#include "web/ScriptDialogs.h"
 
 #include <algorithm>
 #include <optional>
@@ -113,6 +117,7 @@ NavigationDelegate::NavigationDelegate(std::optional<AccountService> service, st
 }
 
 NavigationDelegate::~NavigationDelegate() {
+    *m_alive = false;
     m_connections.clear();
     auto popups = std::move(m_popups);
     for (auto& popup : popups) {
@@ -122,7 +127,11 @@ NavigationDelegate::~NavigationDelegate() {
 }
 
 void NavigationDelegate::attach(WebKitWebView* view) {
+    m_mainView = view;
     connectView(view, m_connections);
+    // Pop-ups are related views: they share this network session.
+    if (WebKitNetworkSession* session = webkit_web_view_get_network_session(view))
+        m_connections.push_back(SignalConnection::connect(session, "download-started", onDownloadStarted, this));
 }
 
 void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConnection>& connections) {
@@ -131,6 +140,14 @@ void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConn
     connections.push_back(SignalConnection::connect(view, "close", onClose, this));
     connections.push_back(SignalConnection::connect(view, "load-changed", onLoadChanged, this));
     connections.push_back(SignalConnection::connect(view, "user-message-received", onUserMessage, this));
+    connections.push_back(SignalConnection::connect(view, "run-file-chooser",
+        +[](WebKitWebView* v, WebKitFileChooserRequest* request, gpointer) -> gboolean {
+            return FilePanels::run(v, request);
+        }, nullptr));
+    connections.push_back(SignalConnection::connect(view, "script-dialog",
+        +[](WebKitWebView* v, WebKitScriptDialog* dialog, gpointer) -> gboolean {
+            return ScriptDialogs::run(v, dialog);
+        }, nullptr));
 }
 
 std::string NavigationDelegate::resolvedTarget(const std::string& uri) {
@@ -190,6 +207,8 @@ void NavigationDelegate::openInBrowser(const std::string& uri) {
 
 gboolean NavigationDelegate::onDecidePolicy(WebKitWebView* view, WebKitPolicyDecision* decision,
     WebKitPolicyDecisionType type, gpointer self) {
+    if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE)
+        return static_cast<NavigationDelegate*>(self)->decideResponse(view, WEBKIT_RESPONSE_POLICY_DECISION(decision));
     if (type != WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION && type != WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION)
         return FALSE;
     return static_cast<NavigationDelegate*>(self)->decideNavigation(view, WEBKIT_NAVIGATION_POLICY_DECISION(decision));
@@ -212,6 +231,55 @@ bool NavigationDelegate::decideNavigation(WebKitWebView* view, WebKitNavigationP
     openInBrowser(uri);
     webkit_policy_decision_ignore(WEBKIT_POLICY_DECISION(decision));
     return true;
+}
+
+bool NavigationDelegate::decideResponse(WebKitWebView* view, WebKitResponsePolicyDecision* decision) {
+    if (!DownloadPolicy::shouldDownload(decision)) {
+        webkit_policy_decision_use(WEBKIT_POLICY_DECISION(decision));
+        return true;
+    }
+    if (std::find(m_responseDownloads.begin(), m_responseDownloads.end(), view) == m_responseDownloads.end())
+        m_responseDownloads.push_back(view);
+    webkit_policy_decision_download(WEBKIT_POLICY_DECISION(decision));
+    return true;
+}
+
+bool NavigationDelegate::isOwnView(WebKitWebView* view) const {
+    if (view && view == m_mainView)
+        return true;
+    return std::any_of(m_popups.begin(), m_popups.end(), [&](const Popup& popup) { return popup.view == view; });
+}
+
+void NavigationDelegate::onDownloadStarted(WebKitNetworkSession*, WebKitDownload* download, gpointer self) {
+    auto* delegate = static_cast<NavigationDelegate*>(self);
+    WebKitWebView* view = webkit_download_get_web_view(download);
+    if (!view || !delegate->isOwnView(view))
+        return; // another account sharing this session, or no view at all
+    DownloadDestination::adopt(download);
+    auto it = std::find(delegate->m_responseDownloads.begin(), delegate->m_responseDownloads.end(), view);
+    if (it == delegate->m_responseDownloads.end())
+        return;
+    delegate->m_responseDownloads.erase(it);
+    // A pop-up that only started a download has no more to show.
+    delegate->closePopupSoon(view);
+}
+
+void NavigationDelegate::closePopupSoon(WebKitWebView* view) {
+    auto it = std::find_if(m_popups.begin(), m_popups.end(), [&](const Popup& popup) { return popup.view == view; });
+    if (it == m_popups.end())
+        return;
+    // Not while WebKit is still inside the response of this very view.
+    struct Closing {
+        std::weak_ptr<bool> alive;
+        NavigationDelegate* delegate;
+        Ref<GtkWindow> window;
+    };
+    g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
+        auto* closing = static_cast<Closing*>(data);
+        if (closing->alive.lock())
+            closing->delegate->forgetPopup(closing->window.get(), true);
+        return G_SOURCE_REMOVE;
+    }, new Closing { m_alive, this, it->window }, +[](gpointer data) { delete static_cast<Closing*>(data); });
 }
 
 GtkWidget* NavigationDelegate::onCreate(WebKitWebView* opener, WebKitNavigationAction* action, gpointer self) {
@@ -284,6 +352,7 @@ void NavigationDelegate::forgetPopup(GtkWindow* window, bool destroy) {
     popup.connections.clear();
     WebKitWebView* view = popup.view;
     std::erase_if(m_frameLinks, [&](const FrameLink& link) { return link.view == view; });
+    std::erase(m_responseDownloads, view);
     if (destroy)
         gtk_window_destroy(popup.window.get());
 }

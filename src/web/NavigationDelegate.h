@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -18,9 +19,12 @@ namespace orvane {
 
 // The link, pop-up and load policy of one account: which link clicks stay in
 // Orvane and which go to the default browser, the pop-up windows its pages
-// open, and a callback after every finished load. One per account, attached
-// (by signal connections) to the account's main view and to each pop-up it
-// opens. Main thread only.
+// open, and a callback after every finished load. It also decides which
+// responses are downloaded, where its views' downloads land
+// (DownloadDestination), and answers their file choosers (FilePanels) and
+// script dialogs (ScriptDialogs). One per account, attached (by signal
+// connections) to the account's main view and to each pop-up it opens.
+// Main thread only.
 class NavigationDelegate {
 public:
     using BrowserOpener = std::function<void(const std::string& uri)>;
@@ -31,8 +35,9 @@ public:
     NavigationDelegate(const NavigationDelegate&) = delete;
     NavigationDelegate& operator=(const NavigationDelegate&) = delete;
 
-    // Takes over navigation decisions, new-window requests, close requests
-    // and load completion of the view.
+    // Takes over navigation and response decisions, new-window requests,
+    // close requests, load completion, file choosers and script dialogs of
+    // the view, and the downloads of its network session that its views start.
     void attach(WebKitWebView* view);
 
     // The address a Google redirect wrapper points at (one level), or the
@@ -79,12 +84,19 @@ private:
     static void onLoadChanged(WebKitWebView*, WebKitLoadEvent, gpointer self);
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
     static gboolean onPopupCloseRequest(GtkWindow*, gpointer self);
+    static void onDownloadStarted(WebKitNetworkSession*, WebKitDownload*, gpointer self);
 
     void connectView(WebKitWebView* view, std::vector<SignalConnection>& connections);
     bool decideNavigation(WebKitWebView* view, WebKitNavigationPolicyDecision* decision);
+    bool decideResponse(WebKitWebView* view, WebKitResponsePolicyDecision* decision);
+    bool isOwnView(WebKitWebView* view) const;
+    void closePopupSoon(WebKitWebView* view);
     GtkWidget* createPopup(WebKitWebView* opener, WebKitNavigationAction* action);
     bool takeFrameLink(WebKitWebView* view, const std::string& uri);
     void forgetPopup(GtkWindow* window, bool destroy);
+
+    // Borrowed references
+    WebKitWebView* m_mainView = nullptr;
 
     // Owned references
     std::function<void()> m_onDidFinish;
@@ -92,7 +104,9 @@ private:
     std::vector<Popup> m_popups;
     std::set<std::string> m_inAppHosts;
     std::vector<FrameLink> m_frameLinks;
-    std::vector<SignalConnection> m_connections; // to the main view
+    std::vector<WebKitWebView*> m_responseDownloads; // views whose response became a download
+    std::vector<SignalConnection> m_connections; // to the main view and its network session
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
 };
 
 } // namespace orvane

@@ -1,0 +1,72 @@
+#include "web/DownloadDestination.h"
+
+#include "base/DownloadsFolder.h"
+#include "base/UniqueFile.h"
+
+#include <optional>
+#include <string>
+
+namespace orvane::DownloadDestination {
+
+namespace {
+
+constexpr const char* kReservationKey = "orvane-download-reservation";
+constexpr const char* kFallbackName = "download";
+
+// What decide-destination created for one download; it lives on the download.
+struct Reservation {
+    std::optional<UniqueFile::Identity> file;
+    bool decided = false;
+};
+
+Reservation* reservationOf(WebKitDownload* download) {
+    return static_cast<Reservation*>(g_object_get_data(G_OBJECT(download), kReservationKey));
+}
+
+std::optional<UniqueFile> reserveFile(const std::string& suggestedName) {
+    auto folder = DownloadsFolder::path();
+    if (!folder)
+        return std::nullopt;
+    return UniqueFile::create(*folder, suggestedName, kFallbackName, kPartialSuffix);
+}
+
+gboolean onDecideDestination(WebKitDownload* download, const char* suggestedName, gpointer) {
+    Reservation* reservation = reservationOf(download);
+    if (!reservation || reservation->decided)
+        return TRUE; // decided once already
+    reservation->decided = true;
+    auto file = reserveFile(suggestedName ? suggestedName : "");
+    if (!file) {
+        webkit_download_cancel(download);
+        return TRUE;
+    }
+    file->close();
+    reservation->file = file->identity();
+    // The destination is the empty file made for this download alone.
+    webkit_download_set_allow_overwrite(download, TRUE);
+    webkit_download_set_destination(download, file->path().c_str());
+    return TRUE;
+}
+
+// A download that failed before WebKit wrote anything leaves the reserved,
+// still empty file behind.
+void removeLeftover(WebKitDownload* download) {
+    Reservation* reservation = reservationOf(download);
+    if (reservation && reservation->file)
+        UniqueFile::removeIfUntouched(*reservation->file);
+}
+
+} // namespace
+
+void adopt(WebKitDownload* download) {
+    if (!download || reservationOf(download))
+        return;
+    g_object_set_data_full(G_OBJECT(download), kReservationKey, new Reservation,
+        [](gpointer data) { delete static_cast<Reservation*>(data); });
+    g_signal_connect(download, "decide-destination", G_CALLBACK(onDecideDestination), nullptr);
+    g_signal_connect(download, "failed", G_CALLBACK(+[](WebKitDownload* d, GError*, gpointer) {
+        removeLeftover(d);
+    }), nullptr);
+}
+
+} // namespace orvane::DownloadDestination

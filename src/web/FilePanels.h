@@ -1,0 +1,15 @@
+#pragma once
+
+#include <webkit/webkit.h>
+
+namespace orvane::FilePanels {
+
+// Answers a page's request for files (run-file-chooser). The
+// FileChooserInterceptor is asked first (files dropped on the window for
+// attachment answer at once); otherwise a GtkFileChooserNative opens, free
+// standing (not attached to a window), for one file or several as the page
+// asks. Choosing answers with the chosen files; cancelling answers with none.
+// Always true: the request is handled.
+bool run(WebKitWebView* view, WebKitFileChooserRequest* request);
+
+} // namespace orvane::FilePanels
