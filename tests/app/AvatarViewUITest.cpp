@@ -54,8 +54,8 @@ protected:
         drainEvents();
         Rendering r = renderWidget(GTK_WIDGET(m_window));
         static int n = 0;
-        if (r && g_getenv("ORVANE_TEST_SHOTS"))
-            r.saveTo(std::string(g_getenv("ORVANE_TEST_SHOTS")) + "/avatar-" + std::to_string(++n) + ".png");
+        if (r && g_getenv("ORVANE_SCREENSHOT_DIR"))
+            r.saveTo(std::string(g_getenv("ORVANE_SCREENSHOT_DIR")) + "/avatar-" + std::to_string(++n) + ".png");
         return r;
     }
     // Pixel at an offset from the tile's top-left corner.
