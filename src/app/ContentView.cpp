@@ -2,6 +2,7 @@
 
 #include "app/EmptyStateView.h"
 #include "app/WebViewContainer.h"
+#include "services/ui/AccountPickerView.h"
 #include "web/WebViewManager.h"
 
 namespace orvane {
@@ -13,7 +14,10 @@ ContentView::ContentView(AccountStore& store, WebViewManager& manager)
     , m_manager(manager)
     , m_root(gtk_overlay_new())
     , m_emptyState(std::make_unique<EmptyStateView>(store))
-    , m_webArea(std::make_unique<WebViewContainer>(manager)) {
+    , m_webArea(std::make_unique<WebViewContainer>(manager))
+    , m_router(store, { [this] { presentWindow(); },
+          [this](const Account& account, const MailtoComponents& mailto) { openComposeForm(account, mailto); },
+          [this] { showPendingMailto(); } }) {
     gtk_widget_set_size_request(m_root.get(), 820, 520);
 
     m_base = gtk_stack_new();
@@ -30,11 +34,17 @@ ContentView::ContentView(AccountStore& store, WebViewManager& manager)
     gtk_box_append(GTK_BOX(m_workingLayout), m_webArea->widget());
     gtk_stack_add_named(GTK_STACK(m_base), m_workingLayout, "accounts");
 
+    m_picker = std::make_unique<AccountPickerView>(store,
+        [this](const Account& account) { m_router.pick(account); },
+        [this] { m_router.cancel(); });
+    gtk_overlay_add_overlay(GTK_OVERLAY(m_root.get()), m_picker->widget());
+
     m_storeSubscription = m_store.observe([this](unsigned) { refresh(); });
     refresh();
 }
 
 ContentView::~ContentView() {
+    *m_alive = false;
     m_storeSubscription.reset();
     while (GtkWidget* child = gtk_widget_get_first_child(m_columnSlot))
         gtk_box_remove(GTK_BOX(m_columnSlot), child);
@@ -73,12 +83,52 @@ GtkWidget* ContentView::addAccountButton() const { return m_emptyState->addButto
 
 GtkWidget* ContentView::visibleWebView() const { return m_webArea->visibleView(); }
 
-void ContentView::handleOpenURL(const std::string& url) {
-    // Only mail links are taken; routing them to a sending account comes with
-    // the sender picker.
-    auto mailto = MailtoComponents::fromURL(url);
-    if (!mailto)
+void ContentView::handleOpenURL(const std::string& url) { m_router.handleOpenURL(url); }
+
+void ContentView::compose(const Account& account, const MailtoComponents& mailto) { m_router.compose(account, mailto); }
+
+void ContentView::showPendingMailto() {
+    if (const auto& pending = m_router.pendingMailto()) {
+        m_picker->present(*pending);
         return;
+    }
+    m_picker->dismiss();
+    // The keyboard goes back to the page (the sender's, after a pick).
+    if (GtkWidget* view = visibleWebView())
+        gtk_widget_grab_focus(view);
+}
+
+// A script evaluated while a page is still loading runs in the document the
+// load replaces, and is lost with it: when a link starts Orvane, the form
+// opens once the sender's page has loaded. A loaded page gets it at once.
+void ContentView::openComposeForm(const Account& account, const MailtoComponents& mailto) {
+    WebKitWebView* view = m_manager.webView(account);
+    if (!view || !webkit_web_view_is_loading(view)) {
+        m_manager.compose(account, mailto);
+        return;
+    }
+    struct Deferred {
+        std::weak_ptr<bool> alive;
+        ContentView* content;
+        Account account;
+        MailtoComponents mailto;
+    };
+    g_signal_connect_data(view, "load-changed", G_CALLBACK(+[](WebKitWebView* view, WebKitLoadEvent event, gpointer data) {
+        if (event != WEBKIT_LOAD_FINISHED)
+            return;
+        Deferred deferred = *static_cast<Deferred*>(data);
+        g_signal_handlers_disconnect_by_data(view, data); // deletes data
+        if (auto alive = deferred.alive.lock(); alive && *alive)
+            deferred.content->m_manager.compose(deferred.account, deferred.mailto);
+    }), new Deferred { m_alive, this, account, mailto },
+        [](gpointer data, GClosure*) { delete static_cast<Deferred*>(data); }, GConnectFlags(0));
+}
+
+// Brings the main window to the front.
+void ContentView::presentWindow() {
+    GtkRoot* root = gtk_widget_get_root(m_root.get());
+    if (GTK_IS_WINDOW(root))
+        gtk_window_present(GTK_WINDOW(root));
 }
 
 // A plain stand-in for the account column: one button per account with the

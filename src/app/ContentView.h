@@ -3,6 +3,7 @@
 #include "accounts/AccountStore.h"
 #include "base/GRef.h"
 #include "services/MailtoComponents.h"
+#include "services/MailtoRouter.h"
 
 #include <gtk/gtk.h>
 
@@ -12,6 +13,7 @@
 
 namespace orvane {
 
+class AccountPickerView;
 class EmptyStateView;
 class WebViewContainer;
 class WebViewManager;
@@ -31,8 +33,15 @@ public:
     // layouts (the sender picker takes the layer above it).
     GtkWidget* widget() const { return m_root.get(); }
 
-    // Every URL that the desktop opens with Orvane while the window exists.
+    // Every URL that the desktop opens with Orvane while the window exists:
+    // mail links compose at once from the default sending account or wait in
+    // the sender picker (MailtoRouter); anything else is ignored.
     void handleOpenURL(const std::string& url);
+    // Sends one link from one account: selects it and opens its compose form.
+    void compose(const Account& account, const MailtoComponents& mailto);
+    // The link waiting for the sender picker.
+    const std::optional<MailtoComponents>& pendingMailto() const { return m_router.pendingMailto(); }
+    AccountPickerView& picker() const { return *m_picker; }
 
     // Brings the widgets in line with the store; also makes the empty
     // state's button the window's default widget (call once the widget is in
@@ -48,6 +57,9 @@ public:
 private:
     void updateDefaultWidget();
     void fillColumn();
+    void showPendingMailto();
+    void presentWindow();
+    void openComposeForm(const Account& account, const MailtoComponents& mailto);
 
     // Borrowed references
     AccountStore& m_store;
@@ -64,8 +76,11 @@ private:
     GtkWidget* m_workingLayout = nullptr;
     GtkWidget* m_columnSlot = nullptr; // 64 px wide
 
-    // View state
-    std::optional<MailtoComponents> m_pendingMailto;
+    // The sender picker (the layer above the base) and the link routing
+    // that shows it; the router holds the waiting link.
+    std::unique_ptr<AccountPickerView> m_picker;
+    MailtoRouter m_router;
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
 };
 
 } // namespace orvane

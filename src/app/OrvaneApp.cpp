@@ -56,7 +56,9 @@ void OrvaneApp::onActivate(GApplication*, gpointer data) {
 
 void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
-    MainWindow& window = self->presentMainWindow();
+    // A link that reaches a running Orvane brings the window forward only
+    // when the routing says so; one that starts Orvane opens the window.
+    MainWindow& window = self->m_mainWindow ? *self->m_mainWindow : self->presentMainWindow();
     for (int i = 0; i < count; ++i) {
         GCharPtr uri(g_file_get_uri(files[i]));
         if (uri)

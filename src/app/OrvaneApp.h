@@ -54,6 +54,7 @@ private:
     void selectAccount(int number);
     void pasteAsPlainText();
     void showShortcuts();
+    void showPreferences();
     void showAbout();
     void quit();
     GtkWindow* activeWindow() const;

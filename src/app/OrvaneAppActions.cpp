@@ -5,6 +5,8 @@
 #include "app/AppResources.h"
 #include "app/MainWindow.h"
 #include "base/BuildConfig.h"
+#include "services/DefaultMailClient.h"
+#include "services/ui/SettingsView.h"
 
 #include <string>
 
@@ -37,20 +39,18 @@ void OrvaneApp::addActions() {
         { "select-account", +[](GSimpleAction*, GVariant* number, gpointer data) { appFrom(data)->selectAccount(g_variant_get_int32(number)); }, "i", nullptr, nullptr, {} },
         { "print", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_manager->printSelected(); }, nullptr, nullptr, nullptr, {} },
         { "paste-plain", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->pasteAsPlainText(); }, nullptr, nullptr, nullptr, {} },
-        { "make-default", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
+        { "make-default", +[](GSimpleAction*, GVariant*, gpointer) { DefaultMailClient::makeDefault(); }, nullptr, nullptr, nullptr, {} },
         { "check-for-updates", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
-        { "preferences", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
+        { "preferences", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showPreferences(); }, nullptr, nullptr, nullptr, {} },
         { "shortcuts", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showShortcuts(); }, nullptr, nullptr, nullptr, {} },
         { "about", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showAbout(); }, nullptr, nullptr, nullptr, {} },
         { "quit", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->quit(); }, nullptr, nullptr, nullptr, {} },
     };
     g_action_map_add_action_entries(G_ACTION_MAP(m_app.get()), entries, G_N_ELEMENTS(entries), this);
 
-    // Not available yet: the default-handler request, the update check and
-    // the settings window attach to these actions when they exist.
-    setActionEnabled("make-default", false);
+    // Not available yet: the update check attaches to this action when it
+    // exists.
     setActionEnabled("check-for-updates", false);
-    setActionEnabled("preferences", false);
 
     GtkApplication* app = GTK_APPLICATION(m_app.get());
     for (const auto& shortcut : kShortcuts) {
@@ -146,6 +146,11 @@ void OrvaneApp::showShortcuts() {
     if (m_mainWindow)
         gtk_window_set_transient_for(GTK_WINDOW(shortcuts), m_mainWindow->window());
     gtk_window_present(GTK_WINDOW(shortcuts));
+}
+
+// One preferences window at a time; opening it again brings it forward.
+void OrvaneApp::showPreferences() {
+    SettingsView::open(*m_store, *m_manager, m_mainWindow ? m_mainWindow->window() : nullptr, GTK_APPLICATION(m_app.get()));
 }
 
 void OrvaneApp::showAbout() {

@@ -111,13 +111,15 @@ std::string OrvaneProcess::installStandInBrowser() {
     return record;
 }
 
-bool OrvaneProcess::start(std::chrono::milliseconds timeout) {
+bool OrvaneProcess::start(std::chrono::milliseconds timeout, const std::vector<std::string>& arguments) {
     if (m_process.isRunning() || !m_desktop.start())
         return false;
     m_environment.set("DISPLAY", m_desktop.display());
     m_environment.set("DBUS_SESSION_BUS_ADDRESS", m_desktop.busAddress());
+    std::vector<std::string> argv = { ORVANE_BINARY };
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
     m_startedAt = g_get_monotonic_time();
-    if (!m_process.start({ ORVANE_BINARY }, m_environment.list(), ChildProcess::Output::File, m_folder + "/orvane.log"))
+    if (!m_process.start(argv, m_environment.list(), ChildProcess::Output::File, m_folder + "/orvane.log"))
         return false;
     return waitUntil([&] { return !m_process.isRunning() || m_desktop.nameHasOwner(kBusName); }, timeout)
         && m_process.isRunning();

@@ -48,7 +48,8 @@ public:
     std::string installStandInBrowser();
 
     // Starts orvane and waits until it owns app.orvane.Orvane on the bus.
-    bool start(std::chrono::milliseconds timeout = 30s);
+    // `arguments` follow the program name (`orvane 'mailto:…'` starting it).
+    bool start(std::chrono::milliseconds timeout = 30s, const std::vector<std::string>& arguments = {});
     bool isRunning() const { return m_process.isRunning(); }
     // g_get_monotonic_time() right before orvane was executed.
     int64_t startedAt() const { return m_startedAt; }
