@@ -7,6 +7,7 @@
 #include "bridges/DropAttach.h"
 #include "bridges/PageBridges.h"
 #include "services/MailService.h"
+#include "web/AvatarRefresher.h"
 #include "web/DockBadge.h"
 #include "web/MessageSender.h"
 #include "web/NavigationDelegate.h"
@@ -100,6 +101,7 @@ struct PollTask {
 WebViewManager::WebViewManager()
     : m_cancellable(adopt(g_cancellable_new())) {
     PageStamp::installExtension();
+    m_avatars = std::make_unique<AvatarRefresher>(*this);
     // Files dropped on a pop-up attach in the pop-up's page.
     m_popupDropAttach = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
         if (auto it = m_sessions.find(accountID); it != m_sessions.end())
@@ -214,8 +216,12 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
 
 void WebViewManager::pageDidFinish(const std::string& accountID) {
     // Every finished load of the account's main view or its pop-ups ends
-    // here; the account photo refresh attaches at this point.
-    (void)accountID;
+    // here. Calendar pages never look for a photo: they share their Gmail
+    // account's through the data store.
+    auto it = m_sessions.find(accountID);
+    if (it == m_sessions.end() || it->second->account.isCalendar())
+        return;
+    m_avatars->refresh(accountID, it->second->view.get());
 }
 
 void WebViewManager::installBridges(Session& session) {

@@ -17,6 +17,7 @@
 
 namespace orvane {
 
+class AvatarRefresher;
 class NavigationDelegate;
 
 // Owns every account's web session: one WebKitWebView per account over the
@@ -84,6 +85,10 @@ public:
     // by every account with that dataStoreID.
     WebKitNetworkSession* networkSession(const std::string& dataStoreID);
 
+    // Keeps the account photos in step with the pages (refreshed after every
+    // finished load of a mail-side account's view or its pop-ups).
+    AvatarRefresher& avatars() { return *m_avatars; }
+
 private:
     struct Session;
 
@@ -110,6 +115,7 @@ private:
     PopupObservers::Subscription m_popupDropAttach;
     Ref<GCancellable> m_cancellable;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    std::unique_ptr<AvatarRefresher> m_avatars;
 };
 
 } // namespace orvane
