@@ -29,6 +29,21 @@ std::string avatarPath(const std::string& fileName) {
 
 } // namespace
 
+// A refresh waiting for the main loop to go idle; holds the view and the
+// refresher weakly.
+struct AvatarRefresher::DeferredProbe {
+    DeferredProbe(AvatarRefresher* refresher, std::weak_ptr<bool> alive, std::string accountID, WebKitWebView* view)
+        : refresher(refresher), alive(std::move(alive)), accountID(std::move(accountID)) {
+        g_weak_ref_init(&this->view, view);
+    }
+    ~DeferredProbe() { g_weak_ref_clear(&view); }
+
+    AvatarRefresher* refresher; // valid while `alive` holds
+    std::weak_ptr<bool> alive;
+    std::string accountID;
+    GWeakRef view;
+};
+
 AvatarRefresher::AvatarRefresher(const WebViewManager& manager)
     : m_manager(manager)
     , m_cancellable(adopt(g_cancellable_new())) {
@@ -41,9 +56,29 @@ AvatarRefresher::~AvatarRefresher() {
 }
 
 void AvatarRefresher::refresh(const std::string& accountID, WebKitWebView* view) {
+    if (!view)
+        return finish(accountID, Outcome::Skipped);
+    // WebKit reports a finished load before the title that came with it; once
+    // that title has renamed the account, the Outlook script can pick the
+    // photo labelled with the account's name.
+    auto* task = new DeferredProbe(this, m_alive, accountID, view);
+    g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, +[](gpointer data) -> gboolean {
+        auto* task = static_cast<DeferredProbe*>(data);
+        if (!task->alive.lock())
+            return G_SOURCE_REMOVE;
+        Ref<WebKitWebView> view = adopt(static_cast<WebKitWebView*>(g_weak_ref_get(&task->view)));
+        if (!view)
+            task->refresher->finish(task->accountID, Outcome::Skipped);
+        else
+            task->refresher->probe(task->accountID, view.get());
+        return G_SOURCE_REMOVE;
+    }, task, +[](gpointer data) { delete static_cast<DeferredProbe*>(data); });
+}
+
+void AvatarRefresher::probe(const std::string& accountID, WebKitWebView* view) {
     AccountStore* store = m_manager.store();
     const Account* account = store ? store->account(accountID) : nullptr;
-    if (!account || !view)
+    if (!account)
         return finish(accountID, Outcome::Skipped);
     const MailService& service = MailService::forService(account->service);
     if (!service.photoJS || service.photoJS->empty())

@@ -37,7 +37,9 @@ public:
     AvatarRefresher(const AvatarRefresher&) = delete;
     AvatarRefresher& operator=(const AvatarRefresher&) = delete;
 
-    // Asks the account's main view for its photo and stores it when it changed.
+    // Asks the account's main view for its photo (once the main loop is idle,
+    // so that a title that came with the load is handled first) and stores it
+    // when it changed.
     void refresh(const std::string& accountID, WebKitWebView* view);
 
     // Tells of every refresh as it ends, with its outcome.
@@ -51,6 +53,9 @@ public:
     static bool isImage(const std::string& bytes);
 
 private:
+    struct DeferredProbe;
+
+    void probe(const std::string& accountID, WebKitWebView* view);
     void photoFound(const std::string& accountID, const std::string& photo);
     void download(const std::string& photo, const std::string& identity, const std::string& accountID);
     void persist(const std::string& bytes, const std::string& identity, const std::string& accountID);
