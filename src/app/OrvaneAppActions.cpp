@@ -5,6 +5,7 @@
 #include "app/AppResources.h"
 #include "app/MainWindow.h"
 #include "base/BuildConfig.h"
+#include "bridges/NotificationRelay.h"
 #include "services/DefaultMailClient.h"
 #include "services/ui/SettingsView.h"
 
@@ -45,6 +46,16 @@ void OrvaneApp::addActions() {
         { "shortcuts", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showShortcuts(); }, nullptr, nullptr, nullptr, {} },
         { "about", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showAbout(); }, nullptr, nullptr, nullptr, {} },
         { "quit", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->quit(); }, nullptr, nullptr, nullptr, {} },
+        // The default action of the desktop notifications (bridges/NotificationRelay.h),
+        // also when it starts Orvane through D-Bus activation.
+        { NotificationRelay::kClickAction, +[](GSimpleAction*, GVariant* target, gpointer data) {
+            const char* account = nullptr;
+            const char* notif = nullptr;
+            g_variant_get(target, "(&s&s)", &account, &notif);
+            OrvaneApp* self = appFrom(data);
+            self->presentMainWindow();
+            self->m_manager->notificationRelay().clicked(account, notif);
+        }, NotificationRelay::kClickActionTarget, nullptr, nullptr, {} },
     };
     g_action_map_add_action_entries(G_ACTION_MAP(m_app.get()), entries, G_N_ELEMENTS(entries), this);
 

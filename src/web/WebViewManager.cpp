@@ -5,14 +5,15 @@
 #include "base/PageScripts.h"
 #include "base/SignalConnection.h"
 #include "bridges/DropAttach.h"
+#include "bridges/NotificationRelay.h"
 #include "bridges/PageBridges.h"
+#include "bridges/PrintSupport.h"
 #include "services/MailService.h"
 #include "web/AvatarRefresher.h"
 #include "web/DockBadge.h"
 #include "web/MessageSender.h"
 #include "web/NavigationDelegate.h"
 #include "web/PageStamp.h"
-#include "web/ViewPrinter.h"
 
 #include <cmath>
 #include <limits>
@@ -101,6 +102,8 @@ struct PollTask {
 WebViewManager::WebViewManager()
     : m_cancellable(adopt(g_cancellable_new())) {
     PageStamp::installExtension();
+    m_notificationRelay = std::make_unique<NotificationRelay>(*this);
+    PrintSupport::shared().serve(*this);
     m_avatars = std::make_unique<AvatarRefresher>(*this);
     // Files dropped on a pop-up attach in the pop-up's page.
     m_popupDropAttach = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
@@ -410,7 +413,7 @@ void WebViewManager::printSelected() {
         for (WebKitWebView* popup : session->delegate->popupViews()) {
             GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(popup));
             if (root && GTK_IS_WINDOW(root) && gtk_window_is_active(GTK_WINDOW(root))) {
-                ViewPrinter::print(popup);
+                PrintSupport::shared().print(popup);
                 return;
             }
         }
@@ -418,7 +421,7 @@ void WebViewManager::printSelected() {
     if (!m_store || !m_store->selectedAccountID())
         return;
     if (WebKitWebView* view = webView(*m_store->selectedAccountID()))
-        ViewPrinter::print(view);
+        PrintSupport::shared().print(view);
 }
 
 } // namespace orvane

@@ -19,6 +19,7 @@ namespace orvane {
 
 class AvatarRefresher;
 class NavigationDelegate;
+class NotificationRelay;
 
 // Owns every account's web session: one WebKitWebView per account over the
 // WebKitNetworkSession of its dataStoreID, with Orvane's user agent, page
@@ -85,6 +86,10 @@ public:
     // by every account with that dataStoreID.
     WebKitNetworkSession* networkSession(const std::string& dataStoreID);
 
+    // Shows the pages' notifications on the desktop (orvaneNotify) and takes
+    // the clicks on them back to the pages.
+    NotificationRelay& notificationRelay() { return *m_notificationRelay; }
+
     // Keeps the account photos in step with the pages (refreshed after every
     // finished load of a mail-side account's view or its pop-ups).
     AvatarRefresher& avatars() { return *m_avatars; }
@@ -115,6 +120,7 @@ private:
     PopupObservers::Subscription m_popupDropAttach;
     Ref<GCancellable> m_cancellable;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    std::unique_ptr<NotificationRelay> m_notificationRelay; // after m_receivers: it unsets its receiver
     std::unique_ptr<AvatarRefresher> m_avatars;
 };
 

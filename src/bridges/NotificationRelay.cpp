@@ -1,0 +1,307 @@
+#include "bridges/NotificationRelay.h"
+
+#include "accounts/Account.h"
+#include "base/GRef.h"
+#include "bridges/PageBridges.h"
+#include "services/MailService.h"
+#include "web/WebViewManager.h"
+
+#include <gio/gio.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace orvane {
+
+namespace {
+
+constexpr int kBusTimeoutMs = 1000;
+
+// Valid UTF-8 without control characters (newlines kept when asked, carriage
+// returns folded into them), at most `maxChars` characters: a longer text is
+// cut and ends in "…".
+std::string plainText(std::string raw, size_t maxChars, bool keepNewlines) {
+    std::replace(raw.begin(), raw.end(), '\0', ' ');
+    GCharPtr valid(g_utf8_make_valid(raw.data(), static_cast<gssize>(raw.size())));
+    std::string out;
+    size_t chars = 0;
+    bool cut = false;
+    const char* p = valid.get();
+    while (*p) {
+        gunichar c = g_utf8_get_char(p);
+        const char* next = g_utf8_next_char(p);
+        if (chars == maxChars) {
+            cut = true;
+            break;
+        }
+        if (c == '\r') {
+            if (*next != '\n')
+                out += keepNewlines ? '\n' : ' ';
+        } else if (c == '\n') {
+            out += keepNewlines ? '\n' : ' ';
+        } else if (g_unichar_iscntrl(c)) {
+            out += ' ';
+        } else {
+            out.append(p, next);
+        }
+        if (c != '\r' || *next != '\n')
+            ++chars;
+        p = next;
+    }
+    if (cut) {
+        // Room for the ellipsis within the bound.
+        const char* start = out.c_str();
+        const char* last = g_utf8_find_prev_char(start, start + out.size());
+        if (last)
+            out.resize(size_t(last - start));
+        out += "…";
+    }
+    return out;
+}
+
+std::string trimmed(std::string text) {
+    auto space = [](unsigned char c) { return c == ' ' || c == '\t' || c == '\n'; };
+    while (!text.empty() && space(text.back()))
+        text.pop_back();
+    size_t start = 0;
+    while (start < text.size() && space(text[start]))
+        ++start;
+    return text.substr(start);
+}
+
+// What the fdo notification servers that read markup in bodies need: the
+// three characters that start markup or entities.
+std::string escapedMarkup(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        default: out += c;
+        }
+    }
+    return out;
+}
+
+// A member of the message when it is a text; nothing otherwise.
+std::optional<std::string> textMember(JSCValue* object, const char* name) {
+    if (!jsc_value_object_has_property(object, name))
+        return std::nullopt;
+    auto value = adopt(jsc_value_object_get_property(object, name));
+    if (!value || !jsc_value_is_string(value.get()))
+        return std::nullopt;
+    // As bytes: a page's text may hold NUL characters.
+    GBytesPtr bytes(jsc_value_to_string_as_bytes(value.get()));
+    if (!bytes)
+        return std::nullopt;
+    gsize size = 0;
+    const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
+    return std::string(data ? data : "", data ? size : 0);
+}
+
+bool nameHasOwner(GDBusConnection* bus, const char* name) {
+    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+        "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"),
+        G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
+    gboolean owned = FALSE;
+    if (reply)
+        g_variant_get(reply.get(), "(b)", &owned);
+    return owned;
+}
+
+bool serverAdvertisesBodyMarkup(GDBusConnection* bus) {
+    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.Notifications",
+        "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "GetCapabilities", nullptr,
+        G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
+    // A server that does not answer is taken to read markup: escaping is the
+    // side on which a page's text can never become a link or an image.
+    if (!reply)
+        return true;
+    GVariantIter* capabilities = nullptr;
+    g_variant_get(reply.get(), "(as)", &capabilities);
+    bool markup = false;
+    const char* capability = nullptr;
+    while (g_variant_iter_next(capabilities, "&s", &capability))
+        markup = markup || g_str_equal(capability, "body-markup");
+    g_variant_iter_free(capabilities);
+    return markup;
+}
+
+// Whether the bodies Orvane sends are read as markup. GLib picks its
+// notification backend once per process, at the first notification:
+// GNOTIFICATION_BACKEND when set, else the portal inside a sandbox, else
+// org.gtk.Notifications when that name is owned, else
+// org.freedesktop.Notifications. The first three take plain text; only the
+// last passes the body on as it is, and its server reads markup in it when
+// it has the "body-markup" capability. Decided once, right before the first
+// notification, the way GLib decides.
+bool bodyIsMarkup(GApplication* app) {
+    static std::optional<bool> decided;
+    if (decided)
+        return *decided;
+    std::string backend = g_getenv("GNOTIFICATION_BACKEND") ? g_getenv("GNOTIFICATION_BACKEND") : "";
+    if (backend != "gtk" && backend != "freedesktop" && backend != "portal") {
+        const char* portal = g_getenv("GTK_USE_PORTAL");
+        GDBusConnection* bus = g_application_get_dbus_connection(app);
+        if (g_file_test("/.flatpak-info", G_FILE_TEST_EXISTS) || (portal && portal[0] == '1'))
+            backend = "portal";
+        else if (bus && nameHasOwner(bus, "org.gtk.Notifications"))
+            backend = "gtk";
+        else
+            backend = "freedesktop";
+    }
+    GDBusConnection* bus = g_application_get_dbus_connection(app);
+    decided = backend == "freedesktop" && (!bus || serverAdvertisesBodyMarkup(bus));
+    return *decided;
+}
+
+} // namespace
+
+struct NotificationRelay::TimerData {
+    NotificationRelay* relay; // valid while the timer exists: the relay removes it
+    std::string accountID;
+};
+
+NotificationRelay::NotificationRelay(WebViewManager& manager)
+    : m_manager(manager) {
+    m_manager.setMessageReceiver(std::string(PageBridges::kNotifyHandler),
+        [this](WebKitWebView* sender, JSCValue* body) { receive(sender, body); });
+}
+
+NotificationRelay::~NotificationRelay() {
+    m_manager.setMessageReceiver(std::string(PageBridges::kNotifyHandler), {});
+    for (auto& [id, budget] : m_budgets)
+        g_clear_handle_id(&budget.timer, g_source_remove);
+}
+
+std::optional<NotificationRelay::Message> NotificationRelay::parse(JSCValue* body) {
+    if (!body || !jsc_value_is_object(body) || jsc_value_is_array(body) || jsc_value_is_function(body))
+        return std::nullopt;
+    auto id = textMember(body, "id");
+    if (!id || !g_utf8_validate(id->data(), gssize(id->size()), nullptr) || g_utf8_strlen(id->c_str(), -1) > long(kMaxIDChars))
+        return std::nullopt;
+    Message message;
+    message.id = *id;
+    message.title = trimmed(plainText(textMember(body, "title").value_or(""), kMaxTitleChars, false));
+    message.body = plainText(textMember(body, "body").value_or(""), kMaxBodyChars, true);
+    message.tag = plainText(textMember(body, "tag").value_or(""), kMaxTagChars, false);
+    return message;
+}
+
+NotificationRelay::Content NotificationRelay::content(const Message& message, const std::string& accountID,
+    const std::string& label, bool markupBody) {
+    std::string name = trimmed(plainText(label, kMaxTitleChars, false));
+    if (name.empty())
+        name = "Orvane";
+    Content content;
+    content.id = message.tag.empty() ? newUUID() : "orvane-" + accountID + "-" + message.tag;
+    content.title = message.title.empty() ? name : message.title;
+    // GNotification has no subtitle: it leads the body instead.
+    std::string subtitle = message.title.empty() ? std::string() : name;
+    std::string body = subtitle.empty() ? message.body
+        : message.body.empty()           ? subtitle
+                                         : subtitle + "\n" + message.body;
+    if (!body.empty())
+        content.body = markupBody ? escapedMarkup(body) : body;
+    return content;
+}
+
+void NotificationRelay::receive(WebKitWebView* sender, JSCValue* body) {
+    auto message = parse(body);
+    if (!message || !sender)
+        return;
+    AccountStore* store = m_manager.store();
+    if (!store || !store->notificationsEnabled())
+        return;
+    // Pop-ups are no account's main view.
+    auto accountID = m_manager.accountID(sender);
+    if (!accountID)
+        return;
+    offer(*accountID, std::move(*message));
+}
+
+void NotificationRelay::refill(Budget& budget) const {
+    int64_t now = g_get_monotonic_time();
+    if (budget.updatedAt) {
+        double earned = double(now - budget.updatedAt) / (double(kRefillMs) * 1000.0);
+        budget.tokens = std::min(double(kBurst), budget.tokens + earned);
+    }
+    budget.updatedAt = now;
+}
+
+void NotificationRelay::offer(const std::string& accountID, Message message) {
+    Budget& budget = m_budgets[accountID];
+    refill(budget);
+    if (budget.tokens >= 1 && !budget.waiting) {
+        budget.tokens -= 1;
+        post(accountID, message);
+        return;
+    }
+    budget.waiting = std::move(message);
+    if (budget.timer)
+        return;
+    auto delay = guint(std::ceil(std::max(0.0, 1 - budget.tokens) * kRefillMs));
+    budget.timer = g_timeout_add_full(G_PRIORITY_DEFAULT, std::max(delay, 1u),
+        +[](gpointer data) -> gboolean {
+            auto* timer = static_cast<TimerData*>(data);
+            timer->relay->postWaiting(timer->accountID);
+            return G_SOURCE_REMOVE;
+        },
+        new TimerData { this, accountID }, +[](gpointer data) { delete static_cast<TimerData*>(data); });
+}
+
+void NotificationRelay::postWaiting(const std::string& accountID) {
+    auto it = m_budgets.find(accountID);
+    if (it == m_budgets.end())
+        return;
+    Budget& budget = it->second;
+    budget.timer = 0;
+    if (!budget.waiting)
+        return;
+    Message message = std::move(*budget.waiting);
+    budget.waiting.reset();
+    offer(accountID, std::move(message));
+}
+
+void NotificationRelay::post(const std::string& accountID, const Message& message) {
+    AccountStore* store = m_manager.store();
+    if (!store || !store->notificationsEnabled() || !m_manager.webView(accountID))
+        return;
+    GApplication* app = g_application_get_default();
+    if (!app || !g_application_get_is_registered(app) || g_application_get_is_remote(app))
+        return;
+    const Account* account = store->account(accountID);
+    Content shown = content(message, accountID, account ? account->label : std::string(), bodyIsMarkup(app));
+
+    auto notification = adopt(g_notification_new(shown.title.c_str()));
+    if (shown.body)
+        g_notification_set_body(notification.get(), shown.body->c_str());
+    std::string action = std::string("app.") + kClickAction;
+    g_notification_set_default_action_and_target_value(notification.get(), action.c_str(),
+        g_variant_new("(ss)", accountID.c_str(), message.id.c_str()));
+    g_application_send_notification(app, shown.id.c_str(), notification.get());
+}
+
+void NotificationRelay::clicked(const std::string& account, const std::string& notif) {
+    auto accountID = canonicalUUID(account);
+    if (!accountID)
+        return;
+    if (AccountStore* store = m_manager.store()) {
+        store->setSelectedAccountID(*accountID);
+        store->save();
+    }
+    if (notif.empty() || !g_utf8_validate(notif.c_str(), -1, nullptr)
+        || g_utf8_strlen(notif.c_str(), -1) > long(kMaxIDChars))
+        return;
+    WebKitWebView* view = m_manager.webView(*accountID);
+    if (!view)
+        return;
+    // The id goes in as a JSON literal, never as raw text.
+    std::string script = "window.__orvaneClickNotif && window.__orvaneClickNotif(" + jsonLiteral(notif) + ")";
+    webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr, nullptr,
+        nullptr, nullptr, nullptr);
+}
+
+} // namespace orvane

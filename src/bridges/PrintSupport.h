@@ -1,0 +1,49 @@
+#pragma once
+
+#include "base/GRef.h"
+
+#include <gtk/gtk.h>
+#include <webkit/webkit.h>
+
+namespace orvane {
+
+class WebViewManager;
+
+// Prints web views, for the page's own window.print() and for the print
+// command (WebViewManager::printSelected). print-override.js makes
+// window.print() post the page's stamp to orvanePrint, so the exact view that
+// asked is printed, a pop-up's own page included.
+//
+// Every print shows the print dialog, parented to the view's window, with one
+// GtkPrintSettings for the whole run that keeps what the user chose last.
+// With ORVANE_PRINT_TO_PDF=/absolute/path.pdf set, every print goes straight
+// into that file instead, without a dialog.
+//
+// One per run (shared()). Main thread only.
+class PrintSupport {
+public:
+    static PrintSupport& shared();
+
+    // Receives orvanePrint for the manager's views from now on.
+    void serve(WebViewManager& manager);
+
+    // Prints the view's page. Does nothing while a print dialog is open.
+    void print(WebKitWebView* view);
+
+    GtkPrintSettings* settings() const { return m_settings.get(); }
+
+    PrintSupport(const PrintSupport&) = delete;
+    PrintSupport& operator=(const PrintSupport&) = delete;
+
+private:
+    PrintSupport();
+
+    bool printToFile(WebKitWebView* view, const char* path);
+    void printWithDialog(WebKitWebView* view);
+
+    // Owned references
+    Ref<GtkPrintSettings> m_settings;
+    bool m_dialogOpen = false;
+};
+
+} // namespace orvane
