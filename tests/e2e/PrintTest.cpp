@@ -52,7 +52,8 @@ TEST_F(PrintTest, PrintsTheViewThatAskedOrTheSelectedAccount) {
     EXPECT_TRUE(has(printed, "ACCOUNTPAGE")) << printed.value_or("(no PDF)");
 
     // Ctrl+P is the same command.
-    ASSERT_TRUE(orvane.pressKeys(mainWindow(), "ctrl+p"));
+    unsigned long main = mainWindow();
+    ASSERT_TRUE(orvane.pressKeys(main, "ctrl+p"));
     printed = waitForPDF();
     EXPECT_TRUE(has(printed, "ACCOUNTPAGE")) << printed.value_or("(no PDF)");
 
@@ -68,6 +69,17 @@ TEST_F(PrintTest, PrintsTheViewThatAskedOrTheSelectedAccount) {
     printed = waitForPDF();
     EXPECT_TRUE(has(printed, "POPUPPAGE")) << printed.value_or("(no PDF)");
     EXPECT_FALSE(has(printed, "ACCOUNTPAGE"));
+
+    // With the pop-up's window active, Ctrl+P and the print command print the pop-up.
+    std::vector<unsigned long> windows;
+    ASSERT_TRUE(waitUntil([&] { return (windows = orvane.windowsTitled("Orvane")).size() == 2; }, 20s));
+    unsigned long popup = windows[0] == main ? windows[1] : windows[0];
+    ASSERT_TRUE(orvane.pressKeys(popup, "ctrl+p"));
+    printed = waitForPDF();
+    EXPECT_TRUE(has(printed, "POPUPPAGE")) << printed.value_or("(no PDF)");
+    ASSERT_TRUE(orvane.activateAction("print"));
+    printed = waitForPDF();
+    EXPECT_TRUE(has(printed, "POPUPPAGE")) << printed.value_or("(no PDF)");
 
     // A page that brings its own window.print keeps it.
     remote.run("gmail", "window.print = () => report('own print'); window.print()");
