@@ -8,6 +8,7 @@
 #include "bridges/NotificationRelay.h"
 #include "bridges/PageBridges.h"
 #include "bridges/PrintSupport.h"
+#include "bridges/SaveImageWebView.h"
 #include "services/MailService.h"
 #include "web/AvatarRefresher.h"
 #include "web/DockBadge.h"
@@ -192,6 +193,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         m_popupObservers.notify(id, popup);
     });
     session->delegate->attach(view);
+    SaveImageWebView::enable(*this, view, account.service);
     DropAttach::attach(view, account.service);
 
     if (service.unreadPollJS && !service.unreadPollJS->empty())

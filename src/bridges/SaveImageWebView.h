@@ -1,0 +1,97 @@
+#pragma once
+
+#include "accounts/AccountService.h"
+#include "base/GRef.h"
+#include "base/SignalConnection.h"
+#include "bridges/ImageCapturer.h"
+
+#include <webkit/webkit.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace orvane {
+
+class WebViewManager;
+
+// What makes an account's main view save images and linked files from its
+// context menu. The context-menu probe reports each right-click target to
+// the view's ImageCapturer; when WebKit's menu opens, its own "download
+// image" and "download linked file" items are replaced, in place and with
+// the same labels, by Orvane's actions carrying the target's address. The
+// image is saved straight into the Downloads folder: fetched inside the page
+// first (its own session), else natively with the account's cookies for the
+// image's host (NativeImageFetch); a failed save sounds the error bell. The
+// linked file becomes a regular WebKit download of the view, which the
+// account's NavigationDelegate places (DownloadDestination). Pop-ups are
+// plain views and get none of this. One per view, owned by the view. Main
+// thread only.
+class SaveImageWebView {
+public:
+    // Makes the view image-saving (once; later calls do nothing) and routes
+    // the manager's orvaneContextImage messages to the sending view's capturer.
+    static void enable(WebViewManager& manager, WebKitWebView* view, std::optional<AccountService> service);
+    // The view's image saving, or null (pop-ups, other views).
+    static SaveImageWebView* of(WebKitWebView* view);
+
+    ~SaveImageWebView();
+    SaveImageWebView(const SaveImageWebView&) = delete;
+    SaveImageWebView& operator=(const SaveImageWebView&) = delete;
+
+    ImageCapturer& capturer() { return m_capturer; }
+    std::optional<AccountService> service() const { return m_service; }
+    WebKitWebView* view() const { return m_view; }
+
+    // Re-targets the menu before it opens: with an image address, the first
+    // "download image" item; with a link address, the first "download linked
+    // file" item. Nothing else in the menu changes.
+    void retarget(WebKitContextMenu* menu);
+
+    // The actions of the re-targeted items: the address the item carries,
+    // else the capturer's; nothing happens without one.
+    void saveContextImage(const std::optional<std::string>& address);
+    void downloadLinkedFile(const std::optional<std::string>& address);
+
+    // Saves the image at `src` into the Downloads folder. The completion (for
+    // tests) gets the saved file's path, or nothing when the save failed (the
+    // error bell has sounded then). Not called when the view goes away first.
+    using SaveCompletion = std::function<void(const std::optional<std::string>& path)>;
+    void save(const std::string& src, SaveCompletion completion = {});
+
+    // Writes image data as a new file in the Downloads folder under the
+    // suggested name ("image" when empty), numbered while taken. The path,
+    // or nothing without a Downloads folder or when the write fails.
+    static std::optional<std::string> write(std::string_view data, const std::string& suggestedName);
+
+    // The labels WebKit gives its own items, which the replacements keep.
+    static std::string imageItemLabel();
+    static std::string linkItemLabel();
+
+    static constexpr const char* kFetchScript = "bridges/image-fetch.js";
+
+private:
+    struct SaveTask;
+
+    SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service);
+    static gboolean onContextMenu(WebKitWebView*, WebKitContextMenu*, WebKitHitTestResult*, gpointer self);
+    static void fetchInPage(std::shared_ptr<SaveTask> task);
+    static void fetchNative(std::shared_ptr<SaveTask> task);
+    static void finishSave(const std::shared_ptr<SaveTask>& task, std::string_view data, const std::string& name);
+
+    // Borrowed references
+    WebKitWebView* m_view; // owns this object
+
+    // Owned references
+    ImageCapturer m_capturer;
+    std::optional<AccountService> m_service;
+    Ref<GSimpleAction> m_saveImageAction;
+    Ref<GSimpleAction> m_downloadLinkAction;
+    Ref<GCancellable> m_cancellable;
+    SignalConnection m_contextMenu;
+    SignalConnection m_saveImageActivated;
+    SignalConnection m_downloadLinkActivated;
+};
+
+} // namespace orvane
