@@ -158,6 +158,30 @@ TEST_F(PagePanelsWebTest, AlertConfirmAndPromptAreAnsweredThroughModalDialogs) {
     EXPECT_EQ(record("prompt")[1], nlohmann::json::parse(R"(["result","prompt",""])"));
 }
 
+TEST_F(PagePanelsWebTest, ADialogGoesWithItsPopupWindow) {
+    WebKitWebView* popup = nullptr;
+    auto subscription = manager->observePopups([&](const std::string&, WebKitWebView* opened) { popup = opened; });
+    ASSERT_TRUE(runJS(view, "window.open('/files/page.html', 'second'); true").ok);
+    ASSERT_TRUE(waitUntil([&] { return popup != nullptr; }));
+    expectDeletedAtEnd(popup);
+    ASSERT_TRUE(waitLoaded(popup));
+    ASSERT_TRUE(runJS(popup, "__fixture.dialog('confirm', 'From the pop-up'); true").ok);
+    AdwMessageDialog* dialog = waitForMessageDialog();
+    ASSERT_TRUE(dialog);
+    GtkWindow* popupWindow = GTK_WINDOW(gtk_widget_get_root(GTK_WIDGET(popup)));
+    EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(dialog)), popupWindow);
+    GtkWindow* watched = GTK_WINDOW(dialog);
+    g_object_add_weak_pointer(G_OBJECT(watched), reinterpret_cast<gpointer*>(&watched));
+    // The user closes the pop-up's window with the question still open.
+    gtk_window_close(popupWindow);
+    EXPECT_TRUE(waitUntil([&] { return !watched; }));
+    if (watched)
+        g_object_remove_weak_pointer(G_OBJECT(watched), reinterpret_cast<gpointer*>(&watched));
+    ASSERT_TRUE(waitUntil([&] { return manager->popupViews(account.id).empty(); }));
+    // The account's page goes on as before.
+    EXPECT_EQ(runJS(view, "1 + 1").value, 2);
+}
+
 TEST_F(PagePanelsWebTest, FileInputsGetWhatTheChooserChose) {
     std::string folder = makeTempFolder("chosen");
     std::string first = folder + "/first.txt";
