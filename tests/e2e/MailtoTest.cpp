@@ -162,8 +162,8 @@ TEST_F(MailtoTest, PickerKeyTwoComposesInTheSecondAccount) {
     orvane.screenshot("outlook-filled");
 }
 
-TEST_F(MailtoTest, EscapeAndABackdropClickLeaveNothingSelected) {
-    writeAccounts(true, kOutlookID);
+TEST_F(MailtoTest, EscapeAndABackdropClickLeaveNothingSelectedOrRemembered) {
+    writeAccounts(true, std::nullopt, kOutlookID);
     ASSERT_TRUE(start());
     waitForPages();
 
@@ -178,8 +178,16 @@ TEST_F(MailtoTest, EscapeAndABackdropClickLeaveNothingSelected) {
     ASSERT_TRUE(orvane.click(point.first, point.second));
     ASSERT_TRUE(pickerOnScreen("after-click", false));
 
-    EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
+    EXPECT_EQ(orvane.selectedAccountID(), kOutlookID);
     EXPECT_TRUE(form("gmail").is_null());
+    EXPECT_TRUE(form("outlook").is_null());
+
+    // No sender was remembered: Return picks the first mail account.
+    ASSERT_TRUE(orvane.openURL("mailto:tom@example.com?subject=Three"));
+    ASSERT_TRUE(pickerOnScreen("picker-return", true));
+    ASSERT_TRUE(orvane.pressKeys(mainWindow(), "Return"));
+    EXPECT_TRUE(waitUntil([&] { return field("gmail", "subject") == "Three"; }, 20s));
+    EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
     EXPECT_TRUE(form("outlook").is_null());
 }
 
