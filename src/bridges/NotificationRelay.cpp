@@ -141,10 +141,10 @@ bool bodyIsMarkup(GApplication* app) {
     static std::optional<bool> decided;
     if (decided)
         return *decided;
+    GDBusConnection* bus = g_application_get_dbus_connection(app);
     std::string backend = g_getenv("GNOTIFICATION_BACKEND") ? g_getenv("GNOTIFICATION_BACKEND") : "";
     if (backend != "gtk" && backend != "freedesktop" && backend != "portal") {
         const char* portal = g_getenv("GTK_USE_PORTAL");
-        GDBusConnection* bus = g_application_get_dbus_connection(app);
         if (g_file_test("/.flatpak-info", G_FILE_TEST_EXISTS) || (portal && portal[0] == '1'))
             backend = "portal";
         else if (bus && nameHasOwner(bus, "org.gtk.Notifications"))
@@ -152,7 +152,6 @@ bool bodyIsMarkup(GApplication* app) {
         else
             backend = "freedesktop";
     }
-    GDBusConnection* bus = g_application_get_dbus_connection(app);
     decided = backend == "freedesktop" && (!bus || serverAdvertisesBodyMarkup(bus));
     return *decided;
 }
