@@ -52,18 +52,17 @@ std::string joined(const std::string& folder, const std::string& name) {
 
 } // namespace
 
-UniqueFile::UniqueFile(int fd, Identity file, std::optional<Identity> companion)
-    : m_fd(fd), m_file(std::move(file)), m_companion(std::move(companion)) { }
+UniqueFile::UniqueFile(int fd, Identity file)
+    : m_fd(fd), m_file(std::move(file)) { }
 
 UniqueFile::UniqueFile(UniqueFile&& other) noexcept
-    : m_fd(std::exchange(other.m_fd, -1)), m_file(std::move(other.m_file)), m_companion(std::move(other.m_companion)) { }
+    : m_fd(std::exchange(other.m_fd, -1)), m_file(std::move(other.m_file)) { }
 
 UniqueFile& UniqueFile::operator=(UniqueFile&& other) noexcept {
     if (this != &other) {
         close();
         m_fd = std::exchange(other.m_fd, -1);
         m_file = std::move(other.m_file);
-        m_companion = std::move(other.m_companion);
     }
     return *this;
 }
@@ -71,17 +70,25 @@ UniqueFile& UniqueFile::operator=(UniqueFile&& other) noexcept {
 UniqueFile::~UniqueFile() { close(); }
 
 std::optional<UniqueFile> UniqueFile::create(const std::string& folder, std::string_view suggestedName,
-    std::string_view fallback, std::string_view companionSuffix) {
+    std::string_view fallback, std::string_view siblingSuffix) {
     FolderHandle handle(folder);
     if (handle.fd() < 0)
         return std::nullopt;
-    // The companion's name must fit too.
-    size_t maxBytes = FileNames::kMaxNameBytes - std::min(companionSuffix.size(), FileNames::kMaxNameBytes / 2);
+    // The sibling's name must fit too.
+    size_t maxBytes = FileNames::kMaxNameBytes - std::min(siblingSuffix.size(), FileNames::kMaxNameBytes / 2);
     std::string name = FileNames::sanitized(suggestedName, fallback, maxBytes);
     FileNames::Parts parts = FileNames::split(name);
 
     for (unsigned attempt = 0; attempt < kMaxAttempts; ++attempt) {
         std::string candidate = attempt == 0 ? name : FileNames::numbered(parts, attempt, maxBytes);
+        if (!siblingSuffix.empty()) {
+            struct stat sibling {};
+            std::string siblingName = candidate + std::string(siblingSuffix);
+            if (fstatat(handle.fd(), siblingName.c_str(), &sibling, AT_SYMLINK_NOFOLLOW) == 0)
+                continue;
+            if (errno != ENOENT)
+                return std::nullopt;
+        }
         int fd = -1;
         struct stat made {};
         Outcome outcome = makeOne(handle.fd(), candidate, fd, made);
@@ -89,23 +96,7 @@ std::optional<UniqueFile> UniqueFile::create(const std::string& folder, std::str
             continue;
         if (outcome == Outcome::Failed)
             return std::nullopt;
-        Identity file { joined(folder, candidate), made.st_dev, made.st_ino };
-        if (companionSuffix.empty())
-            return UniqueFile(fd, std::move(file), std::nullopt);
-
-        std::string companionName = candidate + std::string(companionSuffix);
-        int companionFD = -1;
-        struct stat companionMade {};
-        Outcome companionOutcome = makeOne(handle.fd(), companionName, companionFD, companionMade);
-        if (companionOutcome == Outcome::Made) {
-            ::close(companionFD);
-            return UniqueFile(fd, std::move(file),
-                Identity { joined(folder, companionName), companionMade.st_dev, companionMade.st_ino });
-        }
-        ::close(fd);
-        unlinkat(handle.fd(), candidate.c_str(), 0);
-        if (companionOutcome == Outcome::Failed)
-            return std::nullopt;
+        return UniqueFile(fd, Identity { joined(folder, candidate), made.st_dev, made.st_ino });
     }
     return std::nullopt;
 }

@@ -24,13 +24,13 @@ public:
         ino_t inode = 0;
     };
 
-    // Makes the file, empty and open for writing. With a companion suffix, a
-    // second empty file named like the first plus the suffix is made beside
-    // it, and must be new as well (a name whose companion is taken counts as
-    // taken). Nothing when the folder cannot be opened, a create fails for
-    // another reason than the name being taken, or no free name is found.
+    // Makes the file, empty and open for writing. With a sibling suffix, a
+    // name also counts as taken while something named like it plus the suffix
+    // exists (a partial download of that name, or a link planted there).
+    // Nothing when the folder cannot be opened, a create fails for another
+    // reason than the name being taken, or no free name is found.
     static std::optional<UniqueFile> create(const std::string& folder, std::string_view suggestedName,
-        std::string_view fallback, std::string_view companionSuffix = {});
+        std::string_view fallback, std::string_view siblingSuffix = {});
 
     UniqueFile(UniqueFile&& other) noexcept;
     UniqueFile& operator=(UniqueFile&& other) noexcept;
@@ -40,7 +40,6 @@ public:
 
     const std::string& path() const { return m_file.path; }
     const Identity& identity() const { return m_file; }
-    const std::optional<Identity>& companion() const { return m_companion; }
 
     // Writes all the bytes and closes the file. False (and the file removed)
     // when the write fails.
@@ -55,11 +54,10 @@ public:
     static constexpr unsigned kMaxAttempts = 10000;
 
 private:
-    UniqueFile(int fd, Identity file, std::optional<Identity> companion);
+    UniqueFile(int fd, Identity file);
 
     int m_fd = -1;
     Identity m_file;
-    std::optional<Identity> m_companion;
 };
 
 } // namespace orvane

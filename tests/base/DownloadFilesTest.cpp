@@ -126,23 +126,25 @@ TEST(UniqueFileTest, NumberingNeverOverwritesAndStaysInTheFolder) {
     g_free(kept);
     EXPECT_FALSE(Files::exists(root + "/nowhere"));
 
-    // A companion name that is taken makes the whole name taken.
-    ASSERT_TRUE(g_file_set_contents((folder + "/movie.mp4.part").c_str(), "", -1, nullptr));
-    auto withCompanion = UniqueFile::create(folder, "movie.mp4", "download", ".part");
-    ASSERT_TRUE(withCompanion);
-    EXPECT_EQ(withCompanion->path(), folder + "/movie 1.mp4");
-    ASSERT_TRUE(withCompanion->companion());
-    EXPECT_EQ(withCompanion->companion()->path, folder + "/movie 1.mp4.part");
+    // A name whose sibling (a partial download) exists counts as taken.
+    ASSERT_EQ(symlink(outside.c_str(), (folder + "/movie.mp4.part").c_str()), 0);
+    auto beside = UniqueFile::create(folder, "movie.mp4", "download", ".part");
+    ASSERT_TRUE(beside);
+    EXPECT_EQ(beside->path(), folder + "/movie 1.mp4");
     EXPECT_FALSE(Files::exists(folder + "/movie.mp4"));
+    EXPECT_FALSE(Files::exists(folder + "/movie 1.mp4.part"));
 
     // Only the untouched file that was made is ever removed.
-    withCompanion->close();
-    UniqueFile::Identity identity = withCompanion->identity();
+    beside->close();
+    UniqueFile::Identity identity = beside->identity();
     ASSERT_TRUE(g_file_set_contents(identity.path.c_str(), "written", -1, nullptr));
     EXPECT_FALSE(UniqueFile::removeIfUntouched(identity));
-    EXPECT_TRUE(UniqueFile::removeIfUntouched(*withCompanion->companion()));
-    EXPECT_FALSE(Files::exists(folder + "/movie 1.mp4.part"));
     EXPECT_TRUE(Files::exists(identity.path));
+    auto untouched = UniqueFile::create(folder, "movie.mp4", "download");
+    ASSERT_TRUE(untouched);
+    untouched->close();
+    EXPECT_TRUE(UniqueFile::removeIfUntouched(untouched->identity()));
+    EXPECT_FALSE(Files::exists(untouched->identity().path));
 
     // No folder, no file.
     EXPECT_FALSE(UniqueFile::create(root + "/missing", "a.txt", "download"));
