@@ -1,6 +1,7 @@
 #include "app/ContentView.h"
 
 #include "app/EmptyStateView.h"
+#include "app/SidebarView.h"
 #include "app/WebViewContainer.h"
 #include "services/ui/AccountPickerView.h"
 #include "web/WebViewManager.h"
@@ -14,21 +15,22 @@ ContentView::ContentView(AccountStore& store, WebViewManager& manager)
     , m_manager(manager)
     , m_root(gtk_overlay_new())
     , m_emptyState(std::make_unique<EmptyStateView>(store))
+    , m_sidebar(std::make_unique<SidebarView>(store, manager))
     , m_webArea(std::make_unique<WebViewContainer>(manager))
     , m_router(store, { [this] { presentWindow(); },
           [this](const Account& account, const MailtoComponents& mailto) { openComposeForm(account, mailto); },
           [this] { showPendingMailto(); } }) {
-    gtk_widget_set_size_request(m_root.get(), 820, 520);
-
     m_base = gtk_stack_new();
     gtk_stack_set_transition_type(GTK_STACK(m_base), GTK_STACK_TRANSITION_TYPE_NONE);
     gtk_overlay_set_child(GTK_OVERLAY(m_root.get()), m_base);
     gtk_stack_add_named(GTK_STACK(m_base), m_emptyState->widget(), "empty");
 
     m_workingLayout = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
-    m_columnSlot = gtk_box_new(GTK_ORIENTATION_VERTICAL, 10);
+    m_columnSlot = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
     gtk_widget_set_size_request(m_columnSlot, kColumnWidth, -1);
     gtk_widget_set_hexpand(m_columnSlot, FALSE);
+    gtk_widget_set_vexpand(m_sidebar->widget(), TRUE);
+    gtk_box_append(GTK_BOX(m_columnSlot), m_sidebar->widget());
     gtk_box_append(GTK_BOX(m_workingLayout), m_columnSlot);
     gtk_box_append(GTK_BOX(m_workingLayout), gtk_separator_new(GTK_ORIENTATION_VERTICAL));
     gtk_box_append(GTK_BOX(m_workingLayout), m_webArea->widget());
@@ -43,21 +45,12 @@ ContentView::ContentView(AccountStore& store, WebViewManager& manager)
     refresh();
 }
 
-ContentView::~ContentView() {
-    *m_alive = false;
-    m_storeSubscription.reset();
-    while (GtkWidget* child = gtk_widget_get_first_child(m_columnSlot))
-        gtk_box_remove(GTK_BOX(m_columnSlot), child);
-}
+ContentView::~ContentView() { *m_alive = false; }
 
 void ContentView::refresh() {
     const auto& accounts = m_store.accounts();
     gtk_stack_set_visible_child_name(GTK_STACK(m_base), accounts.empty() ? "empty" : "accounts");
-    if (!accounts.empty())
-        m_webArea->update(accounts, m_store.selectedAccountID());
-    else
-        m_webArea->update({}, std::nullopt);
-    fillColumn();
+    m_webArea->update(accounts, m_store.selectedAccountID());
     updateDefaultWidget();
 }
 
@@ -129,31 +122,6 @@ void ContentView::presentWindow() {
     GtkRoot* root = gtk_widget_get_root(m_root.get());
     if (GTK_IS_WINDOW(root))
         gtk_window_present(GTK_WINDOW(root));
-}
-
-// A plain stand-in for the account column: one button per account with the
-// label's first letter; clicking selects the account.
-void ContentView::fillColumn() {
-    while (GtkWidget* child = gtk_widget_get_first_child(m_columnSlot))
-        gtk_box_remove(GTK_BOX(m_columnSlot), child);
-    gtk_widget_set_margin_top(m_columnSlot, 14);
-    const auto& selected = m_store.selectedAccountID();
-    for (const Account& account : m_store.accounts()) {
-        std::string initial = account.label.empty() ? "?" : std::string(1, account.label.front());
-        GtkWidget* button = gtk_toggle_button_new_with_label(initial.c_str());
-        gtk_widget_set_halign(button, GTK_ALIGN_CENTER);
-        gtk_widget_set_tooltip_text(button, account.label.c_str());
-        gtk_widget_add_css_class(button, "circular");
-        gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(button), selected == account.id);
-        g_object_set_data_full(G_OBJECT(button), "orvane-account-id", g_strdup(account.id.c_str()), g_free);
-        g_signal_connect(button, "clicked", G_CALLBACK(+[](GtkButton* button, gpointer self) {
-            auto* view = static_cast<ContentView*>(self);
-            std::string id = static_cast<const char*>(g_object_get_data(G_OBJECT(button), "orvane-account-id"));
-            view->m_store.setSelectedAccountID(id);
-            view->m_store.save();
-        }), this);
-        gtk_box_append(GTK_BOX(m_columnSlot), button);
-    }
 }
 
 } // namespace orvane

@@ -15,6 +15,7 @@ namespace orvane {
 
 class AccountPickerView;
 class EmptyStateView;
+class SidebarView;
 class WebViewContainer;
 class WebViewManager;
 
@@ -56,7 +57,6 @@ public:
 
 private:
     void updateDefaultWidget();
-    void fillColumn();
     void showPendingMailto();
     void presentWindow();
     void openComposeForm(const Account& account, const MailtoComponents& mailto);
@@ -68,13 +68,14 @@ private:
     // Owned references
     Ref<GtkWidget> m_root;
     std::unique_ptr<EmptyStateView> m_emptyState;
+    std::unique_ptr<SidebarView> m_sidebar;
     std::unique_ptr<WebViewContainer> m_webArea;
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
 
     // Template widgets (inside m_root)
     GtkWidget* m_base = nullptr;       // GtkStack: "empty" and "accounts"
     GtkWidget* m_workingLayout = nullptr;
-    GtkWidget* m_columnSlot = nullptr; // 64 px wide
+    GtkWidget* m_columnSlot = nullptr; // 64 px wide, holds the sidebar
 
     // The sender picker (the layer above the base) and the link routing
     // that shows it; the router holds the waiting link.

@@ -1,5 +1,7 @@
 #include "app/OrvaneApp.h"
 
+#include "maintenance/Beacon.h"
+
 #include "app/ContentView.h"
 #include "app/MainWindow.h"
 #include "app/MessageDialogPresenter.h"
@@ -45,9 +47,11 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     gtk_window_set_default_icon_name(build::kAppID);
     self->m_store.emplace();
     self->m_manager.emplace();
+    self->m_updater.emplace();
     MessageDialogPresenter::install();
     self->m_primaryMenu = self->buildPrimaryMenu();
     self->addActions();
+    self->m_checkForUpdates = std::make_unique<CheckForUpdatesAction>(GTK_APPLICATION(self->m_app.get()), *self->m_updater);
 }
 
 void OrvaneApp::onActivate(GApplication*, gpointer data) {
@@ -68,6 +72,7 @@ void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpo
 
 void OrvaneApp::onShutdown(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
+    self->m_checkForUpdates.reset();
     self->m_mainWindowDestroyed.disconnect();
     self->m_mainWindow.reset();
 }
@@ -76,7 +81,10 @@ MainWindow& OrvaneApp::presentMainWindow() {
     if (!m_mainWindow) {
         mainContentAppears();
         m_mainWindow = std::make_unique<MainWindow>(GTK_APPLICATION(m_app.get()), *m_store, *m_manager, m_primaryMenu.get());
-        m_mainWindow->setOnBecameActive([this] { m_manager->applicationBecameActive(); });
+        m_mainWindow->setOnBecameActive([this] {
+            m_manager->applicationBecameActive();
+            Beacon::shared().applicationBecameActive();
+        });
         m_mainWindowDestroyed = SignalConnection::connect(m_mainWindow->window(), "destroy", +[](GtkWidget*, gpointer data) {
             auto* self = static_cast<OrvaneApp*>(data);
             self->m_mainWindowDestroyed.disconnect();
@@ -92,6 +100,7 @@ MainWindow& OrvaneApp::presentMainWindow() {
 // ping starts here too; it ignores repeated starts.
 void OrvaneApp::mainContentAppears() {
     m_manager->configure(*m_store);
+    Beacon::shared().start();
 }
 
 void OrvaneApp::closeAllWindows() {

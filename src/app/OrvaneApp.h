@@ -3,6 +3,8 @@
 #include "accounts/AccountStore.h"
 #include "base/GRef.h"
 #include "base/SignalConnection.h"
+#include "maintenance/UpdaterController.h"
+#include "maintenance/ui/CheckForUpdatesAction.h"
 #include "web/WebViewManager.h"
 
 #include <adwaita.h>
@@ -64,6 +66,9 @@ private:
     Ref<AdwApplication> m_app;
     std::optional<AccountStore> m_store;
     std::optional<WebViewManager> m_manager;
+    std::optional<UpdaterController> m_updater;
+    // Declared after the updater it watches, so it goes first.
+    std::unique_ptr<CheckForUpdatesAction> m_checkForUpdates;
     Ref<GMenuModel> m_primaryMenu;
     std::unique_ptr<MainWindow> m_mainWindow;
     SignalConnection m_mainWindowDestroyed;

@@ -41,7 +41,6 @@ void OrvaneApp::addActions() {
         { "print", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_manager->printSelected(); }, nullptr, nullptr, nullptr, {} },
         { "paste-plain", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->pasteAsPlainText(); }, nullptr, nullptr, nullptr, {} },
         { "make-default", +[](GSimpleAction*, GVariant*, gpointer) { DefaultMailClient::makeDefault(); }, nullptr, nullptr, nullptr, {} },
-        { "check-for-updates", +[](GSimpleAction*, GVariant*, gpointer) {}, nullptr, nullptr, nullptr, {} },
         { "preferences", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showPreferences(); }, nullptr, nullptr, nullptr, {} },
         { "shortcuts", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showShortcuts(); }, nullptr, nullptr, nullptr, {} },
         { "about", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showAbout(); }, nullptr, nullptr, nullptr, {} },
@@ -58,10 +57,6 @@ void OrvaneApp::addActions() {
         }, NotificationRelay::kClickActionTarget, nullptr, nullptr, {} },
     };
     g_action_map_add_action_entries(G_ACTION_MAP(m_app.get()), entries, G_N_ELEMENTS(entries), this);
-
-    // Not available yet: the update check attaches to this action when it
-    // exists.
-    setActionEnabled("check-for-updates", false);
 
     GtkApplication* app = GTK_APPLICATION(m_app.get());
     for (const auto& shortcut : kShortcuts) {
