@@ -263,7 +263,7 @@ TEST_F(SidebarViewTest, ClickSelectsAndSaves) {
     m_store->save();
     show();
     if (!canSendXInput(m_sidebar->widget()))
-        GTEST_SKIP() << "needs X11 and xdotool";
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
 
     ASSERT_TRUE(pointerAt(GTK_WIDGET(tile(home.id)), { "click", "1" }));
     EXPECT_TRUE(waitUntil([&] { return m_store->selectedAccountID() == home.id; }));
@@ -342,7 +342,7 @@ TEST_F(SidebarViewTest, MenuOpensBySecondaryClickLongPressAndKeys) {
     Account work = addMail("Work");
     show();
     if (!canSendXInput(m_sidebar->widget()))
-        GTEST_SKIP() << "needs X11 and xdotool";
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
     GtkWidget* workTile = GTK_WIDGET(tile(work.id));
     GtkWidget* menu = GTK_WIDGET(menuOf(work.id));
 
@@ -506,8 +506,8 @@ TEST_F(SidebarViewTest, ColumnWithManyAccounts) {
         }
     ASSERT_TRUE(gdk_pixbuf_save(pixbuf.get(), (AppPaths::avatarsDir() + "/photo.png").c_str(), "png", nullptr, nullptr));
 
-    struct Spec { const char* label; std::optional<AccountService> service; int64_t unread; bool photo; };
-    const std::vector<Spec> specs = {
+    struct Sample { const char* label; std::optional<AccountService> service; int64_t unread; bool photo; };
+    const std::vector<Sample> samples = {
         { "alice@example.com", std::nullopt, 3, false }, { "Bob Martin", AccountService::Outlook, 0, false },
         { "zoë", std::nullopt, 120, true }, { "Team calendar", AccountService::Calendar, 0, false },
         { "田中", AccountService::Outlook, 0, false }, { "", std::nullopt, 0, false },
@@ -525,24 +525,24 @@ TEST_F(SidebarViewTest, ColumnWithManyAccounts) {
     for (size_t count : { size_t(0), size_t(1), size_t(5), size_t(12) }) {
         std::vector<Account> shown;
         for (; made < count; ++made) {
-            const Spec& spec = specs[made];
+            const Sample& sample = samples[made];
             Account account;
-            if (spec.service == AccountService::Calendar)
+            if (sample.service == AccountService::Calendar)
                 account = m_store->addCalendar(m_store->mailAccounts().front());
-            else if (spec.service == AccountService::Outlook)
+            else if (sample.service == AccountService::Outlook)
                 account = m_store->addOutlookAccount();
             else
                 account = m_store->addAccount();
-            account.label = spec.label;
+            account.label = sample.label;
             account.colorSeed = int64_t(made) * 47 + 11;
-            if (spec.photo)
+            if (sample.photo)
                 account.avatarFileName = "photo.png";
             m_store->update(account);
-            if (spec.unread > 0) {
-                showTitle(m_manager->webView(account), "Inbox (" + std::to_string(spec.unread) + ")");
+            if (sample.unread > 0) {
+                showTitle(m_manager->webView(account), "Inbox (" + std::to_string(sample.unread) + ")");
                 std::string id = account.id;
-                int64_t unread = spec.unread;
-                ASSERT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(id)) == unread; })) << spec.label;
+                int64_t unread = sample.unread;
+                ASSERT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(id)) == unread; })) << sample.label;
             }
         }
         if (count > 0)

@@ -298,7 +298,7 @@ TEST_F(SaveImageWebTest, ARealRightClickShowsTheSameMenuWithOrvanesActions) {
     Account account;
     WebKitWebView* view = openAccount(account);
     if (!canSendXInput(GTK_WIDGET(view)))
-        GTEST_SKIP() << "needs X11 and xdotool";
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
     XInputLock lock;
     ASSERT_TRUE(lock.held());
     SaveImageWebView* saving = SaveImageWebView::of(view);

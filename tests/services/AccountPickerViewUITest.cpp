@@ -154,7 +154,7 @@ TEST_F(AccountPickerViewTest, DigitsReturnAndEscapeWorkWithoutThePointer) {
     store->save();
     show();
     if (!canSendXInput(content->widget()))
-        GTEST_SKIP() << "needs X11 and xdotool";
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
     focusPage();
 
     // Escape: nothing selected, nothing remembered.
@@ -199,7 +199,7 @@ TEST_F(AccountPickerViewTest, BackdropClickCancelsAndButtonsPick) {
     store->setSelectedAccountID(home.id);
     show();
     if (!canSendXInput(content->widget()))
-        GTEST_SKIP() << "needs X11 and xdotool";
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
 
     openAndWait("mailto:a@example.com");
     // A click on the card itself changes nothing.
@@ -238,7 +238,7 @@ TEST_F(AccountPickerViewTest, TenAccountsOfferNineAndReturnReachesTheTenthDefaul
     for (GtkWidget* button : buttons)
         EXPECT_FALSE(orvane_avatar_view_get_selected(ORVANE_AVATAR_VIEW(AccountPickerView::tileOf(button))));
     if (!canSendXInput(content->widget()))
-        GTEST_SKIP() << "needs X11 and xdotool";
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
 
     ASSERT_TRUE(pressKeys("Return"));
     EXPECT_TRUE(waitUntil([&] { return store->selectedAccountID() == mail[9].id; }));

@@ -99,7 +99,7 @@ TEST_F(DefaultMailClientTest, LetterCaseOfTheDesktopIDDoesNotMatter) {
 // request from inside the app, makes the same change.
 TEST_F(DefaultMailClientTest, ShippedScriptMakesOrvaneTheDefault) {
     if (!g_find_program_in_path("xdg-mime"))
-        GTEST_SKIP() << "needs xdg-mime (xdg-utils)";
+        FAIL() << "needs xdg-mime (tools/setup.sh installs xdg-utils)";
     installDesktopFile("other-mail.desktop", "Other Mail");
     installDesktopFile("app.orvane.Orvane.desktop", "Orvane");
     setDefaultInFile("other-mail.desktop");
