@@ -1,5 +1,7 @@
 #include "web/AvatarPhoto.h"
 
+#include "base/ImageBytes.h"
+
 #include "accounts/Account.h"
 #include "base/Token.h"
 
@@ -10,20 +12,6 @@ namespace orvane::AvatarPhoto {
 namespace {
 
 constexpr std::string_view kDataScheme = "data:";
-
-int base64Value(char c) {
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A';
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 26;
-    if (c >= '0' && c <= '9')
-        return c - '0' + 52;
-    if (c == '+')
-        return 62;
-    if (c == '/')
-        return 63;
-    return -1;
-}
 
 } // namespace
 
@@ -53,34 +41,7 @@ std::optional<std::string> dataURLBytes(std::string_view url) {
 }
 
 std::optional<std::string> decodeBase64(std::string_view text) {
-    if (text.size() % 4 != 0)
-        return std::nullopt;
-    size_t padding = 0;
-    if (!text.empty() && text.back() == '=')
-        padding = text.size() >= 2 && text[text.size() - 2] == '=' ? 2 : 1;
-    std::string bytes;
-    bytes.reserve(text.size() / 4 * 3);
-    uint32_t group = 0;
-    for (size_t i = 0; i < text.size() - padding; ++i) {
-        int value = base64Value(text[i]);
-        if (value < 0)
-            return std::nullopt;
-        group = (group << 6) | static_cast<uint32_t>(value);
-        if (i % 4 == 3) {
-            bytes.push_back(static_cast<char>(group >> 16));
-            bytes.push_back(static_cast<char>(group >> 8));
-            bytes.push_back(static_cast<char>(group));
-            group = 0;
-        }
-    }
-    // The last group: four letters, or two or three before the padding.
-    if (padding == 2) {
-        bytes.push_back(static_cast<char>(group >> 4));
-    } else if (padding == 1) {
-        bytes.push_back(static_cast<char>(group >> 10));
-        bytes.push_back(static_cast<char>(group >> 2));
-    }
-    return bytes;
+    return ImageBytes::decodeBase64(text);
 }
 
 bool isPlainFileName(std::string_view name) {
