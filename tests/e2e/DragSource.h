@@ -1,74 +1,56 @@
 #pragma once
 
+#include "support/ChildProcess.h"
 #include "support/OrvaneProcess.h"
 #include "support/Wait.h"
-
-#include <gtk/gtk.h>
 
 #include <string>
 #include <vector>
 
 namespace orvane::test {
 
-// A small window of the test process, on orvane's private X server, whose
-// whole area is a drag source for some content (files, text, a link). The
-// mouse is driven with xdotool, so orvane sees a real XDND drag from another
-// program. The window sits right of orvane's main window (which starts at the
-// top left), where the two do not overlap.
+// A drag source on orvane's private X server: a small window of another
+// program (orvane_drag_source) whose whole area offers some content (files,
+// text, a link). The mouse is driven with xdotool, so orvane sees a real XDND
+// drag from another client. The window sits right of orvane's main window
+// (which starts at the top left), where the two do not overlap.
 class DragSource {
 public:
     static constexpr int kX = 1150;
     static constexpr int kY = 120;
     static constexpr int kSize = 100;
 
+    // What a drag offers: argv for orvane_drag_source after its name.
+    using Content = std::vector<std::string>;
+
     explicit DragSource(const OrvaneProcess& orvane) : m_orvane(orvane) {}
-    ~DragSource() {
-        if (m_window)
-            gtk_window_destroy(m_window);
-        if (m_display)
-            gdk_display_close(m_display);
-    }
+    ~DragSource() { close(); }
     DragSource(const DragSource&) = delete;
     DragSource& operator=(const DragSource&) = delete;
 
-    // Shows the window; the content (taken over) is what a drag offers.
-    bool open(GdkContentProvider* content) {
-        m_display = gdk_display_open(m_orvane.desktop().display().c_str());
-        if (!m_display)
+    // Shows the window offering this content.
+    bool open(const Content& content) {
+        close();
+        std::vector<std::string> argv = { ORVANE_DRAG_SOURCE };
+        argv.insert(argv.end(), content.begin(), content.end());
+        if (!m_process.start(argv, m_orvane.environment()))
             return false;
-        m_window = GTK_WINDOW(gtk_window_new());
-        gtk_window_set_display(m_window, m_display);
-        gtk_window_set_title(m_window, "Drag Source");
-        gtk_window_set_decorated(m_window, FALSE);
-        gtk_window_set_default_size(m_window, kSize, kSize);
-        GtkWidget* label = gtk_label_new("drag");
-        gtk_widget_set_size_request(label, kSize, kSize);
-        m_source = gtk_drag_source_new();
-        gtk_drag_source_set_actions(m_source, GDK_ACTION_COPY);
-        gtk_widget_add_controller(label, GTK_EVENT_CONTROLLER(m_source));
-        gtk_window_set_child(m_window, label);
-        setContent(content);
-        gtk_window_present(m_window);
-        if (!waitUntil([&] { return gtk_widget_get_mapped(GTK_WIDGET(m_window)); }, 10s))
-            return false;
-        auto windows = m_orvane.windowsTitled("Drag Source");
-        if (windows.size() != 1)
+        std::vector<unsigned long> windows;
+        if (!waitUntil([&] { return !m_process.isRunning() || (windows = m_orvane.windowsTitled("Drag Source")).size() == 1; }, 20s)
+            || windows.size() != 1)
             return false;
         m_xid = windows.front();
         return tool({ "xdotool", "windowmove", std::to_string(m_xid), std::to_string(kX), std::to_string(kY) });
     }
 
-    // Replaces what the next drag offers (taken over).
-    void setContent(GdkContentProvider* content) {
-        gtk_drag_source_set_content(m_source, content);
-        g_object_unref(content);
-    }
+    // Offers other content for the next drag (a new window in the same place).
+    bool setContent(const Content& content) { return open(content); }
 
     // Presses the left button on the window, moves to (x, y) in small steps
     // and releases it there, the way a hand would.
     bool dragTo(int x, int y) {
         // Orvane raises its own window when files arrive.
-        if (!tool({ "xdotool", "windowraise", std::to_string(m_xid) }))
+        if (!m_xid || !tool({ "xdotool", "windowraise", std::to_string(m_xid) }))
             return false;
         int fromX = kX + kSize / 2;
         int fromY = kY + kSize / 2;
@@ -86,41 +68,31 @@ public:
         return tool(argv);
     }
 
-    // A drag offering local files.
-    static GdkContentProvider* files(const std::vector<std::string>& paths) {
-        GSList* list = nullptr;
-        for (const auto& path : paths)
-            list = g_slist_append(list, g_file_new_for_path(path.c_str()));
-        GdkFileList* fileList = gdk_file_list_new_from_list(list);
-        g_slist_free_full(list, g_object_unref);
-        GdkContentProvider* provider = gdk_content_provider_new_typed(GDK_TYPE_FILE_LIST, fileList);
-        g_boxed_free(GDK_TYPE_FILE_LIST, fileList);
-        return provider;
+    static Content files(const std::vector<std::string>& paths) {
+        Content content = { "files" };
+        content.insert(content.end(), paths.begin(), paths.end());
+        return content;
     }
-
-    // A drag of text, or of a web link as browsers offer one.
-    static GdkContentProvider* text(const std::string& text) {
-        return gdk_content_provider_new_typed(G_TYPE_STRING, text.c_str());
-    }
-    static GdkContentProvider* link(const std::string& uri) {
-        std::string list = uri + "\r\n";
-        GdkContentProvider* providers[] = {
-            gdk_content_provider_new_for_bytes("text/uri-list", g_bytes_new(list.data(), list.size())),
-            gdk_content_provider_new_for_bytes("text/plain;charset=utf-8", g_bytes_new(uri.data(), uri.size())),
-        };
-        return gdk_content_provider_new_union(providers, G_N_ELEMENTS(providers));
-    }
+    static Content text(const std::string& text) { return { "text", text }; }
+    static Content link(const std::string& uri) { return { "link", uri }; }
 
 private:
+    // Stops the program and waits until its window is gone.
+    void close() {
+        if (!m_xid && !m_process.isRunning())
+            return;
+        m_process.stop(2s);
+        waitUntil([&] { return m_orvane.windowsTitled("Drag Source").empty(); }, 10s);
+        m_xid = 0;
+    }
+
     bool tool(const std::vector<std::string>& argv) {
         auto result = ChildProcess::run(argv, m_orvane.environment(), 30s);
         return result && result->status == 0;
     }
 
     const OrvaneProcess& m_orvane;
-    GdkDisplay* m_display = nullptr;   // owned
-    GtkWindow* m_window = nullptr;     // owned
-    GtkDragSource* m_source = nullptr; // owned by the window
+    ChildProcess m_process;
     unsigned long m_xid = 0;
 };
 

@@ -171,14 +171,14 @@ TEST_F(DropAttachTest, GmailFilesAttachByDragAndDropWhileTextAndLinksStayThePage
     auto pointer = mapPage(point.first + 20, point.second, "/gmail/");
     ASSERT_TRUE(pointer);
     auto editor = pointer->map(controls["editor"]);
-    source.setContent(DragSource::text("dragged words"));
+    ASSERT_TRUE(source.setContent(DragSource::text("dragged words")));
     ASSERT_TRUE(source.dragTo(editor.first, editor.second));
     ASSERT_TRUE(waitForReports("page-drop", 1));
     ASSERT_TRUE(waitUntil([&] {
         auto edits = reportsOf("edited");
         return !edits.empty() && edits.back().value("text", "").find("dragged words") != std::string::npos;
     }, 20s));
-    source.setContent(DragSource::link("https://example.org/dropped-link"));
+    ASSERT_TRUE(source.setContent(DragSource::link("https://example.org/dropped-link")));
     ASSERT_TRUE(source.dragTo(editor.first, editor.second));
     ASSERT_TRUE(waitForReports("page-drop", 2));
     ASSERT_TRUE(waitUntil([&] {
@@ -247,7 +247,7 @@ TEST_F(DropAttachTest, ALaterDropWinsAndDroppedFilesExpire) {
     // A second drop within 8 s, on the calendar.
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
     ASSERT_TRUE(pageUnderPointer(point.first, point.second, "/calendar/"));
-    source.setContent(DragSource::files({ makeFile("second.txt") }));
+    ASSERT_TRUE(source.setContent(DragSource::files({ makeFile("second.txt") })));
     ASSERT_TRUE(source.dragTo(point.first, point.second));
     gint64 secondDrop = g_get_monotonic_time();
     ASSERT_LT(secondDrop - firstDrop, 6'000'000);
@@ -266,7 +266,7 @@ TEST_F(DropAttachTest, ALaterDropWinsAndDroppedFilesExpire) {
     // Files that waited 9 s are gone: the ordinary chooser opens.
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
     ASSERT_TRUE(pageUnderPointer(point.first, point.second, "/calendar/"));
-    source.setContent(DragSource::files({ makeFile("third.txt") }));
+    ASSERT_TRUE(source.setContent(DragSource::files({ makeFile("third.txt") })));
     ASSERT_TRUE(source.dragTo(point.first, point.second));
     gint64 thirdDrop = g_get_monotonic_time();
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));

@@ -19,7 +19,7 @@ constexpr const char* kOutlookStore = "9E8D7C6B-5A49-4382-B1A0-F9E8D7C6B5A4";
 // compose form and any alert() to /report, so the test sees the pages
 // without reaching into them.
 std::string reporter(const std::string& service) {
-    std::string read = service == "gmail" ? "window.__fixture.dialogs()" : "window.__fixture.compose()";
+    std::string read = service == "gmail" ? "window.__fixture.dialogs()" : "Object.assign(window.__fixture.compose(), { log: window.__fixtureLog.map(e => e.type) })";
     return "(function () {\n"
            "  const report = (kind, data) => fetch('/report?service=" + service + "&kind=' + kind +\n"
            "    '&data=' + encodeURIComponent(JSON.stringify(data))).catch(() => {});\n"
@@ -111,6 +111,14 @@ protected:
         nlohmann::json current = form(service);
         return current.is_object() && current[name].is_string() ? current[name].get<std::string>() : std::string();
     }
+    // What the Outlook stand-in said, for failure messages.
+    std::string outlookReports() const {
+        std::string text;
+        for (const auto& report : reports())
+            if (report.service == "outlook")
+                text += report.kind + " " + report.data.dump() + "\n";
+        return text;
+    }
     int alerts() const {
         int count = 0;
         for (const auto& report : reports())
@@ -152,7 +160,7 @@ TEST_F(MailtoTest, PickerKeyTwoComposesInTheSecondAccount) {
 
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "2"));
     ASSERT_TRUE(waitUntil([&] { return field("outlook", "body").find("See you at 10") != std::string::npos; }, 20s))
-        << form("outlook").dump();
+        << "selected " << orvane.selectedAccountID().value_or("none") << ", outlook reports: " << outlookReports();
     nlohmann::json outlook = form("outlook");
     EXPECT_EQ(outlook["to"], nlohmann::json::array({ "tom@example.com", "eva@example.com" }));
     EXPECT_EQ(outlook["subject"], "Quarterly numbers");

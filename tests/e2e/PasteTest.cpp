@@ -23,6 +23,7 @@ protected:
     void TearDown() override {
         if (display)
             gdk_display_close(display);
+        E2ETest::TearDown();
     }
 
     // Puts formatted text on orvane's clipboard; this process owns it and

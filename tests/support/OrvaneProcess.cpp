@@ -200,13 +200,21 @@ std::vector<unsigned long> OrvaneProcess::windowsTitled(const std::string& title
         return windows;
     std::istringstream lines(result->output);
     for (std::string line; std::getline(lines, line);) {
-        if (!line.empty())
-            windows.push_back(std::stoul(line));
+        if (line.empty())
+            continue;
+        // GTK titles its tooltips and popovers after the application too;
+        // they are override-redirect surfaces, not windows.
+        auto info = runTool({ "xwininfo", "-id", line });
+        if (info && info->status == 0 && info->output.find("Override Redirect State: yes") != std::string::npos)
+            continue;
+        windows.push_back(std::stoul(line));
     }
     return windows;
 }
 
 std::optional<OrvaneProcess::Geometry> OrvaneProcess::geometry(unsigned long window) const {
+    if (!window)
+        return std::nullopt;
     auto result = runTool({ "xdotool", "getwindowgeometry", "--shell", std::to_string(window) });
     if (!result || result->status != 0)
         return std::nullopt;
@@ -231,6 +239,8 @@ std::optional<OrvaneProcess::Geometry> OrvaneProcess::geometry(unsigned long win
 }
 
 bool OrvaneProcess::pressKeys(unsigned long window, const std::string& keys) const {
+    if (!window)
+        return false;
     auto result = runTool({ "xdotool", "windowfocus", std::to_string(window), "key", "--clearmodifiers", keys });
     return result && result->status == 0;
 }

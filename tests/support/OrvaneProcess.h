@@ -71,7 +71,8 @@ public:
     nlohmann::json accounts() const;
     std::optional<std::string> selectedAccountID() const;
 
-    // Visible X windows whose title is exactly this.
+    // Visible X windows whose title is exactly this (tooltips and popovers,
+    // which GTK titles after the application, are left out).
     std::vector<unsigned long> windowsTitled(const std::string& title) const;
     std::optional<Geometry> geometry(unsigned long window) const;
     // Keyboard focus to the window, then the keys (xdotool names: "Return",
@@ -98,8 +99,10 @@ public:
     static constexpr const char* kBusName = "app.orvane.Orvane";
     static constexpr const char* kObjectPath = "/app/orvane/Orvane";
 
-private:
+    // Runs a program (xdotool, import…) on orvane's display.
     std::optional<ChildProcess::Result> runTool(const std::vector<std::string>& argv) const;
+
+private:
 
     PrivateDesktop m_desktop;
     ChildProcess m_process;
