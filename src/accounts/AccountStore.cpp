@@ -80,6 +80,7 @@ AccountStore::AccountStore()
 }
 
 void AccountStore::load() {
+    Files::removeLeftoverTemporaries(AppPaths::accountsFile());
     auto bytes = Files::read(AppPaths::accountsFile(), kMaxFileBytes);
     if (!bytes)
         return;

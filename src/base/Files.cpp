@@ -49,6 +49,27 @@ bool replaceAtomically(const std::string& path, const std::string& bytes) {
         0600, nullptr);
 }
 
+void removeLeftoverTemporaries(const std::string& path) {
+    GCharPtr folder(g_path_get_dirname(path.c_str()));
+    GCharPtr base(g_path_get_basename(path.c_str()));
+    std::string prefix = std::string(base.get()) + ".";
+    GDir* dir = g_dir_open(folder.get(), 0, nullptr);
+    if (!dir)
+        return;
+    while (const char* name = g_dir_read_name(dir)) {
+        std::string entry(name);
+        if (entry.size() != prefix.size() + 6 || entry.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        bool temporary = true;
+        for (size_t i = prefix.size(); i < entry.size(); ++i)
+            temporary = temporary && g_ascii_isalnum(entry[i]);
+        GCharPtr child(g_build_filename(folder.get(), name, nullptr));
+        if (temporary && g_file_test(child.get(), G_FILE_TEST_IS_REGULAR) && !g_file_test(child.get(), G_FILE_TEST_IS_SYMLINK))
+            g_unlink(child.get());
+    }
+    g_dir_close(dir);
+}
+
 bool makeFolder(const std::string& path) {
     return g_mkdir_with_parents(path.c_str(), 0700) == 0;
 }

@@ -15,6 +15,11 @@ std::optional<std::string> read(const std::string& path, size_t maxBytes);
 // crash leaves either the old or the new content. False on failure.
 bool replaceAtomically(const std::string& path, const std::string& bytes);
 
+// Removes the temporary files that replaceAtomically leaves beside the file
+// when the process dies mid-write (the file's name, a dot and six letters or
+// digits). Only regular files are removed; call it when nothing else writes.
+void removeLeftoverTemporaries(const std::string& path);
+
 // Creates the folder and its missing parents (0700). False on failure.
 bool makeFolder(const std::string& path);
 

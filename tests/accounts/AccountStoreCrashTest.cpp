@@ -2,11 +2,15 @@
 
 #include "accounts/AppPaths.h"
 #include "base/Files.h"
+#include "base/GRef.h"
 #include "support/TestEnvironment.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <vector>
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -14,6 +18,20 @@
 
 namespace orvane {
 namespace {
+
+// The names in the accounts file's folder that start with its own name.
+std::vector<std::string> accountsFiles() {
+    std::vector<std::string> names;
+    GCharPtr folder(g_path_get_dirname(AppPaths::accountsFile().c_str()));
+    if (GDir* dir = g_dir_open(folder.get(), 0, nullptr)) {
+        while (const char* name = g_dir_read_name(dir))
+            if (g_str_has_prefix(name, "accounts.json"))
+                names.emplace_back(name);
+        g_dir_close(dir);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 // A child process saves the store over and over; the parent kills it at a
 // random moment, many times. Every time, the file on disk must be a whole
@@ -25,6 +43,10 @@ TEST(AccountStoreCrash, AKilledSaveLeavesAWholeFile) {
         seed.addAccount();
     }
     const std::string path = AppPaths::accountsFile();
+    // Names that only look like a save's temporary file stay.
+    ASSERT_TRUE(Files::replaceAtomically(path + ".bak", "{}"));
+    ASSERT_TRUE(Files::makeFolder(path + ".Ab12Cd"));
+    const std::vector<std::string> kKept = { "accounts.json", "accounts.json.Ab12Cd", "accounts.json.bak" };
     GRand* random = g_rand_new_with_seed(20261123);
     int checked = 0;
     size_t lastCount = 1;
@@ -56,6 +78,8 @@ TEST(AccountStoreCrash, AKilledSaveLeavesAWholeFile) {
         ASSERT_TRUE(json.is_object() && json["accounts"].is_array()) << "torn file in round " << round << ": " << *bytes;
         AccountStore loaded;
         ASSERT_EQ(loaded.accounts().size(), json["accounts"].size());
+        // Loading removed whatever the killed save left behind.
+        ASSERT_EQ(accountsFiles(), kKept) << "round " << round;
         ASSERT_GE(loaded.accounts().size(), 1u) << "round " << round << ": " << *bytes;
         lastCount = loaded.accounts().size();
         ++checked;
