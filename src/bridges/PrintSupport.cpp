@@ -21,24 +21,6 @@ void PrintSupport::serve(WebViewManager& manager) {
         if (sender)
             PrintSupport::shared().print(sender);
     });
-    m_popupSubscriptions.push_back(
-        manager.observePopups([](const std::string&, WebKitWebView* popup) { addShortcut(popup); }));
-}
-
-// In the capture phase: like a browser's, Ctrl+P is Orvane's, not the page's.
-void PrintSupport::addShortcut(WebKitWebView* popup) {
-    GtkEventController* controller = gtk_shortcut_controller_new();
-    gtk_event_controller_set_name(controller, "orvane-print");
-    gtk_event_controller_set_propagation_phase(controller, GTK_PHASE_CAPTURE);
-    GtkShortcutAction* action = gtk_callback_action_new(
-        +[](GtkWidget* view, GVariant*, gpointer) -> gboolean {
-            PrintSupport::shared().print(WEBKIT_WEB_VIEW(view));
-            return TRUE;
-        },
-        nullptr, nullptr);
-    gtk_shortcut_controller_add_shortcut(GTK_SHORTCUT_CONTROLLER(controller),
-        gtk_shortcut_new(gtk_shortcut_trigger_parse_string("<Control>p"), action));
-    gtk_widget_add_controller(GTK_WIDGET(popup), controller);
 }
 
 void PrintSupport::print(WebKitWebView* view) {

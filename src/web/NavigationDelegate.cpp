@@ -310,6 +310,10 @@ GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigati
     webkit_web_view_set_background_color(view, &background);
 
     auto* window = GTK_WINDOW(gtk_window_new());
+    // A window of the application, so its keyboard shortcuts (paste as
+    // plain text, print, quit…) work in pop-ups as in the main window.
+    if (GApplication* application = g_application_get_default(); GTK_IS_APPLICATION(application))
+        gtk_window_set_application(window, GTK_APPLICATION(application));
     gtk_window_set_title(window, "Orvane");
     gtk_window_set_default_size(window, kPopupWidth, kPopupHeight);
     gtk_window_set_resizable(window, TRUE);

@@ -70,6 +70,22 @@ TEST_F(PasteTest, ActionAndBothShortcutsPastePlainText) {
     ASSERT_TRUE(waitUntil([&] { return changes == 3; }, 20s));
     EXPECT_EQ(editorHTML, "bold wordsbold wordsbold words");
     EXPECT_EQ(editorHTML.find('<'), std::string::npos);
+
+    // The shortcuts work in a page's pop-up window too. (WebKit itself
+    // pastes plain text on Ctrl+Shift+V; the other one is only Orvane's.)
+    auto geometry = orvane.geometry(window);
+    ASSERT_TRUE(geometry);
+    ASSERT_TRUE(orvane.click(geometry->x + geometry->width / 2, geometry->y + geometry->height - 40));
+    ASSERT_TRUE(waitUntil([&] { return loads("paste-popup") == 1; }, 30s));
+    std::vector<unsigned long> windows;
+    ASSERT_TRUE(waitUntil([&] { return (windows = orvane.windowsTitled("Orvane")).size() == 2; }, 20s));
+    unsigned long popup = windows[0] == window ? windows[1] : windows[0];
+    auto popupGeometry = orvane.geometry(popup);
+    ASSERT_TRUE(popupGeometry);
+    ASSERT_TRUE(orvane.click(popupGeometry->x + popupGeometry->width / 2, popupGeometry->y + popupGeometry->height * 4 / 10));
+    ASSERT_TRUE(orvane.pressKeys(popup, "ctrl+alt+shift+v"));
+    ASSERT_TRUE(waitUntil([&] { return changes == 4; }, 20s));
+    EXPECT_EQ(editorHTML, "bold words");
 }
 
 } // namespace orvane::test
