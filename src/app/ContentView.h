@@ -49,10 +49,12 @@ public:
     // its window).
     void refresh();
 
+    // The selected account's web view on screen, or null.
+    GtkWidget* visibleWebView() const;
+
     // For tests: the parts of the layout.
     bool showsEmptyState() const;
     GtkWidget* addAccountButton() const;
-    GtkWidget* visibleWebView() const;
     GtkWidget* columnSlot() const { return m_columnSlot; }
 
 private:

@@ -27,6 +27,10 @@ MainWindow::MainWindow(GtkApplication* application, AccountStore& store, WebView
     gtk_box_append(GTK_BOX(layout), m_content->widget());
     adw_application_window_set_content(ADW_APPLICATION_WINDOW(window), layout);
     m_content->refresh();
+    // Typing goes to the page from the start (a page's own shortcuts, its
+    // search field), not to the first button of the header bar.
+    if (GtkWidget* view = m_content->visibleWebView())
+        gtk_window_set_focus(m_window, view);
 
     m_activeChanged = SignalConnection(m_window, g_signal_connect(m_window, "notify::is-active", G_CALLBACK(activeChanged), this));
 }

@@ -1,6 +1,10 @@
 // "Paste and Match Style": the clipboard's plain text goes into the focused
-// field of the page, without the formatting it was copied with.
+// field of the page, without the formatting it was copied with. And typing
+// reaches the page as soon as the window shows.
 #include "E2ETest.h"
+
+#include "accounts/Account.h"
+#include "support/TestEnvironment.h"
 
 #include <gtk/gtk.h>
 
@@ -86,6 +90,18 @@ TEST_F(PasteTest, ActionAndBothShortcutsPastePlainText) {
     ASSERT_TRUE(orvane.pressKeys(popup, "ctrl+alt+shift+v"));
     ASSERT_TRUE(waitUntil([&] { return changes == 4; }, 20s));
     EXPECT_EQ(editorHTML, "bold words");
+}
+
+TEST_F(PasteTest, TypingReachesThePageWithoutAClick) {
+    Account account { newUUID(), "someone@example.com", newUUID() };
+    orvane.writeAccountsFile({ { "accounts", { account.toJSON() } }, { "selectedAccountID", account.id } });
+    ASSERT_TRUE(startOrvane("/e2e/paste.html"));
+    ASSERT_TRUE(waitUntil([&] { return loads("paste") == 1; }, 30s));
+    ASSERT_TRUE(waitForColor(webAreaPoint(), kGreen, "typing-page"));
+    unsigned long window = mainWindow();
+    ASSERT_TRUE(orvane.pressKeys(window, "h"));
+    ASSERT_TRUE(orvane.pressKeys(window, "i"));
+    ASSERT_TRUE(waitUntil([&] { return editorHTML == "hi"; }, 20s)) << editorHTML;
 }
 
 } // namespace orvane::test
