@@ -21,38 +21,24 @@ bool isRemoved(gunichar c) {
 
 bool isSpace(gunichar c) { return g_unichar_isspace(c) || c == 0x3000 || c == 0x00a0; }
 
-// Drops spaces and dots from the front, spaces and dots from the back.
-std::string trimmed(const std::string& text) {
-    const char* begin = text.c_str();
-    const char* end = begin + text.size();
-    while (begin < end) {
-        gunichar c = g_utf8_get_char(begin);
-        if (c != '.' && !isSpace(c))
-            break;
-        begin = g_utf8_next_char(begin);
-    }
-    while (end > begin) {
-        const char* last = g_utf8_prev_char(end);
-        gunichar c = g_utf8_get_char(last);
-        if (c != '.' && !isSpace(c))
-            break;
-        end = last;
-    }
-    return std::string(begin, end);
-}
+bool isSpaceOrDot(gunichar c) { return c == '.' || isSpace(c); }
 
 // Drops trailing spaces and dots only (a shortened base must not end in them).
 std::string trimmedEnd(const std::string& text) {
     const char* begin = text.c_str();
     const char* end = begin + text.size();
-    while (end > begin) {
-        const char* last = g_utf8_prev_char(end);
-        gunichar c = g_utf8_get_char(last);
-        if (c != '.' && !isSpace(c))
-            break;
-        end = last;
-    }
+    while (end > begin && isSpaceOrDot(g_utf8_get_char(g_utf8_prev_char(end))))
+        end = g_utf8_prev_char(end);
     return std::string(begin, end);
+}
+
+// Drops spaces and dots from the front and from the back.
+std::string trimmed(const std::string& text) {
+    const char* begin = text.c_str();
+    const char* end = begin + text.size();
+    while (begin < end && isSpaceOrDot(g_utf8_get_char(begin)))
+        begin = g_utf8_next_char(begin);
+    return trimmedEnd(std::string(begin, end));
 }
 
 } // namespace

@@ -25,11 +25,7 @@ protected:
     void SetUp() override {
         adw_init();
         freshXDGFolders();
-        // Pages created by the manager go nowhere (a closed loopback port).
-        std::string overrides = makeTempFolder("overrides") + "/services.json";
-        Files::replaceAtomically(overrides, R"({"gmail":{"homeURL":"http://127.0.0.1:9/"},)"
-            R"("calendar":{"homeURL":"http://127.0.0.1:9/"},"outlook":{"homeURL":"http://127.0.0.1:9/"}})");
-        g_setenv("ORVANE_SERVICE_OVERRIDES", overrides.c_str(), TRUE);
+        sendServicesNowhere();
         store = std::make_unique<AccountStore>();
         manager = std::make_unique<WebViewManager>();
         manager->configure(*store);

@@ -1,6 +1,7 @@
 #include "support/OrvaneProcess.h"
 
 #include "base/Files.h"
+#include "support/BusCall.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
@@ -19,25 +20,9 @@ std::string makeFolder(const std::string& path) {
     return path;
 }
 
-// A D-Bus call made without blocking the test's main loop, so servers in the
-// test keep answering orvane meanwhile.
-GVariantPtr callMethod(GDBusConnection* bus, const char* interface, const char* method, GVariant* parameters,
-    std::chrono::milliseconds timeout = 20s) {
-    struct State {
-        bool done = false;
-        GVariantPtr reply;
-    };
-    auto state = std::make_shared<State>();
-    g_dbus_connection_call(bus, OrvaneProcess::kBusName, OrvaneProcess::kObjectPath, interface, method, parameters,
-        nullptr, G_DBUS_CALL_FLAGS_NONE, int(timeout.count()), nullptr,
-        +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::unique_ptr<std::shared_ptr<State>> state(static_cast<std::shared_ptr<State>*>(data));
-            (*state)->reply.reset(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));
-            (*state)->done = true;
-        },
-        new std::shared_ptr<State>(state));
-    waitUntil([&] { return state->done; }, timeout + 1s);
-    return std::move(state->reply);
+// Calls orvane's own object on the private bus (see callAndWait).
+GVariantPtr callMethod(GDBusConnection* bus, const char* interface, const char* method, GVariant* parameters) {
+    return callAndWait(bus, OrvaneProcess::kBusName, OrvaneProcess::kObjectPath, interface, method, parameters);
 }
 
 } // namespace

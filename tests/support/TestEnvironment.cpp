@@ -58,4 +58,11 @@ void pinEnvironment() {
     g_unsetenv("ORVANE_PRINT_TO_PDF");
 }
 
+void sendServicesNowhere() {
+    std::string overrides = makeTempFolder("overrides") + "/services.json";
+    Files::replaceAtomically(overrides, R"({"gmail":{"homeURL":"http://127.0.0.1:9/"},)"
+        R"("calendar":{"homeURL":"http://127.0.0.1:9/"},"outlook":{"homeURL":"http://127.0.0.1:9/"}})");
+    g_setenv("ORVANE_SERVICE_OVERRIDES", overrides.c_str(), TRUE);
+}
+
 } // namespace orvane::test

@@ -20,4 +20,8 @@ std::string freshXDGFolders();
 // A new empty folder under the temporary root.
 std::string makeTempFolder(const std::string& prefix);
 
+// Points every service's home page at a closed loopback port (through
+// ORVANE_SERVICE_OVERRIDES), so the pages a test's views create go nowhere.
+void sendServicesNowhere();
+
 } // namespace orvane::test
