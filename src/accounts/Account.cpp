@@ -1,5 +1,6 @@
 #include "accounts/Account.h"
 
+#include "base/FileNames.h"
 #include "base/GRef.h"
 
 #include <glib.h>
@@ -19,6 +20,21 @@ std::optional<std::string> canonicalUUID(std::string_view text) {
         return std::nullopt;
     GCharPtr upper(g_ascii_strup(copy.c_str(), -1));
     return std::string(upper.get());
+}
+
+std::string Account::boundedLabel(std::string_view label) {
+    GCharPtr valid(g_utf8_make_valid(label.data(), static_cast<gssize>(label.size())));
+    return FileNames::truncatedUTF8(valid.get(), kMaxLabelBytes);
+}
+
+Account Account::bounded() const {
+    Account account = *this;
+    account.label = boundedLabel(label);
+    if (account.avatarSourceURL && account.avatarSourceURL->size() > kMaxPhotoAddressBytes)
+        account.avatarSourceURL.reset();
+    if (account.avatarFileName && !FileNames::isPlainName(*account.avatarFileName))
+        account.avatarFileName.reset();
+    return account;
 }
 
 nlohmann::json Account::toJSON() const {
@@ -92,7 +108,8 @@ std::optional<Account> Account::fromJSON(const nlohmann::json& object) {
         if (!account.service)
             return std::nullopt;
     }
-    return account;
+    // The one place names read from disk are checked: a bad one is absent.
+    return account.bounded();
 }
 
 } // namespace orvane

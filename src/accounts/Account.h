@@ -4,9 +4,11 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace orvane {
 
@@ -29,9 +31,24 @@ struct Account {
 
     bool operator==(const Account&) const = default;
 
+    // Bounds on what pages and files put into an account. A label comes from
+    // page titles, the photo address from the page and the photo file name
+    // from the file: none of them may grow the accounts file without end.
+    static constexpr size_t kMaxLabelBytes = 512;
+    static constexpr size_t kMaxPhotoAddressBytes = 2048;
+
+    // The label as stored: invalid UTF-8 repaired, cut to kMaxLabelBytes at
+    // a character boundary.
+    static std::string boundedLabel(std::string_view label);
+    // This account within the bounds: the label as boundedLabel() makes it,
+    // a photo address over kMaxPhotoAddressBytes dropped, and a photo file
+    // name that is not one plain file name (FileNames::isPlainName) dropped.
+    Account bounded() const;
+
     nlohmann::json toJSON() const;
     // Strict: any missing required key, wrong type, bad UUID or unknown
-    // service fails the whole record.
+    // service fails the whole record. Values out of bounds are brought within
+    // them (see bounded()) rather than failing it.
     static std::optional<Account> fromJSON(const nlohmann::json& object);
 };
 

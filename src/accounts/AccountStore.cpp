@@ -1,10 +1,10 @@
 #include "accounts/AccountStore.h"
 
+#include "accounts/AccountsFile.h"
 #include "accounts/AppPaths.h"
 #include "base/Files.h"
 
 #include <glib.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 
@@ -16,109 +16,85 @@ int64_t randomColorSeed() {
     return g_random_int_range(0, 360);
 }
 
-void removeWebsiteData(const std::string& dataStoreID) {
+// How many copies of unreadable files stay beside accounts.json.
+constexpr size_t kKeptUnreadableFiles = 3;
+
+} // namespace
+
+void AccountStore::removeWebsiteData(const std::string& dataStoreID) {
+    // Only a canonical UUID names a folder: anything else could reach outside WebsiteData.
+    auto canonical = canonicalUUID(dataStoreID);
+    if (!canonical || *canonical != dataStoreID)
+        return;
     Files::removeTree(AppPaths::websiteDataDir(dataStoreID));
     Files::removeTree(AppPaths::websiteCacheDir(dataStoreID));
 }
 
-// The decoded file. Strict everywhere except inside "accounts".
-struct Persisted {
-    std::vector<Account> accounts;
-    std::optional<std::string> selectedAccountID;
-    std::optional<std::string> defaultMailtoAccountID;
-    bool alwaysAskOnMailto = true;
-    bool showDockBadge = false;
-    bool notificationsEnabled = false;
-};
-
-bool optionalUUID(const nlohmann::json& root, const char* key, std::optional<std::string>& out) {
-    auto it = root.find(key);
-    if (it == root.end() || it->is_null())
-        return true;
-    if (!it->is_string())
-        return false;
-    out = canonicalUUID(it->get_ref<const std::string&>());
-    return out.has_value();
-}
-
-bool optionalBool(const nlohmann::json& root, const char* key, bool& out) {
-    auto it = root.find(key);
-    if (it == root.end() || it->is_null())
-        return true;
-    if (!it->is_boolean())
-        return false;
-    out = it->get<bool>();
-    return true;
-}
-
-std::optional<Persisted> decode(const std::string& bytes) {
-    nlohmann::json root = nlohmann::json::parse(bytes, nullptr, /*allow_exceptions*/ false);
-    if (!root.is_object())
-        return std::nullopt;
-    auto list = root.find("accounts");
-    if (list == root.end() || !list->is_array())
-        return std::nullopt;
-    Persisted persisted;
-    for (const auto& element : *list) {
-        if (auto account = Account::fromJSON(element))
-            persisted.accounts.push_back(std::move(*account));
-    }
-    if (!optionalUUID(root, "selectedAccountID", persisted.selectedAccountID)
-        || !optionalUUID(root, "defaultMailtoAccountID", persisted.defaultMailtoAccountID)
-        || !optionalBool(root, "alwaysAskOnMailto", persisted.alwaysAskOnMailto)
-        || !optionalBool(root, "showDockBadge", persisted.showDockBadge)
-        || !optionalBool(root, "notificationsEnabled", persisted.notificationsEnabled))
-        return std::nullopt;
-    return persisted;
-}
-
-} // namespace
-
 AccountStore::AccountStore()
-    : m_removeDataStore(removeWebsiteData) {
+    : m_removeDataStore(&AccountStore::removeWebsiteData) {
     load();
 }
 
 void AccountStore::load() {
-    Files::removeLeftoverTemporaries(AppPaths::accountsFile());
-    auto bytes = Files::read(AppPaths::accountsFile(), kMaxFileBytes);
-    if (!bytes)
+    const std::string path = AppPaths::accountsFile();
+    Files::removeLeftoverTemporaries(path);
+    if (!Files::exists(path))
         return;
-    auto persisted = decode(*bytes);
-    if (!persisted)
+    auto bytes = Files::read(path, kMaxFileBytes);
+    auto file = bytes ? AccountsFile::decode(*bytes) : std::nullopt;
+    // Whatever could not be read is kept aside before the next save replaces it.
+    m_keepFileOnDisk = !file || file->skippedRecords > 0;
+    if (!file) {
+        g_warning("Could not %s %s; it is kept aside when Orvane next saves", bytes ? "decode" : "read", path.c_str());
         return;
+    }
+    if (file->skippedRecords > 0)
+        g_warning("Left out %zu unreadable accounts of %s; it is kept aside when Orvane next saves",
+            file->skippedRecords, path.c_str());
 
-    m_accounts = std::move(persisted->accounts);
+    m_accounts = std::move(file->accounts);
     std::stable_partition(m_accounts.begin(), m_accounts.end(), [](const Account& a) { return a.isMailSide(); });
-    if (persisted->selectedAccountID)
-        m_selectedAccountID = persisted->selectedAccountID;
+    if (file->selectedAccountID)
+        m_selectedAccountID = file->selectedAccountID;
     else if (!m_accounts.empty())
         m_selectedAccountID = m_accounts.front().id;
     else
         m_selectedAccountID.reset();
-    m_defaultMailtoAccountID = persisted->defaultMailtoAccountID;
-    m_alwaysAskOnMailto = persisted->alwaysAskOnMailto;
-    m_showDockBadge = persisted->showDockBadge;
-    m_notificationsEnabled = persisted->notificationsEnabled;
+    m_defaultMailtoAccountID = file->defaultMailtoAccountID;
+    m_alwaysAskOnMailto = file->alwaysAskOnMailto;
+    m_showDockBadge = file->showDockBadge;
+    m_notificationsEnabled = file->notificationsEnabled;
     notify(StoreChangeAccounts | StoreChangeSelection | StoreChangeSettings);
 }
 
 void AccountStore::save() {
-    nlohmann::json list = nlohmann::json::array();
-    for (const auto& account : m_accounts)
-        list.push_back(account.toJSON());
-    nlohmann::json root = { { "accounts", std::move(list) } };
-    if (m_selectedAccountID)
-        root["selectedAccountID"] = *m_selectedAccountID;
-    if (m_defaultMailtoAccountID)
-        root["defaultMailtoAccountID"] = *m_defaultMailtoAccountID;
-    root["alwaysAskOnMailto"] = m_alwaysAskOnMailto;
-    root["showDockBadge"] = m_showDockBadge;
-    root["notificationsEnabled"] = m_notificationsEnabled;
+    AccountsFile file;
+    file.accounts = m_accounts;
+    file.selectedAccountID = m_selectedAccountID;
+    file.defaultMailtoAccountID = m_defaultMailtoAccountID;
+    file.alwaysAskOnMailto = m_alwaysAskOnMailto;
+    file.showDockBadge = m_showDockBadge;
+    file.notificationsEnabled = m_notificationsEnabled;
+    std::string bytes = file.encode();
+    const std::string path = AppPaths::accountsFile();
 
-    // Labels come from page titles: replace invalid UTF-8 rather than fail.
-    std::string bytes = root.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    Files::replaceAtomically(AppPaths::accountsFile(), bytes);
+    // Never a file the next start would not load: the old one is better.
+    if (!AccountsFile::decode(bytes)) {
+        g_warning("Not saving %s: the new content (%zu bytes) would not load again; the file stays as it was",
+            path.c_str(), bytes.size());
+        return;
+    }
+    if (m_keepFileOnDisk) {
+        auto kept = Files::keepAside(path, "unreadable", kKeptUnreadableFiles);
+        if (!kept && Files::exists(path)) {
+            g_warning("Not saving %s: the unreadable file there could not be kept aside", path.c_str());
+            return;
+        }
+        if (kept)
+            g_warning("Kept the unreadable %s as %s", path.c_str(), kept->c_str());
+        m_keepFileOnDisk = false;
+    }
+    Files::replaceAtomically(path, bytes);
 }
 
 void AccountStore::normalizeOrder() {
@@ -129,9 +105,9 @@ void AccountStore::normalizeOrder() {
 const Account& AccountStore::insertNew(Account account, std::optional<size_t> after) {
     std::string id = account.id;
     if (after)
-        m_accounts.insert(m_accounts.begin() + static_cast<std::ptrdiff_t>(*after) + 1, std::move(account));
+        m_accounts.insert(m_accounts.begin() + static_cast<std::ptrdiff_t>(*after) + 1, account.bounded());
     else
-        m_accounts.push_back(std::move(account));
+        m_accounts.push_back(account.bounded());
     normalizeOrder();
     setSelectedAccountID(id);
     save();
@@ -177,8 +153,12 @@ const Account& AccountStore::addCalendar(const Account& mail) {
 }
 
 void AccountStore::remove(const Account& account) {
-    // Work on a copy: `account` may refer into the list.
-    const Account removed = account;
+    // Work on the stored record: `account` may refer into the list, and only
+    // what the store holds (bounded, names checked) may name files.
+    const Account* stored = this->account(account.id);
+    if (!stored)
+        return;
+    const Account removed = *stored;
     std::erase_if(m_accounts, [&](const Account& a) { return a.id == removed.id; });
     unsigned change = StoreChangeAccounts;
     if (m_selectedAccountID == removed.id) {
@@ -194,11 +174,8 @@ void AccountStore::remove(const Account& account) {
     if (removed.avatarFileName) {
         bool shared = std::any_of(m_accounts.begin(), m_accounts.end(),
             [&](const Account& a) { return a.avatarFileName == removed.avatarFileName; });
-        // The name comes from the file: never let it reach outside the folder.
-        const std::string& name = *removed.avatarFileName;
-        bool plainName = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
-        if (!shared && plainName)
-            Files::removeTree(AppPaths::avatarsDir() + "/" + name);
+        if (!shared)
+            Files::removeFile(AppPaths::avatarsDir(), *removed.avatarFileName);
     }
     bool storeShared = std::any_of(m_accounts.begin(), m_accounts.end(),
         [&](const Account& a) { return a.dataStoreID == removed.dataStoreID; });
@@ -210,7 +187,7 @@ void AccountStore::remove(const Account& account) {
 void AccountStore::update(const Account& account) {
     for (auto& stored : m_accounts) {
         if (stored.id == account.id) {
-            stored = Account(account);
+            stored = account.bounded();
             notify(StoreChangeAccounts);
             save();
             return;

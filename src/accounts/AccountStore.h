@@ -1,6 +1,7 @@
 #pragma once
 
 #include "accounts/Account.h"
+#include "accounts/AccountsFile.h"
 #include "base/Observers.h"
 
 #include <functional>
@@ -21,6 +22,12 @@ enum StoreChange : unsigned {
 // settings, kept in accounts.json. Every operation ends with save() (unless it
 // changed nothing); setting a property directly notifies observers but does
 // not save: the caller calls save() right after. Nothing here throws.
+//
+// Accounts are stored bounded (Account::bounded()), whatever the caller
+// hands over. A save never writes a file that load() would refuse, and a file
+// that load() could not read (wholly or in part) is kept aside as
+// accounts.json.unreadable-<UTC time> before the next save replaces it.
+// Failures are logged as warnings and leave the file on disk as it was.
 class AccountStore {
 public:
     // Called with a dataStoreID whose website data no remaining account uses.
@@ -61,9 +68,12 @@ public:
     void setShowDockBadge(bool value);
     void setNotificationsEnabled(bool value);
 
-    // Replaces the default remover (which deletes the data and cache folders
-    // of AppPaths) so the web layer can drop its live sessions first.
+    // Replaces the default remover (removeWebsiteData) so the web layer can
+    // drop its live sessions first.
     void setDataStoreRemover(DataStoreRemover remover) { m_removeDataStore = std::move(remover); }
+    // Deletes the website data and cache folders of a data store; an id that
+    // is not a canonical UUID names no folder and nothing is deleted.
+    static void removeWebsiteData(const std::string& dataStoreID);
 
     using ChangeObservers = Observers<unsigned /* StoreChange flags */>;
     [[nodiscard]] ChangeObservers::Subscription observe(ChangeObservers::Callback callback) {
@@ -71,7 +81,7 @@ public:
     }
 
     // Upper bound on the size of accounts.json that is read at all.
-    static constexpr size_t kMaxFileBytes = 8 * 1024 * 1024;
+    static constexpr size_t kMaxFileBytes = AccountsFile::kMaxBytes;
 
 private:
     void normalizeOrder();
@@ -86,6 +96,7 @@ private:
     bool m_alwaysAskOnMailto = true;
     bool m_showDockBadge = false;
     bool m_notificationsEnabled = false;
+    bool m_keepFileOnDisk = false; // the file on disk could not be read
 
     DataStoreRemover m_removeDataStore;
     ChangeObservers m_observers;

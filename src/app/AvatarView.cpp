@@ -66,15 +66,8 @@ static GdkRGBA namedColor(GtkWidget* widget, const char* name, const char* fallb
     return color;
 }
 
-// A stored name is only ever a plain file name inside the avatars folder.
-static bool isPlainFileName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos
-        && name.find('\0') == std::string::npos && name.size() <= 255;
-}
-
+// The store only holds plain file names (checked when the file was read).
 static Ref<GdkTexture> loadPhoto(const std::string& fileName) {
-    if (!isPlainFileName(fileName))
-        return {};
     GCharPtr path(g_build_filename(AppPaths::avatarsDir().c_str(), fileName.c_str(), nullptr));
     auto file = adopt(g_file_new_for_path(path.get()));
     auto info = adopt(g_file_query_info(file.get(), G_FILE_ATTRIBUTE_STANDARD_TYPE "," G_FILE_ATTRIBUTE_STANDARD_SIZE,

@@ -7,6 +7,8 @@
 #include "app/MessageDialogPresenter.h"
 #include "base/BuildConfig.h"
 
+#include <csignal>
+
 namespace orvane {
 
 // Run from the build tree, before tools/install-desktop.sh has put the icon
@@ -119,6 +121,10 @@ void OrvaneApp::closeAllWindows() {
 }
 
 int runOrvane(int argc, char** argv) {
+    // Under a file-size limit (ulimit -f) a long write must fail like a full
+    // disk, which every writer handles, rather than end Orvane; WebKit's
+    // processes inherit the setting.
+    std::signal(SIGXFSZ, SIG_IGN);
     OrvaneApp app;
     return app.run(argc, argv);
 }

@@ -43,6 +43,11 @@ std::string trimmed(const std::string& text) {
 
 } // namespace
 
+bool isPlainName(std::string_view name) {
+    return !name.empty() && name.size() <= kMaxNameBytes && name != "." && name != ".."
+        && name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+}
+
 std::string truncatedUTF8(std::string_view text, size_t maxBytes) {
     if (text.size() <= maxBytes)
         return std::string(text);

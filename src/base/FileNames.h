@@ -30,6 +30,11 @@ Parts split(std::string_view name);
 // so that the whole stays within maxBytes.
 std::string numbered(const Parts& parts, unsigned n, size_t maxBytes = kMaxNameBytes);
 
+// A name read from a file that may be joined to a folder as it is: one plain
+// component (not empty, not "." or "..", no "/" and no NUL) of at most
+// kMaxNameBytes.
+bool isPlainName(std::string_view name);
+
 // The longest prefix of `text` of at most maxBytes that does not split a
 // UTF-8 character.
 std::string truncatedUTF8(std::string_view text, size_t maxBytes);

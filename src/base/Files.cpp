@@ -1,9 +1,14 @@
 #include "base/Files.h"
 
+#include "base/FileNames.h"
 #include "base/GRef.h"
 
 #include <glib.h>
 #include <glib/gstdio.h>
+
+#include <algorithm>
+#include <tuple>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -44,9 +49,79 @@ std::optional<std::string> read(const std::string& path, size_t maxBytes) {
 bool replaceAtomically(const std::string& path, const std::string& bytes) {
     GCharPtr folder(g_path_get_dirname(path.c_str()));
     makeFolder(folder.get());
-    return g_file_set_contents_full(path.c_str(), bytes.data(), static_cast<gssize>(bytes.size()),
-        static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT | G_FILE_SET_CONTENTS_DURABLE),
-        0600, nullptr);
+    GErrorPtr error;
+    if (g_file_set_contents_full(path.c_str(), bytes.data(), static_cast<gssize>(bytes.size()),
+            static_cast<GFileSetContentsFlags>(G_FILE_SET_CONTENTS_CONSISTENT | G_FILE_SET_CONTENTS_DURABLE),
+            0600, GErrorOut(error)))
+        return true;
+    g_warning("Could not replace %s, which stays as it was: %s", path.c_str(), error ? error->message : "?");
+    return false;
+}
+
+namespace {
+
+// A copy made by keepAside: "<prefix><stamp>" or "<prefix><stamp>-<counter>",
+// the stamp as 20261123T174512Z; the first copy of a stamp counts as 1.
+struct KeptCopy {
+    std::string stamp;
+    unsigned long counter = 1;
+    std::string name;
+
+    static std::optional<KeptCopy> parse(std::string_view name, std::string_view prefix) {
+        auto digits = [](std::string_view text) {
+            return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return g_ascii_isdigit(c); });
+        };
+        if (!name.starts_with(prefix))
+            return std::nullopt;
+        std::string_view rest = name.substr(prefix.size());
+        if (rest.size() < 16 || !digits(rest.substr(0, 8)) || rest[8] != 'T' || !digits(rest.substr(9, 6)) || rest[15] != 'Z')
+            return std::nullopt;
+        KeptCopy copy { std::string(rest.substr(0, 16)), 1, std::string(name) };
+        if (rest.size() > 16) {
+            std::string_view counter = rest.substr(17);
+            if (rest[16] != '-' || !digits(counter) || counter.size() > 9)
+                return std::nullopt;
+            copy.counter = std::stoul(std::string(counter));
+        }
+        return copy;
+    }
+    bool operator>(const KeptCopy& other) const { return std::tie(stamp, counter) > std::tie(other.stamp, other.counter); }
+};
+
+} // namespace
+
+std::optional<std::string> keepAside(const std::string& path, const std::string& tag, size_t keep) {
+    GStatBuf st {};
+    if (g_lstat(path.c_str(), &st) != 0)
+        return std::nullopt;
+    GCharPtr folder(g_path_get_dirname(path.c_str()));
+    const std::string prefix = GCharPtr(g_path_get_basename(path.c_str())).get() + ("." + tag + "-");
+    std::vector<KeptCopy> copies;
+    if (GDir* dir = g_dir_open(folder.get(), 0, nullptr)) {
+        while (const char* name = g_dir_read_name(dir))
+            if (auto copy = KeptCopy::parse(name, prefix))
+                copies.push_back(std::move(*copy));
+        g_dir_close(dir);
+    }
+    std::sort(copies.begin(), copies.end(), std::greater<>());
+
+    // Within one second, counters go up and are never reused, so that the
+    // names keep their order after older copies are removed.
+    GDateTime* now = g_date_time_new_now_utc();
+    KeptCopy kept { GCharPtr(g_date_time_format(now, "%Y%m%dT%H%M%SZ")).get(), 1, {} };
+    g_date_time_unref(now);
+    for (const KeptCopy& copy : copies)
+        if (copy.stamp == kept.stamp)
+            kept.counter = std::max(kept.counter, copy.counter + 1);
+    kept.name = prefix + kept.stamp + (kept.counter > 1 ? "-" + std::to_string(kept.counter) : "");
+    std::string keptPath = std::string(folder.get()) + "/" + kept.name;
+    if (g_lstat(keptPath.c_str(), &st) == 0 || g_rename(path.c_str(), keptPath.c_str()) != 0)
+        return std::nullopt;
+
+    // The new copy always stays, even when a clock set back gives it an older name.
+    for (size_t i = keep > 0 ? keep - 1 : 0; i < copies.size(); ++i)
+        removeFile(folder.get(), copies[i].name);
+    return keptPath;
 }
 
 void removeLeftoverTemporaries(const std::string& path) {
@@ -98,7 +173,27 @@ static bool removeRecursively(GFile* file) {
 
 bool removeTree(const std::string& path) {
     Ref<GFile> file = adopt(g_file_new_for_path(path.c_str()));
+    // Enumerating a link would list (and delete) what it points to.
+    if (g_file_query_file_type(file.get(), G_FILE_QUERY_INFO_NOFOLLOW_SYMLINKS, nullptr) != G_FILE_TYPE_DIRECTORY) {
+        GErrorPtr error;
+        return g_file_delete(file.get(), nullptr, GErrorOut(error))
+            || g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_NOT_FOUND);
+    }
     return removeRecursively(file.get());
+}
+
+bool removeFile(const std::string& folder, std::string_view name) {
+    if (!FileNames::isPlainName(name))
+        return false;
+    int dir = g_open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    if (dir < 0)
+        return false;
+    std::string child(name);
+    struct stat st {};
+    bool removed = fstatat(dir, child.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode)
+        && unlinkat(dir, child.c_str(), 0) == 0;
+    close(dir);
+    return removed;
 }
 
 bool exists(const std::string& path) {

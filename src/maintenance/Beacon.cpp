@@ -124,6 +124,10 @@ void Beacon::ping() {
         return;
     double now = m_clock();
     double last = m_preferences.number(kLastPingKey).value_or(0);
+    // A time far ahead (a clock set back, a damaged file) would hold the ping
+    // back for as long: it counts as no ping.
+    if (last > now + kMinimumInterval)
+        last = 0;
     if (!std::isfinite(now) || now - last < kMinimumInterval)
         return;
     // Recorded before sending, so a ping that fails still counts.

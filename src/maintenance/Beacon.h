@@ -12,7 +12,8 @@ namespace orvane {
 // query items id (the install id), v (Orvane's version), os (the system's
 // major.minor version) and t (the time, whole seconds since 1970), sent when
 // the main window first appears and whenever Orvane becomes active, but never
-// within an hour of the last one. The time is recorded before the request
+// within an hour of the last one (a last ping more than an hour in the future
+// counts as none). The time is recorded before the request
 // goes out, so a failed ping counts; the answer is never read and nothing is
 // retried or logged. No endpoint configured means no ping at all.
 //

@@ -94,8 +94,10 @@ bool Preferences::setNumber(const std::string& key, double value) {
 bool Preferences::store(const std::string& key, const Value& value) {
     m_setThisRun[key] = value;
     KeyFilePtr file(g_key_file_new());
-    if (load(m_path, file.get()) == Loaded::Unusable)
+    if (load(m_path, file.get()) == Loaded::Unusable) {
+        g_warning("Not writing %s, which cannot be read: it stays as it is", m_path.c_str());
         return false;
+    }
     if (auto* text = std::get_if<std::string>(&value)) {
         g_key_file_set_string(file.get(), kGroup, key.c_str(), text->c_str());
     } else {

@@ -14,7 +14,7 @@ namespace orvane {
 // A file that exists but cannot be parsed is never overwritten. Values set
 // during this run are also kept in memory and win over the file, so a corrupt
 // or unwritable file still gives consistent answers until the process ends.
-// Nothing here throws; failures are silent.
+// Nothing here throws; a file not written is logged as a warning.
 class Preferences {
 public:
     explicit Preferences(std::string path = defaultPath());

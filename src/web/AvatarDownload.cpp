@@ -72,6 +72,11 @@ void onSent(GObject* source, GAsyncResult* result, gpointer data) {
     transfer->stream = adopt(soup_session_send_finish(SOUP_SESSION(source), result, GErrorOut(error)));
     if (!transfer->stream)
         return finish(std::move(transfer), std::nullopt);
+    guint status = soup_message_get_status(transfer->message.get());
+    if (!SOUP_STATUS_IS_SUCCESSFUL(status)) {
+        g_info("Refused an account photo answered with HTTP status %u", status);
+        return finish(std::move(transfer), std::nullopt);
+    }
     goffset announced = soup_message_headers_get_content_length(
         soup_message_get_response_headers(transfer->message.get()));
     if (announced > static_cast<goffset>(AvatarDownload::kMaxBytes))

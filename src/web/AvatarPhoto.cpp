@@ -44,9 +44,4 @@ std::optional<std::string> decodeBase64(std::string_view text) {
     return ImageBytes::decodeBase64(text);
 }
 
-bool isPlainFileName(std::string_view name) {
-    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos
-        && name.find('\0') == std::string_view::npos && name.size() <= 255;
-}
-
 } // namespace AvatarPhoto

@@ -28,9 +28,5 @@ std::optional<std::string> dataURLBytes(std::string_view url);
 // Any other character, whitespace included, rejects the whole text.
 std::optional<std::string> decodeBase64(std::string_view text);
 
-// A name recorded in the accounts file that may be joined to the avatars
-// folder: not empty, not "." or "..", no "/" and no NUL.
-bool isPlainFileName(std::string_view name);
-
 } // namespace AvatarPhoto
 } // namespace orvane

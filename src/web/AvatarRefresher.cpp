@@ -11,7 +11,6 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gdk/gdk.h>
-#include <glib/gstdio.h>
 
 #include <algorithm>
 #include <vector>
@@ -102,9 +101,14 @@ void AvatarRefresher::photoFound(const std::string& accountID, const std::string
     if (!account)
         return finish(accountID, Outcome::Skipped);
     std::string identity = AvatarPhoto::identity(photo);
+    // An address the store would not keep would be fetched on every load.
+    if (identity.size() > Account::kMaxPhotoAddressBytes) {
+        g_info("Refused a photo address of %zu bytes", identity.size());
+        return finish(accountID, Outcome::Failed);
+    }
+    // Recorded names were checked when the accounts file was read.
     const auto& recorded = account->avatarFileName;
-    if (recorded && AvatarPhoto::isPlainFileName(*recorded) && Files::exists(avatarPath(*recorded))
-        && account->avatarSourceURL == identity)
+    if (recorded && Files::exists(avatarPath(*recorded)) && account->avatarSourceURL == identity)
         return finish(accountID, Outcome::Unchanged);
     download(photo, identity, accountID);
 }
@@ -145,9 +149,10 @@ void AvatarRefresher::persist(const std::string& bytes, const std::string& ident
     const std::optional<std::string> oldName = account->avatarFileName;
     const std::string dataStoreID = account->dataStoreID;
 
-    // Written before any account points at it; a failed write is not fatal:
-    // the next load finds the file missing and tries again.
-    Files::replaceAtomically(avatarPath(*newName), bytes);
+    // Written before any account points at it. A failed write (logged) leaves
+    // the accounts on the old photo; the next load tries again.
+    if (!Files::replaceAtomically(avatarPath(*newName), bytes))
+        return finish(accountID, Outcome::Failed);
 
     // update() notifies observers, which may change the list: work from ids.
     std::vector<std::string> sharing;
@@ -165,12 +170,12 @@ void AvatarRefresher::persist(const std::string& bytes, const std::string& ident
     }
 
     // The old file goes last, and only when no account still shows it.
-    if (oldName && *oldName != *newName && AvatarPhoto::isPlainFileName(*oldName)) {
+    if (oldName && *oldName != *newName) {
         const auto& accounts = store->accounts();
         bool stillUsed = std::any_of(accounts.begin(), accounts.end(),
             [&](const Account& a) { return a.avatarFileName == oldName; });
         if (!stillUsed)
-            g_unlink(avatarPath(*oldName).c_str());
+            Files::removeFile(AppPaths::avatarsDir(), *oldName);
     }
     finish(accountID, Outcome::Stored);
 }

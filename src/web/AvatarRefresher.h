@@ -27,7 +27,7 @@ public:
         Skipped,   // nothing to do: no store or account, no photo script or photo, or the same fetch already running
         Unchanged, // the recorded file already holds this photo
         Stored,    // a new file was written and recorded
-        Failed,    // bad data: address, network or an image that does not decode
+        Failed,    // bad data (address, HTTP status, network, an image that does not decode) or a failed write
     };
     using FinishedObservers = Observers<const std::string& /* account id */, Outcome>;
 

@@ -126,11 +126,7 @@ void WebViewManager::configure(AccountStore& store) {
     store.setDataStoreRemover([this, alive](const std::string& dataStoreID) {
         if (alive.lock())
             forgetDataStore(dataStoreID);
-        // The id came from the accounts file: only a canonical UUID may name a folder.
-        if (!canonicalUUID(dataStoreID) || *canonicalUUID(dataStoreID) != dataStoreID)
-            return;
-        Files::removeTree(AppPaths::websiteDataDir(dataStoreID));
-        Files::removeTree(AppPaths::websiteCacheDir(dataStoreID));
+        AccountStore::removeWebsiteData(dataStoreID);
     });
     refreshDockBadge();
 }
@@ -369,7 +365,8 @@ void WebViewManager::handleTitle(const std::string& accountID, const std::option
     }
     if (service.label) {
         auto label = service.label(title);
-        if (label && *label != account.label) {
+        // Compared as it would be stored, so a long title does not save on every change.
+        if (label && Account::boundedLabel(*label) != account.label) {
             account.label = *label;
             m_store->update(account);
         }

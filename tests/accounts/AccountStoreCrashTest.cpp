@@ -3,6 +3,8 @@
 #include "accounts/AppPaths.h"
 #include "base/Files.h"
 #include "base/GRef.h"
+#include "maintenance/Preferences.h"
+#include "support/LoggedWarnings.h"
 #include "support/TestEnvironment.h"
 
 #include <glib.h>
@@ -12,7 +14,11 @@
 #include <algorithm>
 #include <vector>
 
+#include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,9 +54,10 @@ TEST(AccountStoreCrash, AKilledSaveLeavesAWholeFile) {
     ASSERT_TRUE(Files::makeFolder(path + ".Ab12Cd"));
     const std::vector<std::string> kKept = { "accounts.json", "accounts.json.Ab12Cd", "accounts.json.bak" };
     GRand* random = g_rand_new_with_seed(20261123);
+    constexpr int kRounds = 1000;
     int checked = 0;
     size_t lastCount = 1;
-    for (int round = 0; round < 150; ++round) {
+    for (int round = 0; round < kRounds; ++round) {
         pid_t child = fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
@@ -85,8 +92,113 @@ TEST(AccountStoreCrash, AKilledSaveLeavesAWholeFile) {
         ++checked;
     }
     g_rand_free(random);
-    EXPECT_EQ(checked, 150);
+    EXPECT_EQ(checked, kRounds);
     EXPECT_GE(lastCount, 1u);
+}
+
+bool writeText(const char* path, const std::string& text) {
+    int fd = open(path, O_WRONLY | O_CLOEXEC);
+    bool ok = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (fd >= 0)
+        close(fd);
+    return ok;
+}
+
+// Mounts a 64 KiB tmpfs on the folder, seen by this process alone (a mount
+// namespace of its own, inside a user namespace when not root). False where
+// the system allows neither.
+bool mountSmallDisk(const std::string& folder) {
+    if (unshare(CLONE_NEWNS) != 0) {
+        std::string uid = "0 " + std::to_string(getuid()) + " 1";
+        std::string gid = "0 " + std::to_string(getgid()) + " 1";
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !writeText("/proc/self/setgroups", "deny")
+            || !writeText("/proc/self/uid_map", uid) || !writeText("/proc/self/gid_map", gid))
+            return false;
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+        && mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=64k,mode=0700") == 0;
+}
+
+// Runs in a child process of its own (it changes mounts, limits and signals).
+// Where no tmpfs can be mounted, a file-size limit stands in for the full
+// disk and a folder without write permission for the read-only one.
+void saveIntoFullThenReadOnlyFolder(const std::string& folder) {
+    const bool mounted = mountSmallDisk(folder);
+    if (!mounted)
+        printf("No tmpfs could be mounted: a file-size limit stands in for the full disk\n");
+    g_setenv("XDG_DATA_HOME", folder.c_str(), TRUE);
+    test::LoggedWarnings warnings;
+    AccountStore store;
+    store.addAccount();
+    const std::string path = AppPaths::accountsFile();
+    const std::string preferences = folder + "/Orvane/preferences.ini";
+
+    auto failedSaveKeepsTheFile = [&] {
+        const std::string before = Files::read(path, 1 << 20).value_or("");
+        warnings.clear();
+        Account renamed = store.accounts().front();
+        renamed.label = std::string(Account::kMaxLabelBytes, 'x');
+        store.update(renamed);
+        EXPECT_EQ(Files::read(path, 1 << 20), before);
+        EXPECT_EQ(accountsFiles(), std::vector<std::string> { "accounts.json" }) << "no temporary file is left";
+        EXPECT_NE(warnings.find(path), "") << "the failed save is logged";
+        EXPECT_FALSE(Preferences(preferences).setString("Key", "value"));
+        EXPECT_NE(warnings.find(preferences), "");
+    };
+
+    // A full disk: a filler takes the rest of the tmpfs, or a limit of 16 bytes per file.
+    const std::string filler = folder + "/filler";
+    struct rlimit unlimited {};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    if (mounted) {
+        FILE* file = fopen(filler.c_str(), "w");
+        ASSERT_TRUE(file);
+        std::string block(4096, 'f');
+        while (fwrite(block.data(), 1, block.size(), file) == block.size() && fflush(file) == 0) { }
+        fclose(file);
+    } else {
+        signal(SIGXFSZ, SIG_IGN); // as Orvane's main() does
+        struct rlimit small { 16, unlimited.rlim_max };
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    }
+    {
+        SCOPED_TRACE(mounted ? "full tmpfs" : "file-size limit");
+        failedSaveKeepsTheFile();
+    }
+    // With room again, the next save writes what the store held all along.
+    if (mounted)
+        unlink(filler.c_str());
+    else
+        setrlimit(RLIMIT_FSIZE, &unlimited);
+    store.save();
+    EXPECT_EQ(AccountStore().accounts().front().label, std::string(Account::kMaxLabelBytes, 'x'));
+
+    // A read-only folder. Root writes through missing permissions: without
+    // a mount there is no read-only folder to try.
+    if (mounted)
+        ASSERT_EQ(mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, "size=64k,mode=0700"), 0);
+    else if (geteuid() != 0)
+        ASSERT_EQ(chmod((folder + "/Orvane").c_str(), 0500), 0);
+    else
+        return;
+    SCOPED_TRACE("read-only");
+    failedSaveKeepsTheFile();
+}
+
+TEST(AccountStoreFaults, SavesIntoAFullOrReadOnlyFolderKeepTheOldFileAndGoOn) {
+    const std::string folder = test::makeTempFolder("small-disk");
+    fflush(stdout);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        saveIntoFullThenReadOnlyFolder(folder);
+        fflush(stdout);
+        _exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << "the child ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "see the failures the child printed above";
 }
 
 } // namespace

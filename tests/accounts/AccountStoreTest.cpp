@@ -2,11 +2,15 @@
 
 #include "accounts/AppPaths.h"
 #include "base/Files.h"
+#include "base/GRef.h"
+#include "support/LoggedWarnings.h"
 #include "support/TestEnvironment.h"
 
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <unistd.h>
 
 namespace orvane {
 namespace {
@@ -18,6 +22,12 @@ constexpr const char* M2 = "22222222-2222-4222-8222-222222222222";
 constexpr const char* C1 = "33333333-3333-4333-8333-333333333333";
 constexpr const char* DS1 = "AAAAAAAA-AAAA-4AAA-8AAA-AAAAAAAAAAAA";
 constexpr const char* DS2 = "BBBBBBBB-BBBB-4BBB-8BBB-BBBBBBBBBBBB";
+
+std::string uuid(unsigned n) {
+    char text[40];
+    g_snprintf(text, sizeof text, "%08X-0000-4000-8000-%012X", n, n);
+    return text;
+}
 
 class AccountStoreTest : public ::testing::Test {
 protected:
@@ -44,6 +54,19 @@ protected:
         if (avatar)
             r["avatarFileName"] = avatar;
         return r;
+    }
+    // The contents of the copies kept beside accounts.json, sorted.
+    static std::vector<std::string> keptCopies() {
+        std::vector<std::string> contents;
+        GCharPtr folder(g_path_get_dirname(AppPaths::accountsFile().c_str()));
+        GDir* dir = g_dir_open(folder.get(), 0, nullptr);
+        while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
+            if (g_str_has_prefix(name, "accounts.json.unreadable-"))
+                contents.push_back(Files::read(std::string(folder.get()) + "/" + name, 1 << 20).value_or("?"));
+        if (dir)
+            g_dir_close(dir);
+        std::sort(contents.begin(), contents.end());
+        return contents;
     }
     static std::vector<std::string> ids(const AccountStore& store) {
         std::vector<std::string> out;
@@ -92,14 +115,18 @@ TEST_F(AccountStoreTest, StartsEmptyAndTheFirstAddCreatesFolderAndCompactFile) {
 }
 
 TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
-    // One bad record among good ones is dropped on its own; missing settings default.
-    writeFile(json({ { "accounts", { record(M1, DS1), record(M2, DS2, "exchange"), 42, record(C1, DS1, "calendar") } } }).dump());
+    test::LoggedWarnings warnings;
+    // One bad record among good ones is dropped on its own; missing settings
+    // default. The file is kept aside before the save that drops the record.
+    std::string partly = json({ { "accounts", { record(M1, DS1), record(M2, DS2, "exchange"), 42, record(C1, DS1, "calendar") } } }).dump();
+    writeFile(partly);
     {
         AccountStore store;
         EXPECT_EQ(ids(store), (std::vector<std::string> { M1, C1 }));
         EXPECT_EQ(store.selectedAccountID(), M1) << "no stored selection: the first account";
         EXPECT_TRUE(store.alwaysAskOnMailto());
         store.save();
+        EXPECT_EQ(keptCopies(), std::vector<std::string> { partly });
         json file = readFile();
         EXPECT_EQ(file["accounts"].size(), 2u);
         EXPECT_TRUE(file.contains("alwaysAskOnMailto") && file.contains("showDockBadge") && file.contains("notificationsEnabled"));
@@ -117,7 +144,8 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
         EXPECT_TRUE(store.notificationsEnabled());
     }
 
-    // Whole-file rejections: the state stays at its defaults and the file is left alone.
+    // Whole-file rejections: the state stays at its defaults and the file is
+    // left alone; the next save keeps it aside (the newest three copies stay).
     std::string good = json({ { "accounts", { record(M1, DS1) } } }).dump();
     const std::vector<std::string> rejected = {
         json({ { "accounts", { record(M1, DS1) } }, { "selectedAccountID", "not-a-uuid" } }).dump(),
@@ -138,22 +166,24 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
         EXPECT_FALSE(store.selectedAccountID()) << text;
         EXPECT_TRUE(store.alwaysAskOnMailto()) << text;
         EXPECT_EQ(*Files::read(AppPaths::accountsFile(), 1 << 20), text) << "a bad file stays until the next save";
+        warnings.clear();
         store.addAccount();
         EXPECT_EQ(readFile()["accounts"].size(), 1u) << "the next save replaces it";
+        std::string warning = warnings.find("Kept the unreadable");
+        std::string kept = warning.substr(warning.rfind(" as ") + 4);
+        EXPECT_TRUE(g_regex_match_simple("/accounts\\.json\\.unreadable-[0-9]{8}T[0-9]{6}Z(-[0-9]+)?$", kept.c_str(),
+            GRegexCompileFlags(0), GRegexMatchFlags(0))) << warning;
+        EXPECT_EQ(Files::read(kept, 1 << 20), text) << "the warning names the copy";
     }
+    std::vector<std::string> newest(rejected.end() - 3, rejected.end());
+    std::sort(newest.begin(), newest.end());
+    EXPECT_EQ(keptCopies(), newest);
 
     // An enormous file is not read at all.
     std::string huge = "{\"accounts\":[" + json(record(M1, DS1)).dump() + "],\"pad\":\"" + std::string(AccountStore::kMaxFileBytes, 'x') + "\"}";
     writeFile(huge);
     AccountStore store;
     EXPECT_TRUE(store.accounts().empty());
-
-    // A folder where the file should be: unreadable, and saving fails quietly.
-    g_remove(AppPaths::accountsFile().c_str());
-    ASSERT_TRUE(Files::makeFolder(AppPaths::accountsFile()));
-    AccountStore blocked;
-    blocked.addAccount();
-    EXPECT_EQ(blocked.accounts().size(), 1u) << "a failed write keeps the state in memory";
 }
 
 TEST_F(AccountStoreTest, KeepsMailAccountsBeforeCalendarsAndSelectsWhatItAdds) {
@@ -226,17 +256,126 @@ TEST_F(AccountStoreTest, RemovingAnAccountKeepsWhatItsCompanionStillUses) {
     EXPECT_FALSE(readFile().contains("selectedAccountID"));
 }
 
-TEST_F(AccountStoreTest, DefaultRemoverDeletesBothWebsiteFoldersAndNeverLeavesTheAvatarsFolder) {
-    json hostile = record(M1, DS1);
-    hostile["avatarFileName"] = "../accounts.json";
-    writeFile(json({ { "accounts", { hostile, record(M2, DS2) } } }).dump());
-    ASSERT_TRUE(Files::makeFolder(AppPaths::websiteDataDir(DS1) + "/deep/er"));
-    ASSERT_TRUE(Files::makeFolder(AppPaths::websiteCacheDir(DS1)));
+TEST_F(AccountStoreTest, RemovalOnlyUnlinksTheAccountsOwnRegularFiles) {
+    // What must survive every removal: a folder outside Orvane's, another
+    // account's website data, and whatever in Avatars is not a regular file.
+    const std::string outside = test::makeTempFolder("outside");
+    ASSERT_TRUE(Files::replaceAtomically(outside + "/keep", "keep"));
+    ASSERT_TRUE(Files::makeFolder(AppPaths::websiteDataDir(DS2) + "/cookies"));
+    const std::string avatars = AppPaths::avatarsDir();
+    ASSERT_TRUE(Files::makeFolder(avatars + "/folder.png/inner"));
+    ASSERT_EQ(symlink(outside.c_str(), (avatars + "/link.png").c_str()), 0);
+    ASSERT_TRUE(Files::replaceAtomically(avatars + "/own.png", "png"));
+    // An account whose website data folder is a link to the outside folder.
+    ASSERT_TRUE(Files::makeFolder(AppPaths::dataHome() + "/Orvane/WebsiteData"));
+    ASSERT_EQ(symlink(outside.c_str(), AppPaths::websiteDataDir(uuid(5)).c_str()), 0);
+    // And one with data and cache folders of its own, which go.
+    ASSERT_TRUE(Files::makeFolder(AppPaths::websiteDataDir(uuid(4)) + "/deep/er"));
+    ASSERT_TRUE(Files::makeFolder(AppPaths::websiteCacheDir(uuid(4))));
+
+    const std::vector<std::string> names = { "../accounts.json", std::string("..\0.png", 7), "folder.png", "link.png", "own.png", "x" };
+    json list = { record(M2, DS2) };
+    for (unsigned i = 0; i < names.size(); ++i) {
+        list.push_back(record(uuid(i).c_str(), uuid(i).c_str()));
+        list.back()["avatarFileName"] = names[i];
+    }
+    writeFile(json({ { "accounts", list } }).dump());
     AccountStore store;
-    store.remove(*store.account(M1));
-    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(DS1)));
-    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(DS1)));
-    EXPECT_EQ(readFile()["accounts"].size(), 1u) << "a hostile avatar name deleted nothing outside Avatars";
+    ASSERT_EQ(store.accounts().size(), names.size() + 1);
+    for (unsigned i = 0; i < names.size(); ++i) {
+        SCOPED_TRACE(i);
+        store.remove(*store.account(uuid(i)));
+        EXPECT_TRUE(Files::exists(outside + "/keep"));
+        EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(DS2) + "/cookies"));
+        EXPECT_TRUE(Files::exists(avatars + "/folder.png/inner"));
+        EXPECT_TRUE(g_file_test((avatars + "/link.png").c_str(), G_FILE_TEST_IS_SYMLINK));
+    }
+    EXPECT_FALSE(Files::exists(avatars + "/own.png"));
+    EXPECT_FALSE(g_file_test(AppPaths::websiteDataDir(uuid(5)).c_str(), G_FILE_TEST_IS_SYMLINK)) << "the link went";
+    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(uuid(4))));
+    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(uuid(4))));
+    EXPECT_EQ(ids(store), std::vector<std::string> { M2 });
+}
+
+// Labels come from page titles, photo addresses from pages and file names
+// from the file: each is bounded before it is stored, a bad name is absent.
+TEST_F(AccountStoreTest, ValuesFromPagesAndFilesAreBoundedBeforeTheyAreStored) {
+    const std::string longestAddress(Account::kMaxPhotoAddressBytes, 'u');
+    const std::string cutLabel(Account::kMaxLabelBytes - 1, 'l');
+    struct Case {
+        const char* key;
+        std::string value;
+        std::optional<std::string> stored;
+    };
+    const std::vector<Case> cases = {
+        { "avatarFileName", "photo.png", "photo.png" },
+        { "avatarFileName", std::string(255, 'n'), std::string(255, 'n') },
+        { "avatarFileName", std::string(256, 'n'), std::nullopt },
+        { "avatarFileName", std::string("..\0x.png", 8), std::nullopt },
+        { "avatarFileName", "../x.png", std::nullopt },
+        { "avatarFileName", "a/b.png", std::nullopt },
+        { "avatarFileName", "..", std::nullopt },
+        { "avatarFileName", ".", std::nullopt },
+        { "avatarFileName", "", std::nullopt },
+        { "avatarSourceURL", longestAddress, longestAddress },
+        { "avatarSourceURL", longestAddress + "u", std::nullopt },
+        { "label", cutLabel + "\u00e9", cutLabel }, // not inside a character
+    };
+    json list = json::array();
+    for (unsigned i = 0; i < cases.size(); ++i) {
+        list.push_back(record(uuid(i).c_str(), DS1));
+        list.back()[cases[i].key] = cases[i].value;
+    }
+    writeFile(json({ { "accounts", list } }).dump());
+    auto field = [](const Account& a, const std::string& key) -> std::optional<std::string> {
+        return key == "label" ? std::optional(a.label) : key == "avatarFileName" ? a.avatarFileName : a.avatarSourceURL;
+    };
+    {
+        AccountStore store;
+        ASSERT_EQ(store.accounts().size(), cases.size()) << "a bad value costs the value, not the account";
+        for (unsigned i = 0; i < cases.size(); ++i)
+            EXPECT_EQ(field(*store.account(uuid(i)), cases[i].key), cases[i].stored) << i;
+
+        // What a page hands over on the way in: by update and to a new calendar.
+        Account paged = *store.account(uuid(0));
+        paged.label = std::string(1 << 20, 'l');
+        paged.avatarSourceURL = std::string(9 << 20, 'u');
+        store.update(paged);
+        const Account calendar = store.addCalendar(paged);
+        for (const Account* a : { store.account(uuid(0)), store.account(calendar.id) }) {
+            EXPECT_EQ(a->label.size(), Account::kMaxLabelBytes);
+            EXPECT_FALSE(a->avatarSourceURL);
+        }
+    }
+    AccountStore reloaded;
+    EXPECT_EQ(reloaded.accounts().size(), cases.size() + 1) << "the file still loads";
+}
+
+// However the accounts grew, a file its own loader would refuse is never
+// written: the old file stays.
+TEST_F(AccountStoreTest, NeverWritesAFileItsLoaderWouldRefuse) {
+    json full = record(M1, DS1);
+    full["label"] = std::string(Account::kMaxLabelBytes, 'l');
+    full["avatarSourceURL"] = std::string(Account::kMaxPhotoAddressBytes, 'u');
+    full["avatarFileName"] = std::string(255, 'n');
+    const size_t recordBytes = full.dump().size() + 1;
+    json list = json::array();
+    for (unsigned i = 0; i < (AccountStore::kMaxFileBytes - 16) / recordBytes; ++i) {
+        list.push_back(full);
+        list.back()["id"] = uuid(i);
+    }
+    writeFile(json({ { "accounts", list } }).dump());
+    const std::string before = *Files::read(AppPaths::accountsFile(), AccountStore::kMaxFileBytes);
+    ASSERT_GT(before.size() + recordBytes, AccountStore::kMaxFileBytes) << "one more account passes the limit";
+
+    AccountStore store;
+    ASSERT_EQ(store.accounts().size(), list.size());
+    test::LoggedWarnings warnings;
+    store.addCalendar(store.accounts().front());
+    EXPECT_EQ(store.accounts().size(), list.size() + 1) << "kept in memory";
+    EXPECT_EQ(Files::read(AppPaths::accountsFile(), 2 * AccountStore::kMaxFileBytes), before);
+    EXPECT_NE(warnings.find("Not saving"), "");
+    EXPECT_EQ(AccountStore().accounts().size(), list.size());
 }
 
 TEST_F(AccountStoreTest, OperationsThatChangeNothingDoNotSave) {

@@ -1,6 +1,10 @@
 // Switching accounts shows another page without reloading any.
 #include "E2ETest.h"
 
+#include "base/Files.h"
+
+#include <sys/resource.h>
+
 namespace orvane::test {
 
 class AccountSwitchTest : public E2ETest { };
@@ -33,6 +37,16 @@ TEST_F(AccountSwitchTest, SelectAccountShowsEachPageWithoutReloading) {
     EXPECT_EQ(server.requestCount("/e2e/green.html"), 1);
     EXPECT_EQ(loads("red"), 1);
     EXPECT_EQ(loads("green"), 1);
+
+    // Under a file-size limit (ulimit -f) smaller than the file, the save
+    // fails as on a full disk: Orvane goes on and the old file stays whole.
+    const auto saved = Files::read(orvane.accountsFilePath(), 1 << 20);
+    struct rlimit limit { 16, 16 };
+    ASSERT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
+    EXPECT_TRUE(waitForColor(point, kGreen, "two-accounts-file-size-limit"));
+    EXPECT_TRUE(orvane.isRunning());
+    EXPECT_EQ(Files::read(orvane.accountsFilePath(), 1 << 20), saved);
 }
 
 TEST_F(AccountSwitchTest, SelectingAPositionBeyondTheListDoesNothing) {
