@@ -2,6 +2,8 @@
 
 #include "base/FileNames.h"
 
+#include <glib.h>
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -105,19 +107,24 @@ bool UniqueFile::write(std::string_view bytes) {
     if (m_fd < 0)
         return false;
     size_t written = 0;
+    int error = 0;
     while (written < bytes.size()) {
         ssize_t n = ::write(m_fd, bytes.data() + written, bytes.size() - written);
         if (n < 0 && errno == EINTR)
             continue;
-        if (n <= 0)
+        if (n <= 0) {
+            error = n < 0 ? errno : ENOSPC;
             break;
+        }
         written += static_cast<size_t>(n);
     }
-    bool ok = written == bytes.size();
-    ok = ::close(std::exchange(m_fd, -1)) == 0 && ok;
-    if (!ok)
-        unlink(m_file.path.c_str());
-    return ok;
+    if (::close(std::exchange(m_fd, -1)) != 0 && !error)
+        error = errno;
+    if (written == bytes.size() && !error)
+        return true;
+    g_warning("Could not write %s, which is removed: %s", m_file.path.c_str(), g_strerror(error));
+    unlink(m_file.path.c_str());
+    return false;
 }
 
 void UniqueFile::close() {

@@ -3,6 +3,7 @@
 #include "accounts/AppPaths.h"
 #include "base/Files.h"
 #include "base/GRef.h"
+#include "base/UniqueFile.h"
 #include "maintenance/Preferences.h"
 #include "support/LoggedWarnings.h"
 #include "support/TestEnvironment.h"
@@ -164,6 +165,12 @@ void saveIntoFullThenReadOnlyFolder(const std::string& folder) {
     {
         SCOPED_TRACE(mounted ? "full tmpfs" : "file-size limit");
         failedSaveKeepsTheFile();
+        // A saved image or download: the partial file goes, with a warning.
+        auto image = UniqueFile::create(folder, "image.png", "image");
+        ASSERT_TRUE(image);
+        EXPECT_FALSE(image->write(std::string(8192, 'i')));
+        EXPECT_FALSE(Files::exists(image->path()));
+        EXPECT_NE(warnings.find(image->path()), "");
     }
     // With room again, the next save writes what the store held all along.
     if (mounted)
@@ -180,7 +187,7 @@ void saveIntoFullThenReadOnlyFolder(const std::string& folder) {
     else if (geteuid() != 0)
         ASSERT_EQ(chmod((folder + "/Orvane").c_str(), 0500), 0);
     else
-        return;
+        return (void)printf("Root without a tmpfs: no read-only folder to try\n");
     SCOPED_TRACE("read-only");
     failedSaveKeepsTheFile();
 }
