@@ -204,7 +204,7 @@ void SaveImageWebView::finishSave(const std::shared_ptr<SaveTask>& task, std::st
     if (!data.empty())
         path = write(data, name);
     // Neither fetch worked, or there is no Downloads folder to save into. (A
-    // write that fails otherwise goes unreported.)
+    // write that fails otherwise is only logged.)
     if (data.empty() || (!path && !DownloadsFolder::path()))
         gtk_widget_error_bell(GTK_WIDGET(view.get()));
     if (task->completion)
