@@ -27,7 +27,7 @@ SignalConnection DownloadGuard::watch(WebKitWebView* view) {
         }, this);
 }
 
-void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* view) {
+void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* parentView) {
     DownloadDestination::adopt(download);
     DownloadGate::Verdict verdict = m_gate.arrive(DownloadGate::Clock::now());
     if (verdict == DownloadGate::Verdict::Start)
@@ -42,11 +42,11 @@ void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* view) {
     }
     m_held.emplace_back(download);
     if (verdict == DownloadGate::Verdict::Ask)
-        ask(view);
+        ask(parentView);
 }
 
-void DownloadGuard::ask(WebKitWebView* view) {
-    GtkRoot* root = view ? gtk_widget_get_root(GTK_WIDGET(view)) : nullptr;
+void DownloadGuard::ask(WebKitWebView* parentView) {
+    GtkRoot* root = parentView ? gtk_widget_get_root(GTK_WIDGET(parentView)) : nullptr;
     GtkWindow* parent = root && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
     ScriptDialogs::Request request;
     request.message = "This page is trying to download several files at once";

@@ -13,8 +13,8 @@ namespace orvane {
 
 // Applies DownloadGate to one account's downloads. It notes the user's input
 // on the account's views (real GTK events, which no page can make), starts,
-// holds or cancels each download they start, and asks once per flood, over
-// the view's window, whether the held ones may go (ScriptDialogs::ask;
+// holds or cancels each download they start, and asks once per flood
+// whether the held ones may go (ScriptDialogs::ask;
 // without a presenter they are blocked). Owned by the account's
 // NavigationDelegate. Main thread only.
 class DownloadGuard {
@@ -28,15 +28,17 @@ public:
     // Notes the user's presses on the view while the connection lasts.
     [[nodiscard]] SignalConnection watch(WebKitWebView* view);
     // Starts, holds or cancels a download that one of the account's views
-    // started, and has DownloadDestination pick its file.
-    void admit(WebKitDownload* download, WebKitWebView* view);
+    // started, and has DownloadDestination pick its file. A question goes
+    // over the window of `parentView` (the account's main view: a pop-up
+    // that only downloads closes at once).
+    void admit(WebKitDownload* download, WebKitWebView* parentView);
 
     // The question's response ids.
     static constexpr const char* kAllow = "allow";
     static constexpr const char* kBlock = "block";
 
 private:
-    void ask(WebKitWebView* view);
+    void ask(WebKitWebView* parentView);
     void answer(bool allow);
 
     // Owned references

@@ -219,7 +219,7 @@ void NavigationDelegate::onDownloadStarted(WebKitNetworkSession*, WebKitDownload
     WebKitWebView* view = webkit_download_get_web_view(download);
     if (!view || !delegate->isOwnView(view))
         return; // another account sharing this session, or no view at all
-    delegate->m_downloads.admit(download, view);
+    delegate->m_downloads.admit(download, delegate->m_mainView ? delegate->m_mainView : view);
     auto it = std::find(delegate->m_responseDownloads.begin(), delegate->m_responseDownloads.end(), view);
     if (it == delegate->m_responseDownloads.end())
         return;
