@@ -6,6 +6,7 @@
 #include "app/MainWindow.h"
 #include "app/MessageDialogPresenter.h"
 #include "base/BuildConfig.h"
+#include "web/NavigationDelegate.h"
 
 #include <csignal>
 
@@ -51,6 +52,12 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_manager.emplace();
     self->m_updater.emplace();
     MessageDialogPresenter::install();
+    // A mail link in a page is routed as if the desktop had opened it with Orvane.
+    NavigationDelegate::setMailOpener([app = self->m_app.get()](const std::string& address) {
+        Ref<GFile> file = adopt(g_file_new_for_uri(address.c_str()));
+        GFile* files[] = { file.get() };
+        g_application_open(G_APPLICATION(app), files, 1, "");
+    });
     self->m_primaryMenu = self->buildPrimaryMenu();
     self->addActions();
     self->m_checkForUpdates = std::make_unique<CheckForUpdatesAction>(GTK_APPLICATION(self->m_app.get()), *self->m_updater);
@@ -74,6 +81,7 @@ void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpo
 
 void OrvaneApp::onShutdown(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
+    NavigationDelegate::setMailOpener({});
     self->m_checkForUpdates.reset();
     self->m_mainWindowDestroyed.disconnect();
     self->m_mainWindow.reset();

@@ -23,9 +23,13 @@ void PrintSupport::serve(WebViewManager& manager) {
     });
 }
 
-void PrintSupport::print(WebKitWebView* view) {
-    if (!view || m_dialogOpen)
+void PrintSupport::print(WebKitWebView* view, Asker asker) {
+    if (!view || m_gate.dialogOpen())
         return;
+    if (asker == Asker::Page && !m_gate.allowsPageRequest(PrintGate::Clock::now())) {
+        g_debug("Dropped a page's print request right after the print dialog closed");
+        return;
+    }
     const char* pdf = g_getenv("ORVANE_PRINT_TO_PDF");
     if (pdf && *pdf) {
         printToFile(view, pdf);
@@ -60,9 +64,9 @@ void PrintSupport::printWithDialog(WebKitWebView* view) {
     GtkWindow* parent = root && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
 
     // The dialog runs a loop of its own; prints asked for meanwhile are dropped.
-    m_dialogOpen = true;
+    m_gate.dialogOpened();
     WebKitPrintOperationResponse response = webkit_print_operation_run_dialog(operation.get(), parent);
-    m_dialogOpen = false;
+    m_gate.dialogClosed(PrintGate::Clock::now());
     if (response != WEBKIT_PRINT_OPERATION_RESPONSE_PRINT)
         return;
     // Remember what the user chose for the next print.

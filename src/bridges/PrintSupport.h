@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/GRef.h"
+#include "base/PrintGate.h"
 #include "web/WebViewManager.h"
 
 #include <gtk/gtk.h>
@@ -26,8 +27,11 @@ public:
     // Receives orvanePrint for the manager's views from now on.
     void serve(WebViewManager& manager);
 
-    // Prints the view's page. Does nothing while a print dialog is open.
-    void print(WebKitWebView* view);
+    // Who asks for a print: a page's window.print() or the user's command.
+    enum class Asker { Page, User };
+    // Prints the view's page. Does nothing while a print dialog is open, nor
+    // for a page's request in the seconds after one closed (PrintGate).
+    void print(WebKitWebView* view, Asker asker = Asker::Page);
 
     GtkPrintSettings* settings() const { return m_settings.get(); }
 
@@ -42,7 +46,7 @@ private:
 
     // Owned references
     Ref<GtkPrintSettings> m_settings;
-    bool m_dialogOpen = false;
+    PrintGate m_gate;
 };
 
 } // namespace orvane

@@ -17,6 +17,8 @@ constexpr const char* kFallbackName = "download";
 struct Reservation {
     std::optional<UniqueFile::Identity> file;
     bool decided = false;
+    bool held = false;
+    std::optional<std::string> waitingName; // asked for while held
 };
 
 Reservation* reservationOf(WebKitDownload* download) {
@@ -30,21 +32,30 @@ std::optional<UniqueFile> reserveFile(const std::string& suggestedName) {
     return UniqueFile::create(*folder, suggestedName, kFallbackName, kPartialSuffix);
 }
 
-gboolean onDecideDestination(WebKitDownload* download, const char* suggestedName, gpointer) {
-    Reservation* reservation = reservationOf(download);
-    if (!reservation || reservation->decided)
-        return TRUE; // decided once already
+void decide(WebKitDownload* download, Reservation* reservation, const std::string& suggestedName) {
     reservation->decided = true;
-    auto file = reserveFile(suggestedName ? suggestedName : "");
+    auto file = reserveFile(suggestedName);
     if (!file) {
         webkit_download_cancel(download);
-        return TRUE;
+        return;
     }
     file->close();
     reservation->file = file->identity();
     // The destination is the empty file made for this download alone.
     webkit_download_set_allow_overwrite(download, TRUE);
     webkit_download_set_destination(download, file->path().c_str());
+}
+
+gboolean onDecideDestination(WebKitDownload* download, const char* suggestedName, gpointer) {
+    Reservation* reservation = reservationOf(download);
+    if (!reservation || reservation->decided || reservation->waitingName)
+        return TRUE; // decided once already
+    if (reservation->held) {
+        // WebKit waits until a destination is set or the download cancelled.
+        reservation->waitingName = suggestedName ? suggestedName : "";
+        return TRUE;
+    }
+    decide(download, reservation, suggestedName ? suggestedName : "");
     return TRUE;
 }
 
@@ -67,6 +78,20 @@ void adopt(WebKitDownload* download) {
     g_signal_connect(download, "failed", G_CALLBACK(+[](WebKitDownload* d, GError*, gpointer) {
         removeLeftover(d);
     }), nullptr);
+}
+
+void hold(WebKitDownload* download) {
+    if (Reservation* reservation = download ? reservationOf(download) : nullptr)
+        reservation->held = true;
+}
+
+void release(WebKitDownload* download) {
+    Reservation* reservation = download ? reservationOf(download) : nullptr;
+    if (!reservation || !reservation->held)
+        return;
+    reservation->held = false;
+    if (reservation->waitingName && !reservation->decided)
+        decide(download, reservation, *reservation->waitingName);
 }
 
 } // namespace orvane::DownloadDestination

@@ -19,4 +19,9 @@ constexpr const char* kPartialSuffix = ".wkdownload";
 // twice does nothing more.
 void adopt(WebKitDownload* download);
 
+// An adopted download that is held waits at decide-destination (WebKit
+// transfers nothing meanwhile) until it is released or cancelled.
+void hold(WebKitDownload* download);
+void release(WebKitDownload* download);
+
 } // namespace orvane::DownloadDestination

@@ -1,7 +1,6 @@
 #include "web/NavigationDelegate.h"
 
 #include "services/MailService.h"
-#include "web/DownloadDestination.h"
 #include "web/DownloadPolicy.h"
 #include "web/FilePanels.h"
 #include "web/ScriptDialogs.h"
@@ -21,86 +20,39 @@ constexpr size_t kMaxFrameLinks = 16;
 constexpr size_t kMaxURILength = 64 * 1024;
 constexpr const char* kFrameLinkMessage = "orvane.frame-link";
 
-NavigationDelegate::BrowserOpener& browserOpener() {
-    static NavigationDelegate::BrowserOpener opener;
+NavigationDelegate::Opener& browserOpener() {
+    static NavigationDelegate::Opener opener;
     return opener;
 }
 
-std::string lower(std::string_view text) {
-    GCharPtr lowered(g_ascii_strdown(text.data(), static_cast<gssize>(text.size())));
+NavigationDelegate::Opener& mailOpener() {
+    static NavigationDelegate::Opener opener;
+    return opener;
+}
+
+// In lower case.
+std::string hostOf(const std::string& uri) {
+    if (uri.size() > ExternalLink::kMaxAddressBytes)
+        return {};
+    GUri* parsed = g_uri_parse(uri.c_str(), GUriFlags(G_URI_FLAGS_ENCODED | G_URI_FLAGS_NON_DNS), nullptr);
+    if (!parsed)
+        return {};
+    const char* host = g_uri_get_host(parsed);
+    GCharPtr lowered(host ? g_ascii_strdown(host, -1) : nullptr);
+    g_uri_unref(parsed);
     return lowered ? std::string(lowered.get()) : std::string();
 }
 
-struct Parsed {
-    std::string host; // lower case
-    std::string path; // still percent-encoded
-    std::optional<std::string> query;
-};
-
-std::optional<Parsed> parse(const std::string& uri) {
-    if (uri.size() > kMaxURILength)
-        return std::nullopt;
-    GUri* parsed = g_uri_parse(uri.c_str(), GUriFlags(G_URI_FLAGS_ENCODED | G_URI_FLAGS_NON_DNS), nullptr);
-    if (!parsed)
-        return std::nullopt;
-    Parsed result;
-    if (const char* host = g_uri_get_host(parsed))
-        result.host = lower(host);
-    result.path = g_uri_get_path(parsed);
-    if (const char* query = g_uri_get_query(parsed))
-        result.query = query;
-    g_uri_unref(parsed);
-    return result;
-}
-
+// In lower case.
 std::string schemeOf(const std::string& uri) {
-    auto colon = uri.find(':');
-    return colon == std::string::npos ? std::string() : uri.substr(0, colon);
+    const char* scheme = g_uri_peek_scheme(uri.c_str());
+    return scheme ? std::string(scheme) : std::string();
 }
 
-// The first query item named `name` (exact), when its value is an absolute
-// http or https address. Names and values are percent-decoded; a malformed
-// escape anywhere makes the whole query unreadable.
-std::optional<std::string> param(const std::optional<std::string>& query, std::string_view name) {
-    if (!query || query->empty())
-        return std::nullopt;
-    std::optional<std::string> value;
-    std::string_view rest = *query;
-    while (true) {
-        auto amp = rest.find('&');
-        std::string_view item = rest.substr(0, amp);
-        auto eq = item.find('=');
-        std::string rawName(item.substr(0, eq));
-        GCharPtr itemName(g_uri_unescape_string(rawName.c_str(), nullptr));
-        if (!itemName)
-            return std::nullopt;
-        std::optional<std::string> itemValue;
-        if (eq != std::string_view::npos) {
-            std::string rawValue(item.substr(eq + 1));
-            GCharPtr decoded(g_uri_unescape_string(rawValue.c_str(), nullptr));
-            if (!decoded)
-                return std::nullopt;
-            itemValue = decoded.get();
-        }
-        if (!value && name == itemName.get()) {
-            if (!itemValue || itemValue->empty())
-                return std::nullopt;
-            value = itemValue;
-        }
-        if (amp == std::string_view::npos)
-            break;
-        rest.remove_prefix(amp + 1);
-    }
-    if (!value)
-        return std::nullopt;
-    std::string scheme = schemeOf(*value);
-    if (scheme != "http" && scheme != "https")
-        return std::nullopt;
-    GUri* target = g_uri_parse(value->c_str(), G_URI_FLAGS_ENCODED, nullptr);
-    if (!target)
-        return std::nullopt;
-    g_uri_unref(target);
-    return value;
+// What a page can show in Orvane; any other address is for the desktop, if
+// for anything.
+bool isPageScheme(const std::string& scheme) {
+    return scheme == "http" || scheme == "https" || scheme == "about" || scheme == "blob" || scheme == "data";
 }
 
 std::string requestURI(WebKitNavigationAction* action) {
@@ -135,6 +87,7 @@ void NavigationDelegate::attach(WebKitWebView* view) {
 }
 
 void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConnection>& connections) {
+    connections.push_back(m_downloads.watch(view));
     connections.push_back(SignalConnection::connect(view, "decide-policy", onDecidePolicy, this));
     connections.push_back(SignalConnection::connect(view, "create", onCreate, this));
     connections.push_back(SignalConnection::connect(view, "close", onClose, this));
@@ -150,33 +103,24 @@ void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConn
         }, nullptr));
 }
 
-std::string NavigationDelegate::resolvedTarget(const std::string& uri) {
-    auto parsed = parse(uri);
-    if (!parsed || parsed->host.empty())
-        return uri;
-    if ((parsed->host == ServiceHosts::kGoogleMain || parsed->host == ServiceHosts::kGoogleMainWWW)
-        && parsed->path == "/url") {
-        if (auto target = param(parsed->query, "q"))
-            return *target;
-        if (auto target = param(parsed->query, "url"))
-            return *target;
-    }
-    if (parsed->host == ServiceHosts::kGoogleSignIn) {
-        if (auto target = param(parsed->query, "continue"))
-            return *target;
-    }
-    return uri;
+ExternalLink NavigationDelegate::leavingLink(const std::string& uri) const {
+    ExternalLink link = externalLinkFor(uri);
+    if (link.action == ExternalLink::Action::Browser && m_inAppHosts.contains(hostOf(link.address)))
+        return {};
+    return link;
 }
 
-bool NavigationDelegate::shouldOpenExternally(const std::string& uri) const {
-    std::string target = resolvedTarget(uri);
-    std::string scheme = lower(schemeOf(target));
-    if (scheme != "http" && scheme != "https")
-        return false;
-    auto parsed = parse(target);
-    if (!parsed || parsed->host.empty())
-        return true;
-    return !m_inAppHosts.contains(parsed->host);
+std::string NavigationDelegate::popupTitle(const std::string& uri) const {
+    std::string scheme = schemeOf(uri);
+    // A blob: address belongs to the page at the address inside it.
+    std::string host = hostOf(scheme == "blob" ? uri.substr(5) : uri);
+    if (uri.empty() || ((scheme == "http" || scheme == "https" || scheme == "blob") && m_inAppHosts.contains(host)))
+        return "Orvane";
+    if (!host.empty())
+        return "Orvane — " + host;
+    // about:blank and about:srcdoc say what they are; data: pages only their scheme.
+    constexpr size_t kMaxShown = 32;
+    return "Orvane — " + (scheme == "about" ? uri.substr(0, kMaxShown) : scheme + ":");
 }
 
 std::vector<GtkWindow*> NavigationDelegate::popupWindows() const {
@@ -193,16 +137,29 @@ std::vector<WebKitWebView*> NavigationDelegate::popupViews() const {
     return views;
 }
 
-void NavigationDelegate::setBrowserOpener(BrowserOpener opener) {
+void NavigationDelegate::setBrowserOpener(Opener opener) {
     browserOpener() = std::move(opener);
 }
 
-void NavigationDelegate::openInBrowser(const std::string& uri) {
-    if (auto& opener = browserOpener()) {
-        opener(uri);
+void NavigationDelegate::setMailOpener(Opener opener) {
+    mailOpener() = std::move(opener);
+}
+
+void NavigationDelegate::openExternally(const ExternalLink& link) {
+    switch (link.action) {
+    case ExternalLink::Action::Browser:
+        if (auto& opener = browserOpener())
+            opener(link.address);
+        else
+            g_app_info_launch_default_for_uri(link.address.c_str(), nullptr, nullptr);
+        return;
+    case ExternalLink::Action::Mail:
+        if (auto& opener = mailOpener())
+            opener(link.address);
+        return;
+    case ExternalLink::Action::Nothing:
         return;
     }
-    g_app_info_launch_default_for_uri(uri.c_str(), nullptr, nullptr);
 }
 
 gboolean NavigationDelegate::onDecidePolicy(WebKitWebView* view, WebKitPolicyDecision* decision,
@@ -221,14 +178,21 @@ bool NavigationDelegate::decideNavigation(WebKitWebView* view, WebKitNavigationP
     std::string uri = requestURI(action);
     if (uri.empty())
         return false;
-    // A navigation inside an embedded frame is always allowed.
-    if (takeFrameLink(view, uri))
-        return false;
+    // A navigation inside an embedded frame is always allowed, but a mail
+    // link has nothing to show there.
+    bool inFrame = takeFrameLink(view, uri);
     if (webkit_navigation_action_get_navigation_type(action) != WEBKIT_NAVIGATION_TYPE_LINK_CLICKED)
         return false;
-    if (!shouldOpenExternally(uri))
+    ExternalLink link = leavingLink(uri);
+    if (inFrame && link.action != ExternalLink::Action::Mail)
         return false;
-    openInBrowser(uri);
+    if (link.action == ExternalLink::Action::Nothing) {
+        if (isPageScheme(schemeOf(uri)) || schemeOf(uri) == "javascript")
+            return false;
+        // Nothing a page can show and nothing for the desktop: the click does nothing.
+        g_debug("Ignored a link to an address of scheme \"%s\"", schemeOf(uri).c_str());
+    }
+    openExternally(link);
     webkit_policy_decision_ignore(WEBKIT_POLICY_DECISION(decision));
     return true;
 }
@@ -255,7 +219,7 @@ void NavigationDelegate::onDownloadStarted(WebKitNetworkSession*, WebKitDownload
     WebKitWebView* view = webkit_download_get_web_view(download);
     if (!view || !delegate->isOwnView(view))
         return; // another account sharing this session, or no view at all
-    DownloadDestination::adopt(download);
+    delegate->m_downloads.admit(download, delegate->m_mainView ? delegate->m_mainView : view);
     auto it = std::find(delegate->m_responseDownloads.begin(), delegate->m_responseDownloads.end(), view);
     if (it == delegate->m_responseDownloads.end())
         return;
@@ -288,16 +252,26 @@ GtkWidget* NavigationDelegate::onCreate(WebKitWebView* opener, WebKitNavigationA
 
 GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigationAction* action) {
     std::string uri = requestURI(action);
-    if (!uri.empty() && shouldOpenExternally(uri)) {
-        openInBrowser(uri);
-        return nullptr;
-    }
     if (!uri.empty()) {
-        auto parsed = parse(uri);
-        if (parsed && parsed->host == ServiceHosts::kGoogleSignIn) {
+        ExternalLink link = leavingLink(uri);
+        if (link.action != ExternalLink::Action::Nothing) {
+            openExternally(link);
+            return nullptr;
+        }
+        // A window of its own only for what a page can show: other schemes
+        // (file:, ftp:, javascript:…) open nothing anywhere.
+        if (!isPageScheme(schemeOf(uri))) {
+            g_debug("Refused a pop-up for an address of scheme \"%s\"", schemeOf(uri).c_str());
+            return nullptr;
+        }
+        if (hostOf(uri) == ServiceHosts::kGoogleSignIn) {
             webkit_web_view_load_uri(opener, uri.c_str());
             return nullptr;
         }
+    }
+    if (m_popups.size() >= kMaxPopups) {
+        g_info("Refused a pop-up: %zu of this account's are open", m_popups.size());
+        return nullptr;
     }
     // A related view: WebKit requires it, and it shares the opener's web
     // process, settings (user agent) and user content manager.
@@ -325,6 +299,13 @@ GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigati
                 gtk_window_present(GTK_WINDOW(root));
         }, nullptr));
     popup.connections.push_back(SignalConnection::connect(window, "close-request", onPopupCloseRequest, this));
+    popup.connections.push_back(SignalConnection::connect(view, "notify::uri",
+        +[](WebKitWebView* shown, GParamSpec*, gpointer self) {
+            const char* uri = webkit_web_view_get_uri(shown);
+            if (auto* root = gtk_widget_get_root(GTK_WIDGET(shown)); GTK_IS_WINDOW(root))
+                gtk_window_set_title(GTK_WINDOW(root),
+                    static_cast<NavigationDelegate*>(self)->popupTitle(uri ? uri : "").c_str());
+        }, this));
     connectView(view, popup.connections);
     if (m_popupOpened)
         m_popupOpened(view);

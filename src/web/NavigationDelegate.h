@@ -3,6 +3,8 @@
 #include "accounts/AccountService.h"
 #include "base/GRef.h"
 #include "base/SignalConnection.h"
+#include "services/ExternalLink.h"
+#include "web/DownloadGuard.h"
 
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>
@@ -18,16 +20,17 @@
 namespace orvane {
 
 // The link, pop-up and load policy of one account: which link clicks stay in
-// Orvane and which go to the default browser, the pop-up windows its pages
-// open, and a callback after every finished load. It also decides which
-// responses are downloaded, where its views' downloads land
+// Orvane and which go to the default browser or the mail-link routing
+// (ExternalLink), the pop-up windows its pages open, and a callback after
+// every finished load. It also decides which responses are downloaded,
+// whether its views' downloads may start (DownloadGuard) and where they land
 // (DownloadDestination), and answers their file choosers (FilePanels) and
 // script dialogs (ScriptDialogs). One per account, attached (by signal
 // connections) to the account's main view and to each pop-up it opens.
 // Main thread only.
 class NavigationDelegate {
 public:
-    using BrowserOpener = std::function<void(const std::string& uri)>;
+    using Opener = std::function<void(const std::string& address)>;
 
     NavigationDelegate(std::optional<AccountService> service, std::function<void()> onDidFinish);
     // Disconnects from every view and closes the pop-up windows still open.
@@ -40,13 +43,17 @@ public:
     // the view, and the downloads of its network session that its views start.
     void attach(WebKitWebView* view);
 
-    // The address a Google redirect wrapper points at (one level), or the
-    // address itself.
-    static std::string resolvedTarget(const std::string& uri);
-    // Whether a link belongs in the default browser.
-    bool shouldOpenExternally(const std::string& uri) const;
+    // Where a link or window.open to `uri` in this account's pages leads
+    // outside them: the browser for an http(s) address (unwrapped from a
+    // redirect wrapper) whose host is not in-app, the mail-link routing for
+    // mailto:. Nothing when the account's pages keep it.
+    ExternalLink leavingLink(const std::string& uri) const;
 
     const std::set<std::string>& inAppHosts() const { return m_inAppHosts; }
+    // A pop-up window's title while it shows `uri`: "Orvane" on the
+    // service's own hosts, else "Orvane — " and the page's host (the scheme
+    // for an address without one), so a page cannot pass for the service.
+    std::string popupTitle(const std::string& uri) const;
     // The pop-up windows this delegate opened that are still open, oldest first.
     std::vector<GtkWindow*> popupWindows() const;
     // Their web views, in the same order.
@@ -58,12 +65,19 @@ public:
 
     // How addresses reach the default browser; tests record them instead.
     // An empty opener restores the default (g_app_info_launch_default_for_uri).
-    static void setBrowserOpener(BrowserOpener opener);
-    static void openInBrowser(const std::string& uri);
+    static void setBrowserOpener(Opener opener);
+    // Where mailto: links from pages go: the app shell routes them as the
+    // links the desktop opens with Orvane. Without one they go nowhere.
+    static void setMailOpener(Opener opener);
+    // Hands a decision on: the browser opener gets a Browser address, the
+    // mail opener a Mail one; Nothing opens nothing.
+    static void openExternally(const ExternalLink& link);
 
     // Size of a pop-up window's content.
     static constexpr int kPopupWidth = 820;
     static constexpr int kPopupHeight = 620;
+    // Pop-up windows open at once per account; further requests are refused.
+    static constexpr size_t kMaxPopups = 5;
 
 private:
     struct Popup {
@@ -105,6 +119,7 @@ private:
     std::set<std::string> m_inAppHosts;
     std::vector<FrameLink> m_frameLinks;
     std::vector<WebKitWebView*> m_responseDownloads; // views whose response became a download
+    DownloadGuard m_downloads;
     std::vector<SignalConnection> m_connections; // to the main view and its network session
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
 };

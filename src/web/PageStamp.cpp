@@ -1,12 +1,14 @@
 #include "web/PageStamp.h"
 
 #include "base/GRef.h"
+#include "base/TrustedFolder.h"
 
 #include <webkit/webkit.h>
 
 #include <sys/random.h>
 
 #include <charconv>
+#include <cstdlib>
 
 namespace orvane {
 
@@ -48,17 +50,40 @@ std::string signature(uint64_t pageID) {
     return hmac ? std::string(hmac.get()) : std::string();
 }
 
+// Checked once: the folder is set for every web process from it.
+const std::optional<std::string>& trustedExtensionDirectory() {
+    static const std::optional<std::string> folder = PageStamp::extensionDirectory();
+    return folder;
+}
+
 void onInitializeExtensions(WebKitWebContext* context, gpointer) {
-    webkit_web_context_set_web_process_extensions_directory(context, PageStamp::extensionDirectory().c_str());
+    const auto& folder = trustedExtensionDirectory();
+    if (!folder)
+        return; // and no web process learns the key
+    webkit_web_context_set_web_process_extensions_directory(context, folder->c_str());
     webkit_web_context_set_web_process_extensions_initialization_user_data(context, g_variant_new_string(key().c_str()));
 }
 
 } // namespace
 
-std::string PageStamp::extensionDirectory() {
-    if (g_file_test(ORVANE_WEBEXT_BUILD_DIR, G_FILE_TEST_IS_DIR))
-        return ORVANE_WEBEXT_BUILD_DIR;
-    return ORVANE_WEBEXT_INSTALL_DIR;
+std::optional<std::string> PageStamp::extensionDirectory() {
+    GCharPtr executable(g_file_read_link("/proc/self/exe", nullptr));
+    if (!executable) {
+        g_warning("Running without the web-process extension: the program's own path cannot be read");
+        return std::nullopt;
+    }
+    GCharPtr folder(g_path_get_dirname(executable.get()));
+    GCharPtr candidate(g_build_filename(folder.get(), ORVANE_WEBEXT_RELATIVE_DIR, nullptr));
+    if (auto problem = TrustedFolder::problem(candidate.get())) {
+        g_warning("Running without the web-process extension from %s: %s", candidate.get(), problem->c_str());
+        return std::nullopt;
+    }
+    char* resolved = realpath(candidate.get(), nullptr);
+    if (!resolved)
+        return std::nullopt;
+    std::string path(resolved);
+    free(resolved);
+    return path;
 }
 
 void PageStamp::installExtension() {

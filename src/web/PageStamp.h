@@ -17,8 +17,10 @@ namespace orvane {
 // no page can make a stamp for another page's id.
 struct PageStamp {
     // Has every web process of the default WebKitWebContext load the
-    // extension from the build folder (when it exists) or the install folder.
-    // Safe to call more than once; must run before the first view is created.
+    // extension from extensionDirectory(). Without one, Orvane runs without
+    // the extension (a warning says why): pages get no stamp and no web
+    // process gets the key, so stamped messages are refused. Safe to call
+    // more than once; must run before the first view is created.
     static void installExtension();
 
     // The page id a stamp speaks for, when its signature is right.
@@ -27,8 +29,12 @@ struct PageStamp {
     // The stamp the extension would give this page id (for tests).
     static std::string make(uint64_t pageID);
 
-    // The folder the extension is loaded from.
-    static std::string extensionDirectory();
+    // The folder the extension is loaded from: ORVANE_WEBEXT_RELATIVE_DIR
+    // from the folder of the running executable (/proc/self/exe), which is
+    // the same in the build tree as in the installed layout. Nothing, with
+    // a warning, when it is missing or another user could change its code
+    // (TrustedFolder).
+    static std::optional<std::string> extensionDirectory();
 };
 
 } // namespace orvane

@@ -40,6 +40,15 @@ private:
 
 void setPresenter(Presenter presenter) { currentPresenter() = std::move(presenter); }
 
+bool ask(GtkWindow* parent, const Request& request, Completion completion) {
+    // A copy: the presenter may be replaced while it runs.
+    Presenter presenter = currentPresenter();
+    if (!presenter)
+        return false;
+    presenter(parent, request, std::move(completion));
+    return true;
+}
+
 std::optional<Request> requestFor(WebKitScriptDialog* dialog) {
     Request request;
     const char* message = webkit_script_dialog_get_message(dialog);

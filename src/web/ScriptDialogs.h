@@ -46,6 +46,10 @@ constexpr size_t kMaxMessageBytes = 4000;
 // presenter WebKit shows its own. An empty function removes it.
 void setPresenter(Presenter presenter);
 
+// Shows a question of Orvane's own about a page through the presenter and
+// calls the completion once. False, and nothing shown, without a presenter.
+bool ask(GtkWindow* parent, const Request& request, Completion completion);
+
 // The request for a script dialog of the given type: alert "OK"; confirm and
 // prompt "OK" (the default) and "Cancel". Nothing for other types.
 std::optional<Request> requestFor(WebKitScriptDialog* dialog);

@@ -412,7 +412,7 @@ void WebViewManager::printSelected() {
         for (WebKitWebView* popup : session->delegate->popupViews()) {
             GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(popup));
             if (root && GTK_IS_WINDOW(root) && gtk_window_is_active(GTK_WINDOW(root))) {
-                PrintSupport::shared().print(popup);
+                PrintSupport::shared().print(popup, PrintSupport::Asker::User);
                 return;
             }
         }
@@ -420,7 +420,7 @@ void WebViewManager::printSelected() {
     if (!m_store || !m_store->selectedAccountID())
         return;
     if (WebKitWebView* view = webView(*m_store->selectedAccountID()))
-        PrintSupport::shared().print(view);
+        PrintSupport::shared().print(view, PrintSupport::Asker::User);
 }
 
 } // namespace orvane

@@ -17,7 +17,8 @@ constexpr const char* kOutlookStore = "9E8D7C6B-5A49-4382-B1A0-F9E8D7C6B5A4";
 
 // Added to each stand-in page: it reports its load, every change of its
 // compose form and any alert() to /report, so the test sees the pages
-// without reaching into them.
+// without reaching into them. Loaded with "?mail-link", the page clicks a
+// mailto: link of its own.
 std::string reporter(const std::string& service) {
     std::string read = service == "gmail" ? "window.__fixture.dialogs()" : "Object.assign(window.__fixture.compose(), { log: window.__fixtureLog.map(e => e.type) })";
     return "(function () {\n"
@@ -25,6 +26,12 @@ std::string reporter(const std::string& service) {
            "    '&data=' + encodeURIComponent(JSON.stringify(data))).catch(() => {});\n"
            "  window.alert = text => report('alert', String(text));\n"
            "  report('loaded', location.pathname);\n"
+           "  if (location.search === '?mail-link') {\n"
+           "    const link = document.createElement('a');\n"
+           "    link.href = 'mailto:eva@example.com?subject=From%20a%20page';\n"
+           "    document.body.append(link);\n"
+           "    link.click();\n"
+           "  }\n"
            "  let last = '';\n"
            "  setInterval(() => {\n"
            "    let state;\n"
@@ -68,8 +75,8 @@ protected:
         orvane.writeAccountsFile(file);
     }
 
-    bool start(const std::vector<std::string>& arguments = {}) {
-        orvane.overrideServices(server, "/gmail/", "/outlook/mail/", "/calendar/");
+    bool start(const std::vector<std::string>& arguments = {}, const std::string& outlookPage = "/outlook/mail/") {
+        orvane.overrideServices(server, "/gmail/", outlookPage, "/calendar/");
         return orvane.start(30s, arguments);
     }
 
@@ -225,6 +232,14 @@ TEST_F(MailtoTest, ColdStartWithALinkFillsTheForm) {
     EXPECT_EQ(outlook["subject"], "From a cold start");
     EXPECT_EQ(orvane.selectedAccountID(), kOutlookID);
     orvane.screenshot("cold-start");
+}
+
+TEST_F(MailtoTest, AMailLinkInAPageIsRoutedAsOneFromTheDesktop) {
+    writeAccounts(false, kGmailID, kOutlookID);
+    ASSERT_TRUE(start({}, "/outlook/mail/?mail-link"));
+    ASSERT_TRUE(waitUntil([&] { return field("gmail", "subject") == "From a page"; }, 30s));
+    EXPECT_EQ(form("gmail")["to"], nlohmann::json::array({ "eva@example.com" }));
+    EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
 }
 
 } // namespace orvane::test

@@ -101,7 +101,7 @@ bool OrvaneProcess::start(std::chrono::milliseconds timeout, const std::vector<s
         return false;
     m_environment.set("DISPLAY", m_desktop.display());
     m_environment.set("DBUS_SESSION_BUS_ADDRESS", m_desktop.busAddress());
-    std::vector<std::string> argv = { ORVANE_BINARY };
+    std::vector<std::string> argv = { m_binary };
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     m_startedAt = g_get_monotonic_time();
     if (!m_process.start(argv, m_environment.list(), ChildProcess::Output::File, m_folder + "/orvane.log"))
@@ -152,7 +152,7 @@ std::optional<std::map<std::string, bool>> OrvaneProcess::actions() {
 }
 
 bool OrvaneProcess::openURL(const std::string& url) {
-    auto result = ChildProcess::run({ ORVANE_BINARY, url }, m_environment.list(), 30s);
+    auto result = ChildProcess::run({ m_binary, url }, m_environment.list(), 30s);
     return result && result->status == 0;
 }
 

@@ -36,6 +36,8 @@ public:
 
     // Set-up before start().
     void setEnvironment(const std::string& name, const std::string& value);
+    // Runs this orvane instead of the build tree's (an installed copy).
+    void setBinary(const std::string& path) { m_binary = path; }
     // Writes an ORVANE_SERVICE_OVERRIDES file that puts the three services'
     // home pages on the server (paths such as "/gmail/"), with 127.0.0.1 as
     // their only in-app host.
@@ -113,6 +115,7 @@ private:
     std::string m_configHome;
     std::string m_cacheHome;
     int64_t m_startedAt = 0;
+    std::string m_binary = ORVANE_BINARY;
 };
 
 } // namespace orvane::test

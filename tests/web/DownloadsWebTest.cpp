@@ -1,5 +1,8 @@
+#include "app/XInput.h"
 #include "bridges/SaveImageWebView.h"
 #include "web/DownloadDestination.h"
+#include "web/DownloadGuard.h"
+#include "web/ScriptDialogs.h"
 
 #include "web/ManagerWebFixture.h"
 
@@ -50,6 +53,14 @@ class DownloadsWebTest : public ManagerWebFixture {
 protected:
     void SetUp() override {
         ManagerWebFixture::SetUp();
+        // The question about a flood of downloads: allowed at once unless a
+        // test answers itself.
+        ScriptDialogs::setPresenter([this](GtkWindow*, const ScriptDialogs::Request&, ScriptDialogs::Completion done) {
+            if (answerFloodsAtOnce)
+                done({ DownloadGuard::kAllow, {} });
+            else
+                questions.push_back(std::move(done));
+        });
         root = makeTempFolder("downloads");
         downloads = root + "/Downloads";
         useDownloadsFolder(downloads);
@@ -91,9 +102,16 @@ protected:
         return ok;
     }
 
+    void TearDown() override {
+        ScriptDialogs::setPresenter({});
+        ManagerWebFixture::TearDown();
+    }
+
     Account account;
     std::string root;
     std::string downloads;
+    bool answerFloodsAtOnce = true;
+    std::vector<ScriptDialogs::Completion> questions;
 };
 
 TEST_F(DownloadsWebTest, AttachmentsDownloadWhatWebKitCanShowIsShown) {
@@ -244,6 +262,60 @@ TEST_F(DownloadsWebTest, FailedOrRefusedDownloadsLeaveNothing) {
     EXPECT_EQ(watch.failed, 2);
     EXPECT_EQ(Files::read(blocked, 100).value_or(""), "a file");
     EXPECT_EQ(filesIn(root).size(), 2u);
+}
+
+TEST_F(DownloadsWebTest, AFloodOfDownloadsWithoutAClickWaitsForOneAnswer) {
+    WebKitWebView* view = openAccount();
+    server.handle("/files/flood", [](SoupServerMessage* message, const std::string&) {
+        std::string disposition = "attachment; filename=" + std::string(g_uri_get_query(soup_server_message_get_uri(message)));
+        soup_server_message_set_status(message, 200, nullptr);
+        soup_message_headers_append(soup_server_message_get_response_headers(message), "Content-Disposition",
+            disposition.c_str());
+        soup_server_message_set_response(message, "application/pdf", SOUP_MEMORY_STATIC, "%PDF", 4);
+    });
+    auto flood = [&](WebKitWebView* page, const std::string& prefix) {
+        return runJS(page, "for (let i = 0; i < 6; i++) { const f = document.createElement('iframe');"
+            " f.src = '/files/flood?" + prefix + "' + i + '.pdf'; document.body.append(f); } true").ok;
+    };
+    answerFloodsAtOnce = false;
+
+    // Six files from hidden frames, no input at all: three land, the rest
+    // wait for one question, and blocking drops them and the next one
+    // without a click.
+    DownloadWatch watch(view);
+    ASSERT_TRUE(flood(view, "a"));
+    ASSERT_TRUE(waitUntil([&] { return questions.size() == 1 && watch.finished == 3; }));
+    EXPECT_EQ(filesIn(downloads).size(), 3u);
+    EXPECT_EQ(watch.started, 6);
+    questions.front()({ DownloadGuard::kBlock, {} });
+    ASSERT_TRUE(runJS(view, "location.href = '/files/attachment.pdf'; true").ok);
+    ASSERT_TRUE(waitUntil([&] { return watch.finished == 7; }));
+    EXPECT_EQ(watch.failed, 4);
+    EXPECT_EQ(filesIn(downloads).size(), 3u);
+    // A real click on the page lets the next one through.
+    if (!canSendXInput(GTK_WIDGET(view)))
+        FAIL() << "needs X11 and xdotool (tools/setup.sh installs them)";
+    {
+        XInputLock lock;
+        ASSERT_TRUE(lock.held());
+        ASSERT_TRUE(pointerAt(GTK_WIDGET(view), { "click", "1" }, 20, gtk_widget_get_height(GTK_WIDGET(view)) - 20.0));
+    }
+    ASSERT_TRUE(runJS(view, "location.href = '/files/attachment.pdf'; true").ok);
+    ASSERT_TRUE(waitUntil([&] { return watch.finished == 8; }));
+    EXPECT_EQ(watch.failed, 4);
+    EXPECT_EQ(filesIn(downloads).size(), 4u);
+
+    // Another account asks on its own; allowing lets its held files land.
+    const Account other = store->addAccount();
+    WebKitWebView* otherView = show(other);
+    ASSERT_TRUE(waitLoaded(otherView));
+    DownloadWatch otherWatch(otherView);
+    ASSERT_TRUE(flood(otherView, "b"));
+    ASSERT_TRUE(waitUntil([&] { return questions.size() == 2 && otherWatch.finished == 3; }));
+    questions.back()({ DownloadGuard::kAllow, {} });
+    ASSERT_TRUE(waitUntil([&] { return otherWatch.finished == 6; }));
+    EXPECT_EQ(otherWatch.failed, 0);
+    EXPECT_EQ(filesIn(downloads).size(), 10u);
 }
 
 } // namespace

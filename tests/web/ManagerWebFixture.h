@@ -44,6 +44,7 @@ protected:
     void SetUp() override {
         freshXDGFolders();
         NavigationDelegate::setBrowserOpener([this](const std::string& uri) { browserURIs.push_back(uri); });
+        NavigationDelegate::setMailOpener([this](const std::string& uri) { mailURIs.push_back(uri); });
         window = GTK_WINDOW(gtk_window_new());
         gtk_window_set_default_size(window, 1024, 768);
         stack = GTK_STACK(gtk_stack_new());
@@ -59,6 +60,7 @@ protected:
         if (window)
             gtk_window_destroy(window);
         NavigationDelegate::setBrowserOpener({});
+        NavigationDelegate::setMailOpener({});
         bool allGone = waitUntil([&] {
             for (gpointer p : m_watched)
                 if (p)
@@ -140,6 +142,7 @@ protected:
     GtkWindow* window = nullptr; // owned
     GtkStack* stack = nullptr;   // owned by window
     std::vector<std::string> browserURIs;
+    std::vector<std::string> mailURIs;
 
 private:
     std::vector<gpointer> m_watched;

@@ -5,60 +5,52 @@
 namespace orvane::test {
 namespace {
 
-// resolvedTarget and shouldOpenExternally with the real Gmail hosts (no
-// overrides are set in this test, so the catalogue is the built-in one).
-TEST(NavigationRulesWebTest, RedirectWrappersAndHostRules) {
-    auto resolved = [](const std::string& uri) { return NavigationDelegate::resolvedTarget(uri); };
-    // Google's /url wrapper: q first, then url; percent-decoded; one level only.
-    EXPECT_EQ(resolved("https://www.google.com/url?q=https%3A%2F%2Fexample.org%2Fa%3Fb%3D1&sa=D"),
-        "https://example.org/a?b=1");
-    EXPECT_EQ(resolved("https://google.com/url?url=https://example.org/"), "https://example.org/");
-    EXPECT_EQ(resolved("https://www.google.com/url?q=javascript:alert(1)&url=https://example.org/x"),
-        "https://example.org/x");
-    EXPECT_EQ(resolved("https://WWW.Google.com/url?q=https://example.org/"), "https://example.org/");
-    EXPECT_EQ(resolved("https://www.google.com/url?q=https%3A%2F%2Fwww.google.com%2Furl%3Fq%3Dhttps%3A%2F%2Fexample.org"),
-        "https://www.google.com/url?q=https://example.org");
-    // The first q counts, even when a later one would do.
-    EXPECT_EQ(resolved("https://www.google.com/url?q=mailto:a@b.c&q=https://example.org/"),
-        "https://www.google.com/url?q=mailto:a@b.c&q=https://example.org/");
-    // Not a wrapper: another path, another host, missing, empty or non-web values, bad escapes.
-    for (const char* plain : {
-             "https://www.google.com/search?q=https://example.org/",
-             "https://www.google.com/url/?q=https://example.org/",
-             "https://maps.google.com/url?q=https://example.org/",
-             "https://www.google.com/url?q=",
-             "https://www.google.com/url?q",
-             "https://www.google.com/url?q=data:text/html,hi",
-             "https://www.google.com/url?q=example.org",
-             "https://www.google.com/url?q=%zz&url=https://example.org/",
-             "mailto:someone@example.org",
-             "not a url",
-         })
-        EXPECT_EQ(resolved(plain), plain);
-    // The sign-in host's continue parameter.
-    EXPECT_EQ(resolved("https://accounts.google.com/ServiceLogin?continue=https%3A%2F%2Fmail.google.com%2Fmail%2F"),
-        "https://mail.google.com/mail/");
-    EXPECT_EQ(resolved("https://accounts.google.com/ServiceLogin?q=https://example.org/"),
-        "https://accounts.google.com/ServiceLogin?q=https://example.org/");
-
+// Which addresses leave an account with the real hosts (no overrides are set
+// in this test, so the catalogue is the built-in one); externalLinkFor's own
+// rules are in ExternalLinkTest.
+TEST(NavigationRulesWebTest, InAppHostsKeepTheirAddresses) {
+    using Action = ExternalLink::Action;
     NavigationDelegate gmail(std::nullopt, {});
-    EXPECT_EQ(gmail.inAppHosts(), MailService::gmail().inAppHosts);
-    EXPECT_TRUE(gmail.shouldOpenExternally("https://www.google.com/url?q=https%3A%2F%2Fexample.org%2F"));
-    EXPECT_FALSE(gmail.shouldOpenExternally("https://www.google.com/url?q=https%3A%2F%2Fmail.google.com%2Fmail%2F"));
-    // A javascript: q and no url: judged by the wrapper's own host, which is not in-app.
-    EXPECT_TRUE(gmail.shouldOpenExternally("https://www.google.com/url?q=javascript:alert(1)"));
-    EXPECT_FALSE(gmail.shouldOpenExternally("https://accounts.google.com/x?continue=https://mail.google.com/"));
-    EXPECT_FALSE(gmail.shouldOpenExternally("https://MAIL.google.com/mail/u/0/"));
-    EXPECT_TRUE(gmail.shouldOpenExternally("https://sub.mail.google.com/"));
-    EXPECT_TRUE(gmail.shouldOpenExternally("http://example.org/"));
-    for (const char* never : { "mailto:a@b.c", "about:blank", "javascript:void(0)", "data:text/html,x", "file:///etc/passwd" })
-        EXPECT_FALSE(gmail.shouldOpenExternally(never)) << never;
-
     NavigationDelegate calendar(AccountService::Calendar, {});
-    EXPECT_FALSE(calendar.shouldOpenExternally("https://calendar.google.com/calendar/r"));
-    EXPECT_TRUE(calendar.shouldOpenExternally("https://mail.google.com/"));
     NavigationDelegate outlook(AccountService::Outlook, {});
+    EXPECT_EQ(gmail.inAppHosts(), MailService::gmail().inAppHosts);
     EXPECT_EQ(outlook.inAppHosts(), MailService::outlook().inAppHosts);
+    struct Case {
+        const NavigationDelegate& delegate;
+        std::string uri;
+        Action action; // Nothing: the account keeps it
+    };
+    const Case cases[] = {
+        { gmail, "https://www.google.com/url?q=https%3A%2F%2Fexample.org%2F", Action::Browser },
+        { gmail, "https://www.google.com/url?q=https%3A%2F%2Fmail.google.com%2Fmail%2F", Action::Nothing },
+        // A javascript: q and no url: judged by the wrapper's own host, which is not in-app.
+        { gmail, "https://www.google.com/url?q=javascript:alert(1)", Action::Browser },
+        { gmail, "https://accounts.google.com/x?continue=https://mail.google.com/", Action::Nothing },
+        { gmail, "https://MAIL.google.com/mail/u/0/", Action::Nothing },
+        { gmail, "https://sub.mail.google.com/", Action::Browser },
+        { gmail, "http://example.org/", Action::Browser },
+        { gmail, "mailto:a@b.c", Action::Mail },
+        { gmail, "about:blank", Action::Nothing },
+        { gmail, "file:///etc/passwd", Action::Nothing },
+        { calendar, "https://calendar.google.com/calendar/r", Action::Nothing },
+        { calendar, "https://mail.google.com/", Action::Browser },
+        { outlook, "https://login.live.com/", Action::Nothing },
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.delegate.leavingLink(c.uri).action, c.action) << c.uri;
+
+    // Pop-up titles name any page off the service's hosts.
+    for (const auto& [uri, title] : std::vector<std::pair<std::string, std::string>> {
+             { "", "Orvane" },
+             { "https://mail.google.com/mail/u/0/", "Orvane" },
+             { "blob:https://mail.google.com/5d9e", "Orvane" },
+             { "https://Login.Example.com/sso", "Orvane — login.example.com" },
+             { "http://mail.google.com.evil.example/", "Orvane — mail.google.com.evil.example" },
+             { "blob:https://evil.example/5d9e", "Orvane — evil.example" },
+             { "about:blank", "Orvane — about:blank" },
+             { "data:text/html,<title>Gmail</title>", "Orvane — data:" },
+         })
+        EXPECT_EQ(gmail.popupTitle(uri), title) << uri;
 }
 
 class NavigationPolicyWebTest : public ManagerWebFixture { };
@@ -79,6 +71,15 @@ TEST_F(NavigationPolicyWebTest, OutsideLinksGoToTheBrowserAndFramesStayFree) {
     EXPECT_EQ(runJS(view, "location.href").value, links);
     EXPECT_EQ(webkit_web_view_get_uri(view), links);
     EXPECT_EQ(server.requestCount("/web/target.html"), 0);
+
+    // A redirect wrapper's host and query on another scheme opens nothing;
+    // a mail link goes to Orvane's mail-link routing.
+    ASSERT_TRUE(runJS(view, "document.getElementById('odd').click(); true").ok);
+    ASSERT_TRUE(runJS(view, "document.getElementById('mail').click(); true").ok);
+    ASSERT_TRUE(waitUntil([&] { return !mailURIs.empty(); }));
+    EXPECT_EQ(mailURIs, std::vector<std::string> { "mailto:someone@example.org?subject=Hi" });
+    EXPECT_EQ(browserURIs.size(), 1u);
+    EXPECT_EQ(webkit_web_view_get_uri(view), links);
 
     // The same outside address inside the embedded frame loads there.
     ASSERT_TRUE(runJS(view, "document.getElementById('frame').contentDocument.getElementById('outside').click(); true").ok);
@@ -153,12 +154,35 @@ TEST_F(NavigationPolicyWebTest, PopupsOpenCloseAndOutsideOnesGoToTheBrowser) {
     EXPECT_EQ(browserURIs, std::vector<std::string> { outside });
     EXPECT_TRUE(manager->popupViews(account.id).empty());
 
+    // A wrapper's host and query on file: opens nothing anywhere; mailto: is routed.
+    ASSERT_TRUE(runJS(view, "window.open('file://www.google.com/url?q=" + outside + "'); true").ok);
+    ASSERT_TRUE(runJS(view, "window.open('mailto:someone@example.org'); true").ok);
+    ASSERT_TRUE(waitUntil([&] { return !mailURIs.empty(); }));
+    EXPECT_EQ(mailURIs, std::vector<std::string> { "mailto:someone@example.org" });
+    EXPECT_EQ(browserURIs.size(), 1u);
+    EXPECT_TRUE(manager->popupViews(account.id).empty());
+
     // A target=_blank link to an outside address: the browser gets the clicked address once.
     ASSERT_TRUE(runJS(view, "document.getElementById('blank').click(); true").ok);
     ASSERT_TRUE(waitUntil([&] { return browserURIs.size() == 2; }));
     EXPECT_EQ(browserURIs.back(), server.uriOnHost("localhost", "/web/target.html?outside&blank"));
     EXPECT_TRUE(manager->popupViews(account.id).empty());
     EXPECT_EQ(server.requestCount("/web/target.html"), 0);
+
+    // A pop-up whose page leaves the service's hosts says where it is.
+    ASSERT_TRUE(runJS(view, "window.open('/web/popup.html', 'moving'); true").ok);
+    ASSERT_TRUE(waitUntil([&] { return manager->popupViews(account.id).size() == 1; }));
+    WebKitWebView* moving = manager->popupViews(account.id).front();
+    ASSERT_TRUE(waitForJS(moving, "document.title === 'Popup'"));
+    GtkWindow* movingWindow = GTK_WINDOW(gtk_widget_get_root(GTK_WIDGET(moving)));
+    EXPECT_STREQ(gtk_window_get_title(movingWindow), "Orvane");
+    ASSERT_TRUE(runJS(moving, "location.href = '" + outside + "'; true").ok);
+    ASSERT_TRUE(waitUntil([&] { return std::string(gtk_window_get_title(movingWindow)) == "Orvane — localhost"; }))
+        << gtk_window_get_title(movingWindow);
+
+    // One gesture opens at most five pop-ups per account.
+    ASSERT_TRUE(runJS(view, "for (let i = 0; i < 7; i++) window.open('/web/popup.html?' + i, 'many' + i); true").ok);
+    EXPECT_EQ(manager->popupViews(account.id).size(), NavigationDelegate::kMaxPopups);
 }
 
 } // namespace

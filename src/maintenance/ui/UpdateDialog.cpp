@@ -1,6 +1,7 @@
 #include "maintenance/ui/UpdateDialog.h"
 
 #include "base/GRef.h"
+#include "services/ExternalLink.h"
 
 #include <memory>
 
@@ -136,13 +137,15 @@ void UpdateDialog::checkAndPresent(UpdaterController& updater, GtkWindow* parent
 }
 
 bool UpdateDialog::openInBrowser(const std::string& uri) {
-    if (!Appcast::isWebAddress(uri))
+    // The browser gets exactly the address that was checked.
+    ExternalLink link = externalLinkFor(uri);
+    if (link.action != ExternalLink::Action::Browser)
         return false;
     Ref<GdkAppLaunchContext> context;
     if (GdkDisplay* display = gdk_display_get_default())
         context = adopt(gdk_display_get_app_launch_context(display));
-    g_app_info_launch_default_for_uri_async(uri.c_str(), context ? G_APP_LAUNCH_CONTEXT(context.get()) : nullptr,
-        nullptr, nullptr, nullptr);
+    g_app_info_launch_default_for_uri_async(link.address.c_str(),
+        context ? G_APP_LAUNCH_CONTEXT(context.get()) : nullptr, nullptr, nullptr, nullptr);
     return true;
 }
 

@@ -31,8 +31,8 @@ public:
     // its buttons open.
     static AdwMessageDialog* create(GtkWindow* parent, const UpdaterController::Result& result, Opener open = openInBrowser);
 
-    // g_app_info_launch_default_for_uri for http(s) addresses; false (and
-    // nothing opened) for anything else.
+    // g_app_info_launch_default_for_uri for http(s) addresses (the address
+    // externalLinkFor checked); false (and nothing opened) for anything else.
     static bool openInBrowser(const std::string& uri);
 
     // Response ids.

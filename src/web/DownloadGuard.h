@@ -1,0 +1,50 @@
+#pragma once
+
+#include "base/DownloadGate.h"
+#include "base/GRef.h"
+#include "base/SignalConnection.h"
+
+#include <webkit/webkit.h>
+
+#include <memory>
+#include <vector>
+
+namespace orvane {
+
+// Applies DownloadGate to one account's downloads. It notes the user's input
+// on the account's views (real GTK events, which no page can make), starts,
+// holds or cancels each download they start, and asks once per flood
+// whether the held ones may go (ScriptDialogs::ask;
+// without a presenter they are blocked). Owned by the account's
+// NavigationDelegate. Main thread only.
+class DownloadGuard {
+public:
+    DownloadGuard() = default;
+    // Downloads still held are cancelled.
+    ~DownloadGuard();
+    DownloadGuard(const DownloadGuard&) = delete;
+    DownloadGuard& operator=(const DownloadGuard&) = delete;
+
+    // Notes the user's presses on the view while the connection lasts.
+    [[nodiscard]] SignalConnection watch(WebKitWebView* view);
+    // Starts, holds or cancels a download that one of the account's views
+    // started, and has DownloadDestination pick its file. A question goes
+    // over the window of `parentView` (the account's main view: a pop-up
+    // that only downloads closes at once).
+    void admit(WebKitDownload* download, WebKitWebView* parentView);
+
+    // The question's response ids.
+    static constexpr const char* kAllow = "allow";
+    static constexpr const char* kBlock = "block";
+
+private:
+    void ask(WebKitWebView* parentView);
+    void answer(bool allow);
+
+    // Owned references
+    DownloadGate m_gate;
+    std::vector<Ref<WebKitDownload>> m_held;
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for the question's answer
+};
+
+} // namespace orvane
