@@ -174,12 +174,21 @@ TEST_F(DropAttachWebTest, GmailDropOpensComposeAndItsFileInputGetsExactlyTheDrop
 // in that view, with as many files as the input takes.
 TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirViewsOwnChoosersAndAsManyAsTheInputTakes) {
     useServices("/web/plain.html");
+    // A frame of another site in the service's page opens a chooser when its
+    // parent's message hands it the user's gesture.
+    server.serve("/picker", "<!DOCTYPE html><script>addEventListener('message', () => {"
+                            "const input = document.createElement('input'); input.type = 'file'; input.multiple = true;"
+                            "document.body.append(input); input.click(); });</script>");
     const Account account = store->addAccount();
     const Account other = store->addAccount();
     WebKitWebView* otherView = show(other);
     WebKitWebView* view = show(account);
     ASSERT_TRUE(waitLoaded(view));
     ASSERT_TRUE(waitLoaded(otherView));
+    ASSERT_TRUE(runJS(view, "{ const f = document.createElement('iframe'); f.src = "
+                                + jsonLiteral(server.uriOnHost("localhost", "/picker"))
+                                + "; f.onload = () => { window.__frameLoaded = true; }; document.body.append(f); } true").ok);
+    ASSERT_TRUE(waitForJS(view, "window.__frameLoaded === true"));
     std::string folder = makeTempFolder("dropped");
     const std::vector<std::string> files = { makeFile(folder, "first.txt"), makeFile(folder, "second.txt") };
 
@@ -189,26 +198,35 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirViewsOwnChoosersAndAsManyAsT
         bool multiple;
         nlohmann::json names; // null: the ordinary chooser shows and the files wait
     };
+    const std::string foreignPage = "another site in the view";
+    const std::string foreignFrame = "a frame of another site in the page";
     const std::vector<Case> cases = {
         { "another account's page", otherView, true, nullptr },
+        { foreignFrame.c_str(), view, true, nullptr },
         { "an input for one file", view, false, { "first.txt" } },
         { "an input for several", view, true, { "first.txt", "second.txt" } },
-        { "another site in the view", view, true, nullptr },
+        { foreignPage.c_str(), view, true, nullptr },
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        if (std::string_view(c.what) == "another site in the view") {
+        if (c.what == foreignPage) {
             ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/web/plain.html")) + "; true").ok);
             ASSERT_TRUE(waitForJS(view, "location.hostname === 'localhost' && document.readyState === 'complete'"));
         }
         manager->pendingDrops().add(view, files);
-        clickFileInput(c.chooser, c.multiple);
+        if (c.what == foreignFrame) {
+            ASSERT_TRUE(runJS(view, "document.querySelector('iframe').contentWindow.postMessage('open', '*'); true").ok);
+        } else {
+            clickFileInput(c.chooser, c.multiple);
+        }
         if (c.names.is_null()) {
             ASSERT_TRUE(waitUntil([] { return choosersShown() == 1; }));
             EXPECT_EQ(manager->pendingDrops().pending(view), files);
             choosersShown(true);
             ASSERT_TRUE(waitUntil([] { return choosersShown() == 0; }));
-            EXPECT_EQ(runJS(c.chooser, "window.__names ?? null").value, nullptr);
+            if (c.what != foreignFrame) {
+                EXPECT_EQ(runJS(c.chooser, "window.__names ?? null").value, nullptr);
+            }
         } else {
             ASSERT_TRUE(waitForJS(c.chooser, "JSON.stringify(window.__names) === " + jsonLiteral(c.names.dump())));
             EXPECT_FALSE(manager->pendingDrops().pending(view));
