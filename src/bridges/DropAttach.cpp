@@ -7,6 +7,7 @@
 #include "web/ScriptResult.h"
 
 #include <cmath>
+#include <utility>
 
 namespace orvane {
 
@@ -14,6 +15,8 @@ namespace {
 
 constexpr const char* kDataKey = "orvane-drop-attach";
 constexpr const char* kClickScript = "bridges/drop-click.js";
+constexpr const char* kFileInputMessage = "orvane.file-input";
+constexpr gsize kMaxOriginLength = 512;
 
 // A point an attach script reported: an object with finite numbers x and y.
 std::optional<std::pair<double, double>> reportedPoint(JSCValue* value) {
@@ -57,10 +60,14 @@ struct DropAttach::Task {
     int waits = 0;
 };
 
-DropAttach::DropAttach(WebKitWebView* view, std::optional<AccountService> service)
+DropAttach::DropAttach(WebKitWebView* view, std::optional<AccountService> service,
+    const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner)
     : m_view(view)
     , m_service(service)
+    , m_drops(drops)
     , m_cancellable(adopt(g_cancellable_new())) {
+    g_weak_ref_init(&m_owner, owner);
+    m_connections.push_back(SignalConnection::connect(view, "user-message-received", onUserMessage, this));
     m_target = gtk_drop_target_new(GDK_TYPE_FILE_LIST, GDK_ACTION_COPY);
     // The value is read while the drag moves over the view, so that a drag
     // of web links (which also travel as URI lists) can be handed back to
@@ -84,21 +91,63 @@ DropAttach::DropAttach(WebKitWebView* view, std::optional<AccountService> servic
 DropAttach::~DropAttach() {
     g_cancellable_cancel(m_cancellable.get());
     m_connections.clear();
+    g_weak_ref_clear(&m_owner);
 }
 
-void DropAttach::attach(WebKitWebView* view, std::optional<AccountService> service) {
+void DropAttach::attach(WebKitWebView* view, std::optional<AccountService> service,
+    const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
     FileChooserInterceptor::set([](WebKitWebView* chooserView, WebKitFileChooserRequest* request) {
-        return PendingDrops::shared().answer(chooserView, request);
+        DropAttach* attachment = of(chooserView);
+        return attachment && attachment->answer(request);
     });
     if (!view || of(view))
         return;
-    auto* attachment = new DropAttach(view, service);
+    auto* attachment = new DropAttach(view, service, drops, owner);
     g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
         +[](gpointer data) { delete static_cast<DropAttach*>(data); });
 }
 
 DropAttach* DropAttach::of(WebKitWebView* view) {
     return view ? static_cast<DropAttach*>(g_object_get_data(G_OBJECT(view), kDataKey)) : nullptr;
+}
+
+WebKitWebView* DropAttach::owner() {
+    // Only compared, never used: the reference is dropped at once.
+    Ref<WebKitWebView> current = adopt(static_cast<WebKitWebView*>(g_weak_ref_get(&m_owner)));
+    return current.get();
+}
+
+gboolean DropAttach::onUserMessage(WebKitWebView*, WebKitUserMessage* message, gpointer self) {
+    const char* name = webkit_user_message_get_name(message);
+    if (!name || !g_str_equal(name, kFileInputMessage))
+        return FALSE;
+    GVariant* parameters = webkit_user_message_get_parameters(message);
+    if (!parameters || !g_variant_is_of_type(parameters, G_VARIANT_TYPE_STRING))
+        return TRUE;
+    gsize length = 0;
+    const char* origin = g_variant_get_string(parameters, &length);
+    if (length > kMaxOriginLength)
+        return TRUE;
+    static_cast<DropAttach*>(self)->m_fileInputClick = FileInputClick { origin, g_get_monotonic_time() };
+    return TRUE;
+}
+
+bool DropAttach::answer(WebKitFileChooserRequest* request) {
+    // A click report goes with the one chooser request that follows it.
+    std::optional<FileInputClick> click = std::exchange(m_fileInputClick, std::nullopt);
+    auto drops = m_drops.lock();
+    WebKitWebView* ownerView = owner();
+    if (!drops || !drops->waiting(m_view, ownerView))
+        return false;
+    if (!click || g_get_monotonic_time() - click->at > kFileInputClickLifetimeUs) {
+        g_info("Dropped files were kept from a file chooser opened without a click on a file input");
+        return false;
+    }
+    if (!MailService::forService(m_service).ownsAddress(click->origin)) {
+        g_info("Dropped files were kept from a file chooser of %s", click->origin.c_str());
+        return false;
+    }
+    return drops->answer(m_view, ownerView, request);
 }
 
 std::vector<std::string> DropAttach::localPaths(const GValue* value) {
@@ -130,7 +179,8 @@ bool DropAttach::drop(const GValue* value) {
 }
 
 void DropAttach::beginDropAttach(std::vector<std::string> paths) {
-    PendingDrops::shared().add(m_view, std::move(paths));
+    if (auto drops = m_drops.lock())
+        drops->add(m_view, std::move(paths));
     auto* task = new Task(m_view);
     g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
         openComposeAndClickAttach(static_cast<Task*>(data));
@@ -209,7 +259,8 @@ void DropAttach::attachScriptFinished(GObject* source, GAsyncResult* result, gpo
 
 void DropAttach::attachFailed() {
     gtk_widget_error_bell(GTK_WIDGET(m_view));
-    PendingDrops::shared().clear(m_view);
+    if (auto drops = m_drops.lock())
+        drops->clear(m_view);
 }
 
 void DropAttach::clickAt(double x, double y) {

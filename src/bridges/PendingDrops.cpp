@@ -48,11 +48,6 @@ PendingDrops::~PendingDrops() {
         g_source_remove(id);
 }
 
-PendingDrops& PendingDrops::shared() {
-    static PendingDrops* drops = new PendingDrops(); // lives for the whole run
-    return *drops;
-}
-
 PendingDrops::ViewFiles* PendingDrops::find(WebKitWebView* view) const {
     if (!view)
         return nullptr;
@@ -70,7 +65,6 @@ void PendingDrops::prune() {
 uint64_t PendingDrops::add(WebKitWebView* view, std::vector<std::string> paths) {
     prune();
     uint64_t token = ++m_token;
-    m_shared = paths;
     if (ViewFiles* files = find(view)) {
         files->paths = std::move(paths);
         files->token = token;
@@ -93,13 +87,10 @@ uint64_t PendingDrops::add(WebKitWebView* view, std::vector<std::string> paths) 
 }
 
 void PendingDrops::expire(uint64_t token) {
-    if (token == m_token)
-        m_shared.reset();
     std::erase_if(m_views, [token](const std::unique_ptr<ViewFiles>& files) { return files->token == token; });
 }
 
 void PendingDrops::clear(WebKitWebView* view) {
-    m_shared.reset();
     if (ViewFiles* files = find(view))
         std::erase_if(m_views, [files](const std::unique_ptr<ViewFiles>& entry) { return entry.get() == files; });
 }
@@ -110,20 +101,33 @@ std::optional<std::vector<std::string>> PendingDrops::pending(WebKitWebView* vie
     return std::nullopt;
 }
 
-std::optional<std::vector<std::string>> PendingDrops::take(WebKitWebView* view) {
-    std::optional<std::vector<std::string>> candidate = pending(view);
-    if (!candidate)
-        candidate = m_shared;
-    if (!candidate || candidate->empty())
-        return std::nullopt;
-    clear(view);
-    return candidate;
+std::optional<std::vector<std::string>> PendingDrops::take(WebKitWebView* view, WebKitWebView* owner) {
+    for (WebKitWebView* site : { view, owner }) {
+        std::optional<std::vector<std::string>> files = pending(site);
+        if (files && !files->empty()) {
+            clear(site);
+            return files;
+        }
+    }
+    return std::nullopt;
 }
 
-bool PendingDrops::answer(WebKitWebView* view, WebKitFileChooserRequest* request) {
-    auto files = take(view);
-    if (!files || !request)
+bool PendingDrops::waiting(WebKitWebView* view, WebKitWebView* owner) const {
+    for (WebKitWebView* site : { view, owner })
+        if (ViewFiles* files = find(site); files && !files->paths.empty())
+            return true;
+    return false;
+}
+
+bool PendingDrops::answer(WebKitWebView* view, WebKitWebView* owner, WebKitFileChooserRequest* request) {
+    if (!request)
         return false;
+    auto files = take(view, owner);
+    if (!files)
+        return false;
+    // An input that takes one file gets one, as a chooser would give it.
+    if (!webkit_file_chooser_request_get_select_multiple(request))
+        files->resize(1);
     std::vector<const char*> paths;
     paths.reserve(files->size() + 1);
     for (const auto& path : *files)

@@ -94,7 +94,7 @@ SaveImageWebView::~SaveImageWebView() {
 void SaveImageWebView::enable(WebViewManager& manager, WebKitWebView* view, std::optional<AccountService> service) {
     manager.setMessageReceiver(std::string(PageBridges::kContextImageHandler), [](WebKitWebView* sender, JSCValue* body) {
         if (SaveImageWebView* saving = sender ? of(sender) : nullptr)
-            saving->capturer().receive(body);
+            saving->receive(body);
     });
     if (!view || of(view))
         return;
@@ -114,7 +114,18 @@ gboolean SaveImageWebView::onContextMenu(WebKitWebView*, WebKitContextMenu* menu
     return FALSE;
 }
 
+void SaveImageWebView::receive(JSCValue* body) {
+    m_capturer.receive(body);
+    m_reported = true;
+    m_reportMenu = m_menus;
+}
+
 void SaveImageWebView::retarget(WebKitContextMenu* menu) {
+    // The report of this right-click arrives before its menu (same connection).
+    bool current = m_reported && m_reportMenu == m_menus;
+    ++m_menus;
+    if (!current)
+        return;
     if (const auto& src = m_capturer.src(); src && !src->empty())
         replaceFirst(menu, WEBKIT_CONTEXT_MENU_ACTION_DOWNLOAD_IMAGE_TO_DISK, m_saveImageAction.get(), imageItemLabel(), *src);
     if (const auto& link = m_capturer.linkSrc(); link && !link->empty())

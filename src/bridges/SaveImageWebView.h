@@ -7,6 +7,7 @@
 
 #include <webkit/webkit.h>
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -44,9 +45,14 @@ public:
     std::optional<AccountService> service() const { return m_service; }
     WebKitWebView* view() const { return m_view; }
 
+    // Takes a context-menu report of this view's page (orvaneContextImage).
+    void receive(JSCValue* body);
+
     // Re-targets the menu before it opens: with an image address, the first
     // "download image" item; with a link address, the first "download linked
-    // file" item. Nothing else in the menu changes.
+    // file" item. Nothing else in the menu changes. Only a report received
+    // since the previous menu counts: a right-click whose report was refused
+    // (a frame of another site) leaves WebKit's own items.
     void retarget(WebKitContextMenu* menu);
 
     // The actions of the re-targeted items: the address the item carries,
@@ -85,6 +91,9 @@ private:
 
     // Owned references
     ImageCapturer m_capturer;
+    uint64_t m_menus = 0;        // menus re-targeted so far
+    uint64_t m_reportMenu = 0;   // the value of m_menus when the last report came
+    bool m_reported = false;
     std::optional<AccountService> m_service;
     Ref<GSimpleAction> m_saveImageAction;
     Ref<GSimpleAction> m_downloadLinkAction;

@@ -114,10 +114,26 @@ bool isHostName(const std::string& text) {
     return true;
 }
 
-// Replaces homeURL and inAppHosts from the overrides file. A missing or bad
-// file, entry or field leaves the built-in value; one bad host drops the
-// whole list, and so does an empty list (nothing would stay in the app).
-void applyOverrides(MailService& service, const char* key, const std::string& path) {
+// The lower-case host of an http or https address, or nothing.
+std::optional<std::string> webHost(std::string_view address) {
+    if (address.empty() || address.size() > 64 * 1024)
+        return std::nullopt;
+    std::string text(address);
+    GUri* uri = g_uri_parse(text.c_str(), GUriFlags(G_URI_FLAGS_ENCODED | G_URI_FLAGS_NON_DNS), nullptr);
+    if (!uri)
+        return std::nullopt;
+    const char* scheme = g_uri_get_scheme(uri);
+    const char* host = g_uri_get_host(uri);
+    std::optional<std::string> result;
+    if (scheme && host && *host && (g_ascii_strcasecmp(scheme, "http") == 0 || g_ascii_strcasecmp(scheme, "https") == 0)) {
+        GCharPtr lower(g_ascii_strdown(host, -1));
+        result = lower.get();
+    }
+    g_uri_unref(uri);
+    return result;
+}
+
+void applyOverridesFile(MailService& service, const char* key, const std::string& path) {
     if (path.empty())
         return;
     auto bytes = Files::read(path, 1024 * 1024);
@@ -142,14 +158,29 @@ void applyOverrides(MailService& service, const char* key, const std::string& pa
             GCharPtr lower(g_ascii_strdown(host.get_ref<const std::string&>().c_str(), -1));
             parsed.insert(lower.get());
         }
+        service.ownHosts = parsed;
         service.inAppHosts = std::move(parsed);
     }
+}
+
+// Replaces homeURL and inAppHosts from the overrides file. A missing or bad
+// file, entry or field leaves the built-in value; one bad host drops the
+// whole list, and so does an empty list (nothing would stay in the app).
+// Replaced in-app hosts are the deployment's own hosts as well. The home
+// page's host is always an own host.
+void applyOverrides(MailService& service, const char* key, const std::string& path) {
+    applyOverridesFile(service, key, path);
+    if (auto host = webHost(service.homeURL))
+        service.ownHosts.insert(*host);
 }
 
 MailService makeGmail(const std::string& overridesPath) {
     MailService s;
     s.homeURL = "https://" + std::string(ServiceHosts::kGmail) + "/";
     s.inAppHosts = { std::string(ServiceHosts::kGmail), std::string(ServiceHosts::kGoogleSignIn) };
+    // Gmail shows Google Chat in frames of its own hosts.
+    s.ownHosts = { std::string(ServiceHosts::kGmail), std::string(ServiceHosts::kGoogleChat),
+        std::string(ServiceHosts::kGoogleHangouts) };
     s.unread = TitleParsers::gmailInboxUnread;
     s.label = TitleParsers::gmailEmail;
     s.composeJS = gmailComposeJS;
@@ -166,6 +197,7 @@ MailService makeCalendar(const std::string& overridesPath) {
     MailService s;
     s.homeURL = "https://" + std::string(ServiceHosts::kGoogleCalendar) + "/";
     s.inAppHosts = { std::string(ServiceHosts::kGoogleCalendar), std::string(ServiceHosts::kGoogleSignIn) };
+    s.ownHosts = { std::string(ServiceHosts::kGoogleCalendar) };
     s.unread = noCount;
     s.label = noLabel;
     applyOverrides(s, "calendar", overridesPath);
@@ -184,6 +216,7 @@ MailService makeOutlook(const std::string& overridesPath) {
         std::string(ServiceHosts::kMicrosoftSignInLegacy),
         std::string(ServiceHosts::kMicrosoftAccount),
     };
+    s.ownHosts = { std::string(ServiceHosts::kOutlook), std::string(ServiceHosts::kOutlookAlternative) };
     s.unreadPollJS = script(kOutlookUnread);
     s.unread = noCount;
     s.label = TitleParsers::outlookName;
@@ -204,6 +237,11 @@ std::string overridesPathFromEnvironment() {
 }
 
 } // namespace
+
+bool MailService::ownsAddress(std::string_view address) const {
+    auto host = webHost(address);
+    return host && ownHosts.contains(*host);
+}
 
 const MailService& MailService::gmail() {
     static const MailService entry = makeGmail(overridesPathFromEnvironment());

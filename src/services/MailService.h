@@ -17,6 +17,12 @@ namespace orvane {
 // address and in-app hosts may be replaced for the whole run by the JSON file
 // named in ORVANE_SERVICE_OVERRIDES (self-hosted or regional deployments,
 // and the test suite's local pages).
+//
+// Two host lists: the in-app hosts are where the account's view may go (the
+// service, its sign-in pages); the own hosts are the service's own pages,
+// the only ones whose titles name the account and whose frames may ask
+// anything of Orvane. A page reached through a sign-in redirect or a script
+// navigation stays in the view but is a stranger there.
 struct MailService {
     using TitleCount = std::function<std::optional<int64_t>(const std::optional<std::string>& title)>;
     using TitleLabel = std::function<std::optional<std::string>(const std::optional<std::string>& title)>;
@@ -24,6 +30,7 @@ struct MailService {
 
     std::string homeURL;
     std::set<std::string> inAppHosts;          // lower case, exact host names
+    std::set<std::string> ownHosts;            // lower case, exact host names
     std::optional<std::string> unreadPollJS;   // evaluated every 5 s; returns an integer
     TitleCount unread;
     TitleLabel label;
@@ -36,6 +43,10 @@ struct MailService {
     std::string attachScriptName;
     std::string photoScriptName;
     std::string unreadPollScriptName;
+
+    // Whether an address or a serialized origin ("https://host[:port]") is
+    // http or https on one of the own hosts. An opaque origin ("null") never is.
+    bool ownsAddress(std::string_view address) const;
 
     static const MailService& gmail();
     static const MailService& calendar();
@@ -57,6 +68,8 @@ inline constexpr std::string_view kGoogleSignIn = "accounts.google.com";
 inline constexpr std::string_view kGoogleCalendar = "calendar.google.com";
 inline constexpr std::string_view kGoogleMain = "google.com";
 inline constexpr std::string_view kGoogleMainWWW = "www.google.com";
+inline constexpr std::string_view kGoogleChat = "chat.google.com";
+inline constexpr std::string_view kGoogleHangouts = "hangouts.google.com";
 inline constexpr std::string_view kOutlook = "outlook.office.com";
 inline constexpr std::string_view kOutlookAlternative = "outlook.live.com";
 inline constexpr std::string_view kMicrosoftWorkSignIn = "login.microsoftonline.com";

@@ -15,7 +15,7 @@ namespace orvane {
 namespace {
 
 constexpr size_t kKeyBytes = 32;
-constexpr size_t kMaxStampLength = 128;
+constexpr size_t kSignatureLength = 64; // SHA-256 in hex
 
 // This run's key as lower-case hex; the extension uses the same text.
 const std::string& key() {
@@ -43,10 +43,10 @@ const std::string& key() {
     return text;
 }
 
-std::string signature(uint64_t pageID) {
-    std::string message = std::to_string(pageID);
+// The extension signs exactly this text.
+std::string signature(std::string_view message) {
     GCharPtr hmac(g_compute_hmac_for_string(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(key().data()),
-        key().size(), message.c_str(), static_cast<gssize>(message.size())));
+        key().size(), message.data(), static_cast<gssize>(message.size())));
     return hmac ? std::string(hmac.get()) : std::string();
 }
 
@@ -99,23 +99,26 @@ void PageStamp::installExtension() {
     g_signal_connect(context, "initialize-web-process-extensions", G_CALLBACK(onInitializeExtensions), nullptr);
 }
 
-std::string PageStamp::make(uint64_t pageID) {
-    return std::to_string(pageID) + "." + signature(pageID);
+std::string PageStamp::make(uint64_t pageID, std::string_view origin) {
+    std::string message = std::to_string(pageID) + "." + std::string(origin);
+    return message + "." + signature(message);
 }
 
-std::optional<uint64_t> PageStamp::verify(std::string_view stamp) {
-    if (stamp.empty() || stamp.size() > kMaxStampLength)
+std::optional<PageStamp::Signed> PageStamp::verify(std::string_view stamp) {
+    if (stamp.size() > kMaxLength || stamp.size() < kSignatureLength + 4)
         return std::nullopt;
-    auto dot = stamp.find('.');
-    if (dot == std::string_view::npos || dot == 0)
+    auto firstDot = stamp.find('.');
+    size_t lastDot = stamp.size() - kSignatureLength - 1;
+    if (firstDot == std::string_view::npos || firstDot == 0 || firstDot >= lastDot || stamp[lastDot] != '.')
         return std::nullopt;
     uint64_t pageID = 0;
-    auto [end, error] = std::from_chars(stamp.data(), stamp.data() + dot, pageID);
-    if (error != std::errc() || end != stamp.data() + dot || pageID == 0)
+    auto [end, error] = std::from_chars(stamp.data(), stamp.data() + firstDot, pageID);
+    if (error != std::errc() || end != stamp.data() + firstDot || pageID == 0)
         return std::nullopt;
-    std::string expected = signature(pageID);
-    std::string_view given = stamp.substr(dot + 1);
-    if (expected.empty() || given.size() != expected.size())
+    std::string_view message = stamp.substr(0, lastDot);
+    std::string expected = signature(message);
+    std::string_view given = stamp.substr(lastDot + 1);
+    if (expected.size() != given.size())
         return std::nullopt;
     // Compared in full whatever the first difference: no timing hint.
     unsigned char difference = 0;
@@ -123,7 +126,7 @@ std::optional<uint64_t> PageStamp::verify(std::string_view stamp) {
         difference |= static_cast<unsigned char>(expected[i] ^ given[i]);
     if (difference)
         return std::nullopt;
-    return pageID;
+    return Signed { pageID, std::string(stamp.substr(firstDot + 1, lastDot - firstDot - 1)) };
 }
 
 } // namespace orvane

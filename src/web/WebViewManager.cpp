@@ -7,6 +7,7 @@
 #include "bridges/DropAttach.h"
 #include "bridges/NotificationRelay.h"
 #include "bridges/PageBridges.h"
+#include "bridges/PendingDrops.h"
 #include "bridges/PrintSupport.h"
 #include "bridges/SaveImageWebView.h"
 #include "services/MailService.h"
@@ -14,6 +15,7 @@
 #include "web/DockBadge.h"
 #include "web/MessageSender.h"
 #include "web/NavigationDelegate.h"
+#include "web/PageAddress.h"
 #include "web/PageStamp.h"
 
 #include <cmath>
@@ -66,6 +68,7 @@ struct WebViewManager::Session {
     // One registered script-message handler of this view.
     struct Handler {
         WebViewManager* manager;
+        std::string accountID;
         std::string name;
     };
 
@@ -101,15 +104,18 @@ struct PollTask {
 };
 
 WebViewManager::WebViewManager()
-    : m_cancellable(adopt(g_cancellable_new())) {
+    : m_cancellable(adopt(g_cancellable_new()))
+    , m_drops(std::make_shared<PendingDrops>()) {
     PageStamp::installExtension();
     m_notificationRelay = std::make_unique<NotificationRelay>(*this);
     PrintSupport::shared().serve(*this);
     m_avatars = std::make_unique<AvatarRefresher>(*this);
-    // Files dropped on a pop-up attach in the pop-up's page.
+    // Files dropped on a pop-up attach in the pop-up's page; files dropped
+    // on the account's main view may attach there too.
     m_popupDropAttach = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
+        PageAddress::track(popup);
         if (auto it = m_sessions.find(accountID); it != m_sessions.end())
-            DropAttach::attach(popup, it->second->account.service);
+            DropAttach::attach(popup, it->second->account.service, m_drops, it->second->view.get());
     });
 }
 
@@ -177,6 +183,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         "settings", settings.get(),
         nullptr)));
     WebKitWebView* view = session->view.get();
+    PageAddress::track(view);
     GdkRGBA transparent = { 0, 0, 0, 0 };
     webkit_web_view_set_background_color(view, &transparent);
 
@@ -190,7 +197,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     });
     session->delegate->attach(view);
     SaveImageWebView::enable(*this, view, account.service);
-    DropAttach::attach(view, account.service);
+    DropAttach::attach(view, account.service, m_drops);
 
     if (service.unreadPollJS && !service.unreadPollJS->empty())
         startPolling(*session, *service.unreadPollJS, PageScripts::sourceURI(service.unreadPollScriptName));
@@ -203,6 +210,11 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
             auto id = manager->accountID(v);
             if (!id)
                 return;
+            // A sign-in page or another site the view was sent to names no account.
+            if (!manager->showsOwnPage(*id)) {
+                g_debug("Ignored the title of a page outside the service");
+                return;
+            }
             const char* title = webkit_web_view_get_title(v);
             manager->handleTitle(*id, title ? std::optional<std::string>(title) : std::nullopt);
         }, this));
@@ -220,7 +232,7 @@ void WebViewManager::pageDidFinish(const std::string& accountID) {
     // here. Calendar pages never look for a photo: they share their Gmail
     // account's through the data store.
     auto it = m_sessions.find(accountID);
-    if (it == m_sessions.end() || it->second->account.isCalendar())
+    if (it == m_sessions.end() || it->second->account.isCalendar() || !showsOwnPage(accountID))
         return;
     m_avatars->refresh(accountID, it->second->view.get());
 }
@@ -237,12 +249,12 @@ void WebViewManager::installBridges(Session& session) {
         }
         std::string name(item.name);
         webkit_user_content_manager_register_script_message_handler(manager, name.c_str(), nullptr);
-        auto handler = std::make_unique<Session::Handler>(Session::Handler { this, name });
+        auto handler = std::make_unique<Session::Handler>(Session::Handler { this, session.account.id, name });
         std::string signal = "script-message-received::" + name;
         session.connections.push_back(SignalConnection::connect(manager, signal.c_str(),
             +[](WebKitUserContentManager*, JSCValue* body, gpointer data) {
                 auto* h = static_cast<Session::Handler*>(data);
-                h->manager->deliverMessage(h->name, body);
+                h->manager->deliverMessage(h->accountID, h->name, body);
             }, handler.get()));
         session.handlers.push_back(std::move(handler));
     }
@@ -255,13 +267,25 @@ void WebViewManager::setMessageReceiver(const std::string& handlerName, MessageR
         m_receivers.erase(handlerName);
 }
 
-void WebViewManager::deliverMessage(const std::string& handlerName, JSCValue* body) {
+void WebViewManager::deliverMessage(const std::string& accountID, const std::string& handlerName, JSCValue* body) {
     auto it = m_receivers.find(handlerName);
-    if (it == m_receivers.end())
+    auto session = m_sessions.find(accountID);
+    if (it == m_receivers.end() || session == m_sessions.end())
         return;
+    // Only this account's views: its content manager received the message.
+    std::vector<WebKitWebView*> views = popupViews(accountID);
+    views.insert(views.begin(), session->second->view.get());
+    WebKitWebView* sender = MessageSender::sender(views, MailService::forService(session->second->account.service),
+        handlerName, body);
     // Copy: a receiver may replace itself while it runs.
     MessageReceiver receiver = it->second;
-    receiver(MessageSender::sender(*this, body), body);
+    receiver(sender, body);
+}
+
+bool WebViewManager::showsOwnPage(const std::string& accountID) const {
+    auto it = m_sessions.find(accountID);
+    return it != m_sessions.end()
+        && MessageSender::showsOwnPage(it->second->view.get(), MailService::forService(it->second->account.service));
 }
 
 void WebViewManager::startPolling(Session& session, const std::string& script, const std::string& sourceURI) {
@@ -281,6 +305,8 @@ void WebViewManager::startPolling(Session& session, const std::string& script, c
 
 void WebViewManager::pollUnread(WebKitWebView* view, const std::string& accountID, const std::string& script,
     const std::string& sourceURI) {
+    if (!showsOwnPage(accountID))
+        return;
     auto* completion = new PollTask(this, m_alive, accountID, {}, {}, view);
     webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr,
         sourceURI.c_str(), m_cancellable.get(),
@@ -294,8 +320,10 @@ void WebViewManager::pollUnread(WebKitWebView* view, const std::string& accountI
             auto count = pollCount(value.get());
             if (!count)
                 return;
-            // Only for the view that was polled, while its account is live.
-            if (task->manager->webView(task->accountID) != WEBKIT_WEB_VIEW(source))
+            // Only for the view that was polled, while its account is live
+            // and shows the service's own page.
+            if (task->manager->webView(task->accountID) != WEBKIT_WEB_VIEW(source)
+                || !task->manager->showsOwnPage(task->accountID))
                 return;
             task->manager->setUnreadCount(task->accountID, *count);
         },
@@ -321,19 +349,6 @@ std::vector<WebKitWebView*> WebViewManager::popupViews(const std::string& accoun
     if (it == m_sessions.end() || !it->second->delegate)
         return {};
     return it->second->delegate->popupViews();
-}
-
-WebKitWebView* WebViewManager::viewWithPageID(uint64_t pageID) const {
-    for (const auto& [id, session] : m_sessions) {
-        if (webkit_web_view_get_page_id(session->view.get()) == pageID)
-            return session->view.get();
-        if (!session->delegate)
-            continue;
-        for (WebKitWebView* popup : session->delegate->popupViews())
-            if (webkit_web_view_get_page_id(popup) == pageID)
-                return popup;
-    }
-    return nullptr;
 }
 
 void WebViewManager::discard(const Account& account) {

@@ -20,6 +20,7 @@ namespace orvane {
 class AvatarRefresher;
 class NavigationDelegate;
 class NotificationRelay;
+class PendingDrops;
 
 // Owns every account's web session: one WebKitWebView per account over the
 // WebKitNetworkSession of its dataStoreID, with Orvane's user agent, page
@@ -65,15 +66,13 @@ public:
 
     // Receives the script messages a page posts to one of Orvane's handlers
     // (orvaneNotify, orvanePrint, orvaneContextImage). `sender` is the exact
-    // view whose page posted it (an account's main view or one of its
-    // pop-ups; see MessageSender), or null when that cannot be told.
+    // view whose page posted it (a main view or pop-up of the account whose
+    // handler received it), or null when that cannot be told or the posting
+    // frame is not the service's own (see MessageSender).
     using MessageReceiver = std::function<void(WebKitWebView* sender, JSCValue* body)>;
     // Sets the receiver of a handler for every view, existing and future.
     void setMessageReceiver(const std::string& handlerName, MessageReceiver receiver);
 
-    // The account main view or open pop-up whose current page has this
-    // WebKit page id, or null.
-    WebKitWebView* viewWithPageID(uint64_t pageID) const;
     // Tells of every pop-up a page opens, with the id of the account it
     // belongs to, as soon as its view exists.
     using PopupObservers = Observers<const std::string& /* account id */, WebKitWebView* /* pop-up */>;
@@ -94,6 +93,9 @@ public:
     // finished load of a mail-side account's view or its pop-ups).
     AvatarRefresher& avatars() { return *m_avatars; }
 
+    // Files dropped on the manager's views, waiting for a file chooser.
+    PendingDrops& pendingDrops() { return *m_drops; }
+
 private:
     struct Session;
 
@@ -104,7 +106,8 @@ private:
     void startPolling(Session& session, const std::string& script, const std::string& sourceURI);
     void pollUnread(WebKitWebView* view, const std::string& accountID, const std::string& script,
         const std::string& sourceURI);
-    void deliverMessage(const std::string& handlerName, JSCValue* body);
+    void deliverMessage(const std::string& accountID, const std::string& handlerName, JSCValue* body);
+    bool showsOwnPage(const std::string& accountID) const;
     void forgetDataStore(const std::string& dataStoreID);
 
     // Borrowed references
@@ -122,6 +125,7 @@ private:
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
     std::unique_ptr<NotificationRelay> m_notificationRelay; // after m_receivers: it unsets its receiver
     std::unique_ptr<AvatarRefresher> m_avatars;
+    std::shared_ptr<PendingDrops> m_drops; // the views' drop attachments hold it weakly
 };
 
 } // namespace orvane

@@ -1,16 +1,21 @@
 // Orvane's web-process extension, loaded by WebKit into every web process.
-// It gives each page a stamp and reports link clicks inside embedded frames.
-// It talks to the UI process only through WebKit's own channels: the
-// initialization data it is started with, and user messages to the page's
-// own view. It opens no connection of its own and needs nothing outside
-// the sandbox.
+// It gives each frame a stamp, reports link clicks inside embedded frames and
+// clicks on file inputs. It talks to the UI process only through WebKit's own
+// channels: the initialization data it is started with, and user messages to
+// the page's own view. It opens no connection of its own and needs nothing
+// outside the sandbox.
 //
-// The stamp: every frame of a page gets a read-only, non-configurable
-// `window.__orvanePage` = "<page id>.<HMAC-SHA256 of the id under this
-// run's key>". The key arrives as the initialization data and never enters a
-// page, so a page can copy its own stamp but cannot make one for another
-// page's id. The UI side (src/web/PageStamp.cpp) checks the signature and
-// maps the id to the view with that webkit_web_view_get_page_id.
+// The stamp: every frame gets a read-only, non-configurable
+// `window.__orvanePage` = "<page id>.<origin>.<HMAC-SHA256 of "<page
+// id>.<origin>" under this run's key>", where the origin is the one the
+// engine gives the frame's document (`self.origin` read from Orvane's own
+// script world before any script of the page runs): inherited by about:blank
+// and srcdoc frames, "null" for sandboxed and data: frames. The key arrives
+// as the initialization data and never enters a page, so a frame can copy its
+// own stamp but cannot make one for another page's id or another origin. The
+// UI side (src/web/PageStamp.cpp, MessageSender.cpp) checks the signature,
+// maps the id to the view with that webkit_web_view_get_page_id and the
+// origin to the service's hosts.
 //
 // Frame links: WebKit's decide-policy does not say which frame navigates. A
 // click listener in Orvane's own script world (pages cannot see or remove it)
@@ -18,6 +23,12 @@
 // the frame itself, or one that targets the frame by name), before WebKit
 // asks for the navigation's policy over the same connection, so the UI side
 // can let that navigation through whatever its host.
+//
+// File inputs: WebKit's run-file-chooser does not say which frame asks either.
+// The same listener reports the origin of the frame whose file input is
+// clicked; the chooser request that the click opens follows on the same
+// connection, so the UI side knows whose chooser it is before it answers it
+// with dropped files.
 
 #include <webkit/webkit-web-process-extension.h>
 
@@ -27,7 +38,9 @@
 namespace {
 
 constexpr const char* kFrameLinkMessage = "orvane.frame-link";
+constexpr const char* kFileInputMessage = "orvane.file-input";
 constexpr size_t kMaxURILength = 64 * 1024;
+constexpr size_t kMaxOriginLength = 512;
 
 std::string& runKey() {
     static std::string key;
@@ -39,8 +52,8 @@ WebKitScriptWorld* orvaneWorld() {
     return world;
 }
 
-std::string stampFor(guint64 pageID) {
-    std::string message = std::to_string(pageID);
+std::string stampFor(guint64 pageID, const std::string& origin) {
+    std::string message = std::to_string(pageID) + "." + origin;
     const std::string& key = runKey();
     char* hmac = g_compute_hmac_for_string(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(key.data()), key.size(),
         message.c_str(), static_cast<gssize>(message.size()));
@@ -49,7 +62,27 @@ std::string stampFor(guint64 pageID) {
     return stamp;
 }
 
-void stampFrame(WebKitScriptWorld* world, WebKitWebPage* page, WebKitFrame* frame) {
+// The serialized origin of the frame's current document, read in Orvane's
+// world, where the page's scripts cannot reach the getter; "null" when it
+// cannot be read.
+std::string originOf(WebKitFrame* frame) {
+    std::string origin = "null";
+    JSCContext* context = webkit_frame_get_js_context_for_script_world(frame, orvaneWorld());
+    if (!context)
+        return origin;
+    JSCValue* value = jsc_context_evaluate(context, "self.origin", -1);
+    if (value && jsc_value_is_string(value)) {
+        char* text = jsc_value_to_string(value);
+        if (text && *text && strlen(text) <= kMaxOriginLength && !strchr(text, '\n'))
+            origin = text;
+        g_free(text);
+    }
+    g_clear_object(&value);
+    g_object_unref(context);
+    return origin;
+}
+
+void stampFrame(WebKitScriptWorld* world, WebKitWebPage* page, WebKitFrame* frame, const std::string& origin) {
     JSCContext* context = webkit_frame_get_js_context_for_script_world(frame, world);
     if (!context)
         return;
@@ -59,30 +92,48 @@ void stampFrame(WebKitScriptWorld* world, WebKitWebPage* page, WebKitFrame* fram
     JSCValue* define = jsc_context_evaluate(context,
         "(function (stamp) { Object.defineProperty(window, '__orvanePage', { value: stamp }); })", -1);
     if (define && jsc_value_is_function(define)) {
-        std::string stamp = stampFor(webkit_web_page_get_id(page));
+        std::string stamp = stampFor(webkit_web_page_get_id(page), origin);
         JSCValue* result = jsc_value_function_call(define, G_TYPE_STRING, stamp.c_str(), G_TYPE_NONE);
         g_clear_object(&result);
     }
+    // A window kept for the next document of the same origin keeps its stamp.
+    jsc_context_clear_exception(context);
     g_clear_object(&define);
     g_object_unref(context);
 }
 
+// What the reporting functions of one frame's listener know: its page, held
+// weakly, and its document's origin.
+struct FrameReporter {
+    GWeakRef page;
+    std::string origin;
+};
+
+void sendToView(FrameReporter* reporter, const char* name, GVariant* parameters) {
+    auto* page = static_cast<WebKitWebPage*>(g_weak_ref_get(&reporter->page));
+    if (!page) {
+        g_variant_unref(g_variant_ref_sink(parameters));
+        return;
+    }
+    webkit_web_page_send_message_to_view(page, webkit_user_message_new(name, parameters), nullptr, nullptr, nullptr);
+    g_object_unref(page);
+}
+
 void reportFrameLink(const char* uri, gpointer data) {
-    auto* pageRef = static_cast<GWeakRef*>(data);
     if (!uri || !*uri || strlen(uri) > kMaxURILength)
         return;
-    auto* page = static_cast<WebKitWebPage*>(g_weak_ref_get(pageRef));
-    if (!page)
-        return;
-    webkit_web_page_send_message_to_view(page, webkit_user_message_new(kFrameLinkMessage, g_variant_new_string(uri)),
-        nullptr, nullptr, nullptr);
-    g_object_unref(page);
+    sendToView(static_cast<FrameReporter*>(data), kFrameLinkMessage, g_variant_new_string(uri));
+}
+
+void reportFileInput(gpointer data) {
+    auto* reporter = static_cast<FrameReporter*>(data);
+    sendToView(reporter, kFileInputMessage, g_variant_new_string(reporter->origin.c_str()));
 }
 
 // Runs in Orvane's world: the page's own scripts cannot reach `report`,
 // and prototypes it patches are not the ones used here.
-constexpr const char* kFrameLinkWatcher = R"JS(
-(function (report) {
+constexpr const char* kClickWatcher = R"JS(
+(function (report, reportFileInput) {
     // Whether following the link navigates an embedded frame rather than a
     // page's main frame or a new window.
     function targetsEmbeddedFrame(link) {
@@ -104,6 +155,13 @@ constexpr const char* kFrameLinkWatcher = R"JS(
     }
     window.addEventListener('click', function (event) {
         try {
+            // However the click was made (the user, a label, the page's own
+            // input.click()): its chooser request follows.
+            var first = event.composedPath()[0];
+            if (first && first.localName === 'input' && String(first.type).toLowerCase() === 'file')
+                reportFileInput();
+        } catch (e) {}
+        try {
             if (event.button !== 0)
                 return;
             var node = event.target;
@@ -115,31 +173,42 @@ constexpr const char* kFrameLinkWatcher = R"JS(
 })
 )JS";
 
-void watchFrameLinks(WebKitWebPage* page, WebKitFrame* frame) {
+FrameReporter* newReporter(WebKitWebPage* page, const std::string& origin) {
+    auto* reporter = new FrameReporter { {}, origin };
+    g_weak_ref_init(&reporter->page, page);
+    return reporter;
+}
+
+void freeReporter(gpointer data) {
+    auto* reporter = static_cast<FrameReporter*>(data);
+    g_weak_ref_clear(&reporter->page);
+    delete reporter;
+}
+
+void watchClicks(WebKitWebPage* page, WebKitFrame* frame, const std::string& origin) {
     JSCContext* context = webkit_frame_get_js_context_for_script_world(frame, orvaneWorld());
     if (!context)
         return;
-    auto* pageRef = g_new0(GWeakRef, 1);
-    g_weak_ref_init(pageRef, page);
-    JSCValue* report = jsc_value_new_function(context, nullptr, G_CALLBACK(reportFrameLink), pageRef,
-        +[](gpointer data) {
-            g_weak_ref_clear(static_cast<GWeakRef*>(data));
-            g_free(data);
-        },
-        G_TYPE_NONE, 1, G_TYPE_STRING);
-    JSCValue* install = jsc_context_evaluate(context, kFrameLinkWatcher, -1);
+    JSCValue* linkReport = jsc_value_new_function(context, nullptr, G_CALLBACK(reportFrameLink),
+        newReporter(page, origin), freeReporter, G_TYPE_NONE, 1, G_TYPE_STRING);
+    JSCValue* fileInputReport = jsc_value_new_function(context, nullptr, G_CALLBACK(reportFileInput),
+        newReporter(page, origin), freeReporter, G_TYPE_NONE, 0);
+    JSCValue* install = jsc_context_evaluate(context, kClickWatcher, -1);
     if (install && jsc_value_is_function(install)) {
-        JSCValue* result = jsc_value_function_call(install, JSC_TYPE_VALUE, report, G_TYPE_NONE);
+        JSCValue* result = jsc_value_function_call(install, JSC_TYPE_VALUE, linkReport, JSC_TYPE_VALUE, fileInputReport,
+            G_TYPE_NONE);
         g_clear_object(&result);
     }
     g_clear_object(&install);
-    g_object_unref(report);
+    g_object_unref(fileInputReport);
+    g_object_unref(linkReport);
     g_object_unref(context);
 }
 
 void onWindowObjectCleared(WebKitScriptWorld* world, WebKitWebPage* page, WebKitFrame* frame, gpointer) {
-    stampFrame(world, page, frame);
-    watchFrameLinks(page, frame);
+    std::string origin = originOf(frame);
+    stampFrame(world, page, frame, origin);
+    watchClicks(page, frame, origin);
 }
 
 } // namespace

@@ -263,6 +263,13 @@ TEST_F(SaveImageWebTest, RightClickTargetsRetargetWebKitsOwnItemsInPlace) {
         M { WEBKIT_CONTEXT_MENU_ACTION_COPY_IMAGE_TO_CLIPBOARD, {}, {} },
         M { WEBKIT_CONTEXT_MENU_ACTION_DOWNLOAD_IMAGE_TO_DISK, {}, {} }, // only the first is changed
     }));
+    // A menu without a report of its own (a right-click in a frame of another
+    // site, whose report is refused) keeps WebKit's items.
+    WebKitContextMenu* unreported = menuLike();
+    saving->retarget(unreported);
+    for (const MenuItem& item : itemsOf(unreported))
+        EXPECT_NE(item.stock, WEBKIT_CONTEXT_MENU_ACTION_CUSTOM);
+    g_object_unref(unreported);
     // The image item carries its address: activating it saves that image,
     // even after a later right-click elsewhere.
     auto* imageItem = WEBKIT_CONTEXT_MENU_ITEM(g_list_nth_data(webkit_context_menu_get_items(menu), 4));

@@ -5,7 +5,6 @@
 #include "DragSource.h"
 #include "E2ETest.h"
 
-#include "accounts/Account.h"
 #include "base/Files.h"
 #include "support/FixturePageScript.h"
 #include "support/TestEnvironment.h"
@@ -122,14 +121,6 @@ protected:
         return PagePoint { { x, y }, reportsOf("pointer", page).back() };
     }
 
-    // Whether this page is the one on screen at the point: the pointer
-    // moves a little there and the page reports it.
-    bool pageUnderPointer(int x, int y, const std::string& page) {
-        size_t before = reportsOf("pointer", page).size();
-        m_nudge = m_nudge == 1 ? -1 : 1;
-        return moveTo(x + m_nudge, y) && waitForReports("pointer", before + 1, page, 10s);
-    }
-
     bool moveTo(int x, int y) {
         auto moved = ChildProcess::run({ "xdotool", "mousemove", std::to_string(x), std::to_string(y) }, orvane.environment(), 20s);
         return moved && moved->status == 0;
@@ -141,9 +132,6 @@ protected:
 
     std::vector<nlohmann::json> reports;
     std::string folder;
-
-private:
-    int m_nudge = 0;
 };
 
 TEST_F(DropAttachTest, GmailFilesAttachByDragAndDropWhileTextAndLinksStayThePages) {
@@ -217,68 +205,6 @@ TEST_F(DropAttachTest, OutlookDropOpensANewMessageAndPutsItsFileInputBack) {
     double restoredAfter = styles[1]["at"].get<double>() - styles[0]["at"].get<double>();
     EXPECT_GE(restoredAfter, 3900);
     EXPECT_LT(restoredAfter, 8000);
-}
-
-TEST_F(DropAttachTest, ALaterDropWinsAndDroppedFilesExpire) {
-    // A Gmail account and its calendar, which has no attach control: files
-    // dropped on the calendar wait for the next file chooser.
-    Account gmail { newUUID(), "someone@example.com", newUUID() };
-    Account calendar = gmail;
-    calendar.id = newUUID();
-    calendar.service = AccountService::Calendar;
-    orvane.writeAccountsFile({ { "accounts", { gmail.toJSON(), calendar.toJSON() } }, { "selectedAccountID", gmail.id } });
-    ASSERT_TRUE(startOrvane("/gmail/", "/outlook/mail/", "/calendar/"));
-    ASSERT_TRUE(waitForReports("loaded", 1, "/gmail/", 30s));
-    ASSERT_TRUE(waitForReports("loaded", 1, "/calendar/", 30s));
-    DragSource source(orvane);
-    ASSERT_TRUE(source.open(DragSource::files({ makeFile("first.txt") })));
-    auto point = webAreaPoint();
-
-    auto pointer = mapPage(point.first + 20, point.second, "/gmail/");
-    ASSERT_TRUE(pointer);
-
-    ASSERT_TRUE(source.dragTo(point.first, point.second));
-    gint64 firstDrop = g_get_monotonic_time();
-    ASSERT_TRUE(waitForReports("files-chosen", 1, "/gmail/"));
-    EXPECT_EQ(namesOf(reportsOf("files-chosen").back()), nlohmann::json::array({ "first.txt" }));
-    ASSERT_TRUE(waitForReports("controls", 1, "/gmail/"));
-    auto attach = pointer->map(reportsOf("controls").back()["attach"]);
-
-    // A second drop within 8 s, on the calendar.
-    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
-    ASSERT_TRUE(pageUnderPointer(point.first, point.second, "/calendar/"));
-    ASSERT_TRUE(source.setContent(DragSource::files({ makeFile("second.txt") })));
-    ASSERT_TRUE(source.dragTo(point.first, point.second));
-    gint64 secondDrop = g_get_monotonic_time();
-    ASSERT_LT(secondDrop - firstDrop, 6'000'000);
-
-    // Once the first drop's 8 s are over, a chooser the user opens in Gmail
-    // still gets the second drop's files.
-    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
-    ASSERT_TRUE(pageUnderPointer(point.first, point.second, "/gmail/"));
-    waitUntil([&] { return g_get_monotonic_time() - firstDrop > 8'500'000; }, 10s);
-    ASSERT_LT(g_get_monotonic_time() - secondDrop, 7'000'000);
-    ASSERT_TRUE(orvane.click(attach.first, attach.second));
-    ASSERT_TRUE(waitForReports("files-chosen", 2, "/gmail/"));
-    EXPECT_EQ(namesOf(reportsOf("files-chosen").back()), nlohmann::json::array({ "second.txt" }));
-    EXPECT_FALSE(chooserShown());
-
-    // Files that waited 9 s are gone: the ordinary chooser opens.
-    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
-    ASSERT_TRUE(pageUnderPointer(point.first, point.second, "/calendar/"));
-    ASSERT_TRUE(source.setContent(DragSource::files({ makeFile("third.txt") })));
-    ASSERT_TRUE(source.dragTo(point.first, point.second));
-    gint64 thirdDrop = g_get_monotonic_time();
-    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
-    ASSERT_TRUE(pageUnderPointer(point.first, point.second, "/gmail/"));
-    waitUntil([&] { return g_get_monotonic_time() - thirdDrop > 9'000'000; }, 12s);
-    ASSERT_TRUE(orvane.click(attach.first, attach.second));
-    std::vector<unsigned long> choosers;
-    ASSERT_TRUE(waitUntil([&] { return !(choosers = orvane.windowsTitled("Select Files")).empty(); }, 20s));
-    ASSERT_TRUE(orvane.pressKeys(choosers.front(), "Escape"));
-    EXPECT_TRUE(waitUntil([&] { return !chooserShown(); }, 20s));
-    EXPECT_EQ(reportsOf("files-chosen").size(), 2u);
-    EXPECT_TRUE(orvane.isRunning());
 }
 
 TEST_F(DropAttachTest, DropsWithoutAnyAccountChangeNothing) {

@@ -47,6 +47,29 @@ TEST(MailServiceTest, EntriesHoldTheirHostsAndScripts) {
         }
     }
 
+    // Own hosts: the service's pages and frames, not its sign-in pages; any
+    // port, http or https, addresses and serialized origins alike.
+    struct Owned {
+        const MailService* service;
+        const char* address;
+        bool owned;
+    };
+    for (const auto& c : std::vector<Owned> {
+             { &gmail, "https://mail.google.com/mail/u/0/#inbox", true },
+             { &gmail, "https://chat.google.com", true },
+             { &gmail, "HTTPS://Mail.Google.COM:8443", true },
+             { &gmail, "https://accounts.google.com/signin", false },
+             { &gmail, "https://mail.google.com.example.net/", false },
+             { &gmail, "ftp://mail.google.com/", false },
+             { &gmail, "null", false },
+             { &calendar, "https://calendar.google.com/calendar/r", true },
+             { &calendar, "https://mail.google.com/", false },
+             { &outlook, "https://outlook.live.com/mail/", true },
+             { &outlook, "https://login.microsoftonline.com/", false },
+         }) {
+        EXPECT_EQ(c.service->ownsAddress(c.address), c.owned) << c.address;
+    }
+
     EXPECT_FALSE(gmail.unreadPollJS);
     EXPECT_TRUE(gmail.composeJS);
     EXPECT_TRUE(gmail.attachClickJS && !gmail.attachClickJS->empty());
@@ -167,12 +190,16 @@ TEST(MailServiceTest, OverridesReplaceTheHomeAndHostsOfTheirEntriesOnly) {
     auto gmail = MailService::build(AccountService::Mail, path);
     EXPECT_EQ(gmail.homeURL, "http://127.0.0.1:4321/gmail/");
     EXPECT_EQ(gmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
+    // Replaced hosts are the deployment's own, and so is its home page's host.
+    EXPECT_EQ(gmail.ownHosts, gmail.inAppHosts);
     EXPECT_TRUE(gmail.composeJS);
     EXPECT_EQ(gmail.attachClickJS, MailService::gmail().attachClickJS);
 
     auto outlook = MailService::build(AccountService::Outlook, path);
     EXPECT_EQ(outlook.homeURL, "https://mail.example.test/owa/");
     EXPECT_EQ(outlook.inAppHosts, MailService::outlook().inAppHosts);
+    EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test"));
+    EXPECT_TRUE(outlook.ownsAddress("https://outlook.office.com"));
 
     auto calendar = MailService::build(AccountService::Calendar, path);
     EXPECT_EQ(calendar.homeURL, MailService::calendar().homeURL);

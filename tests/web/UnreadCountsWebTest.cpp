@@ -1,4 +1,5 @@
 #include "accounts/AppPaths.h"
+#include "services/MailService.h"
 #include "web/DockBadge.h"
 
 #include "web/ManagerWebFixture.h"
@@ -120,6 +121,31 @@ TEST_F(UnreadCountsWebTest, TitlesSetCountsAndRenameOnce) {
     EXPECT_EQ(count(account.id), 0);
     EXPECT_EQ(store->account(account.id)->label, "other@example.com");
     EXPECT_TRUE(Files::exists(AppPaths::accountsFile()));
+
+    // Another site that a script sent the view to names nothing: neither
+    // once it shows, nor while it still runs as a redirect to the service's
+    // page loads (the view's URI is the redirect's by then).
+    const std::string intruder = "Inbox (9) - intruder@example.com - Gmail";
+    server.serve("/elsewhere", "<!DOCTYPE html><title>" + intruder + "</title>");
+    server.handle("/hop", [&](SoupServerMessage* message, const std::string&) {
+        soup_server_message_set_redirect(message, 302, server.uri("/web/held").c_str());
+    });
+    SoupServerMessage* held = nullptr;
+    server.handle("/web/held", [&](SoupServerMessage* message, const std::string&) {
+        held = message;
+        soup_server_message_pause(message);
+    });
+    ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/elsewhere")) + "; true").ok);
+    ASSERT_TRUE(waitUntil([&] { return webkit_web_view_get_title(view) && intruder == webkit_web_view_get_title(view); }));
+    ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/hop")) + "; true").ok);
+    ASSERT_TRUE(waitUntil([&] { return held != nullptr; }));
+    ASSERT_TRUE(waitUntil([&] { return g_str_has_suffix(webkit_web_view_get_uri(view), "/web/held"); }));
+    setTitle(view, "Inbox (8) - intruder@example.com - Gmail");
+    EXPECT_EQ(count(account.id), 0);
+    EXPECT_EQ(store->account(account.id)->label, "other@example.com");
+    soup_server_message_set_status(held, 404, nullptr);
+    soup_server_message_unpause(held);
+    EXPECT_TRUE(waitLoaded(view));
 }
 
 TEST_F(UnreadCountsWebTest, OutlookIsPolledAndGmailIsNot) {
