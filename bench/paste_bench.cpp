@@ -10,8 +10,8 @@
 // caret after it needs the layout at once, where a paste without a caret
 // move would pay for it before the next frame instead.
 // Usage (needs a display): paste_bench [runs per case, default 7]
-#include "base/GRef.h"
-#include "bridges/PageBridges.h"
+#include "GRef.h"
+#include "PageBridges.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
 

@@ -14,7 +14,7 @@
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
 
-#include "accounts/Account.h"
+#include "Account.h"
 
 #include <algorithm>
 #include <cstdio>

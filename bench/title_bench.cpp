@@ -17,13 +17,13 @@
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
 
-#include "accounts/AppPaths.h"
-#include "accounts/AccountStore.h"
-#include "base/Files.h"
-#include "services/MailService.h"
-#include "web/AvatarRefresher.h"
-#include "web/DockBadge.h"
-#include "web/WebViewManager.h"
+#include "AppPaths.h"
+#include "AccountStore.h"
+#include "Files.h"
+#include "MailService.h"
+#include "AvatarRefresher.h"
+#include "DockBadge.h"
+#include "WebViewManager.h"
 
 #include <gtk/gtk.h>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "app/OrvaneApp.h"
+#include "OrvaneApp.h"
 
 int main(int argc, char** argv) {
     return orvane::runOrvane(argc, argv);

@@ -1,7 +1,7 @@
-#include "accounts/Account.h"
+#include "Account.h"
 
-#include "base/FileNames.h"
-#include "base/GRef.h"
+#include "FileNames.h"
+#include "GRef.h"
 
 #include <glib.h>
 #include <nlohmann/json.hpp>

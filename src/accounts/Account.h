@@ -1,6 +1,6 @@
 #pragma once
 
-#include "accounts/AccountService.h"
+#include "AccountService.h"
 
 #include <nlohmann/json_fwd.hpp>
 

@@ -1,4 +1,4 @@
-#include "accounts/AccountService.h"
+#include "AccountService.h"
 
 namespace orvane {
 

@@ -1,8 +1,8 @@
-#include "accounts/AccountStore.h"
+#include "AccountStore.h"
 
-#include "accounts/AccountsFile.h"
-#include "accounts/AppPaths.h"
-#include "base/Files.h"
+#include "AccountsFile.h"
+#include "AppPaths.h"
+#include "Files.h"
 
 #include <glib.h>
 

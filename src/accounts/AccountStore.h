@@ -1,8 +1,8 @@
 #pragma once
 
-#include "accounts/Account.h"
-#include "accounts/AccountsFile.h"
-#include "base/Observers.h"
+#include "Account.h"
+#include "AccountsFile.h"
+#include "Observers.h"
 
 #include <functional>
 #include <optional>

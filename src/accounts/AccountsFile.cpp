@@ -1,4 +1,4 @@
-#include "accounts/AccountsFile.h"
+#include "AccountsFile.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "accounts/Account.h"
+#include "Account.h"
 
 #include <cstddef>
 #include <optional>

@@ -1,6 +1,6 @@
-#include "accounts/AppPaths.h"
+#include "AppPaths.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 #include <glib.h>
 

@@ -1,4 +1,4 @@
-#include "app/AppResources.h"
+#include "AppResources.h"
 
 #include <mutex>
 

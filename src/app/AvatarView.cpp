@@ -1,8 +1,8 @@
-#include "app/AvatarView.h"
+#include "AvatarView.h"
 
-#include "accounts/AppPaths.h"
-#include "app/AvatarStyle.h"
-#include "base/GRef.h"
+#include "AppPaths.h"
+#include "AvatarStyle.h"
+#include "GRef.h"
 
 #include <algorithm>
 #include <cmath>

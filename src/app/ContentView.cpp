@@ -1,10 +1,10 @@
-#include "app/ContentView.h"
+#include "ContentView.h"
 
-#include "app/EmptyStateView.h"
-#include "app/SidebarView.h"
-#include "app/WebViewContainer.h"
-#include "services/ui/AccountPickerView.h"
-#include "web/WebViewManager.h"
+#include "EmptyStateView.h"
+#include "SidebarView.h"
+#include "WebViewContainer.h"
+#include "AccountPickerView.h"
+#include "WebViewManager.h"
 
 namespace orvane {
 

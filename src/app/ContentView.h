@@ -1,9 +1,9 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "base/GRef.h"
-#include "services/MailtoComponents.h"
-#include "services/MailtoRouter.h"
+#include "AccountStore.h"
+#include "GRef.h"
+#include "MailtoComponents.h"
+#include "MailtoRouter.h"
 
 #include <gtk/gtk.h>
 

@@ -1,4 +1,4 @@
-#include "app/EmptyStateView.h"
+#include "EmptyStateView.h"
 
 #include <adwaita.h>
 

@@ -1,6 +1,6 @@
-#include "app/MainWindow.h"
+#include "MainWindow.h"
 
-#include "app/ContentView.h"
+#include "ContentView.h"
 
 namespace orvane {
 

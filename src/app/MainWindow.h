@@ -1,7 +1,7 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "base/SignalConnection.h"
+#include "AccountStore.h"
+#include "SignalConnection.h"
 
 #include <adwaita.h>
 

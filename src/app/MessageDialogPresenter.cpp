@@ -1,6 +1,6 @@
-#include "app/MessageDialogPresenter.h"
+#include "MessageDialogPresenter.h"
 
-#include "web/ScriptDialogs.h"
+#include "ScriptDialogs.h"
 
 #include <adwaita.h>
 

@@ -1,12 +1,12 @@
-#include "app/OrvaneApp.h"
+#include "OrvaneApp.h"
 
-#include "maintenance/Beacon.h"
+#include "Beacon.h"
 
-#include "app/ContentView.h"
-#include "app/MainWindow.h"
-#include "app/MessageDialogPresenter.h"
-#include "base/BuildConfig.h"
-#include "web/NavigationDelegate.h"
+#include "ContentView.h"
+#include "MainWindow.h"
+#include "MessageDialogPresenter.h"
+#include "BuildConfig.h"
+#include "NavigationDelegate.h"
 
 #include <csignal>
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
-#include "maintenance/UpdaterController.h"
-#include "maintenance/ui/CheckForUpdatesAction.h"
-#include "web/WebViewManager.h"
+#include "AccountStore.h"
+#include "GRef.h"
+#include "SignalConnection.h"
+#include "UpdaterController.h"
+#include "CheckForUpdatesAction.h"
+#include "WebViewManager.h"
 
 #include <adwaita.h>
 

@@ -1,13 +1,13 @@
 // The application's commands: one GAction each, with the shortcuts and the
 // primary menu that offer them.
-#include "app/OrvaneApp.h"
+#include "OrvaneApp.h"
 
-#include "app/AppResources.h"
-#include "app/MainWindow.h"
-#include "base/BuildConfig.h"
-#include "bridges/NotificationRelay.h"
-#include "services/DefaultMailClient.h"
-#include "services/ui/SettingsView.h"
+#include "AppResources.h"
+#include "MainWindow.h"
+#include "BuildConfig.h"
+#include "NotificationRelay.h"
+#include "DefaultMailClient.h"
+#include "SettingsView.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
-#include "app/SidebarView.h"
+#include "SidebarView.h"
 
-#include "app/AppResources.h"
-#include "app/AvatarView.h"
-#include "web/WebViewManager.h"
+#include "AppResources.h"
+#include "AvatarView.h"
+#include "WebViewManager.h"
 
 #include <algorithm>
 

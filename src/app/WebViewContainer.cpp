@@ -1,6 +1,6 @@
-#include "app/WebViewContainer.h"
+#include "WebViewContainer.h"
 
-#include "web/WebViewManager.h"
+#include "WebViewManager.h"
 
 #include <set>
 

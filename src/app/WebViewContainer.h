@@ -1,7 +1,7 @@
 #pragma once
 
-#include "accounts/Account.h"
-#include "base/GRef.h"
+#include "Account.h"
+#include "GRef.h"
 
 #include <gtk/gtk.h>
 

@@ -1,4 +1,4 @@
-#include "base/DownloadGate.h"
+#include "DownloadGate.h"
 
 namespace orvane {
 

@@ -1,6 +1,6 @@
-#include "base/DownloadsFolder.h"
+#include "DownloadsFolder.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 #include <glib.h>
 #include <glib/gstdio.h>

@@ -1,6 +1,6 @@
-#include "base/FileNames.h"
+#include "FileNames.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 

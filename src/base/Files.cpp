@@ -1,7 +1,7 @@
-#include "base/Files.h"
+#include "Files.h"
 
-#include "base/FileNames.h"
-#include "base/GRef.h"
+#include "FileNames.h"
+#include "GRef.h"
 
 #include <glib.h>
 #include <glib/gstdio.h>

@@ -1,4 +1,4 @@
-#include "base/HTTPSession.h"
+#include "HTTPSession.h"
 
 namespace orvane::HTTPSession {
 

@@ -1,6 +1,6 @@
-#include "base/ImageBytes.h"
+#include "ImageBytes.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 

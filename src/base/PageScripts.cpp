@@ -1,6 +1,6 @@
-#include "base/PageScripts.h"
+#include "PageScripts.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <gio/gio.h>
 

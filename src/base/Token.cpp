@@ -1,4 +1,4 @@
-#include "base/Token.h"
+#include "Token.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,6 +1,6 @@
-#include "base/TrustedFolder.h"
+#include "TrustedFolder.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 

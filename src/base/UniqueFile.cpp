@@ -1,6 +1,6 @@
-#include "base/UniqueFile.h"
+#include "UniqueFile.h"
 
-#include "base/FileNames.h"
+#include "FileNames.h"
 
 #include <glib.h>
 

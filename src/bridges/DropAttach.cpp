@@ -1,10 +1,11 @@
-#include "bridges/DropAttach.h"
+#include "DropAttach.h"
 
-#include "base/PageScripts.h"
-#include "bridges/PendingDrops.h"
-#include "services/MailService.h"
-#include "web/FileChooserInterceptor.h"
-#include "web/ScriptResult.h"
+#include "PageScripts.h"
+#include "WebScripts.h"
+#include "PendingDrops.h"
+#include "MailService.h"
+#include "FileChooserInterceptor.h"
+#include "ScriptResult.h"
 
 #include <cmath>
 #include <utility>
@@ -264,7 +265,7 @@ void DropAttach::attachFailed() {
 }
 
 void DropAttach::clickAt(double x, double y) {
-    std::string_view script = PageScripts::text(kClickScript);
+    std::string_view script = WebScripts::text(kClickScript);
     if (script.empty())
         return;
     GVariantBuilder arguments;

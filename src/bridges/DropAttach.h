@@ -1,8 +1,8 @@
 #pragma once
 
-#include "accounts/AccountService.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
+#include "AccountService.h"
+#include "GRef.h"
+#include "SignalConnection.h"
 
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>

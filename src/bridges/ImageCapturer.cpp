@@ -1,6 +1,6 @@
-#include "bridges/ImageCapturer.h"
+#include "ImageCapturer.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 namespace orvane {
 

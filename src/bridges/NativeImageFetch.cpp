@@ -1,8 +1,8 @@
-#include "bridges/NativeImageFetch.h"
+#include "NativeImageFetch.h"
 
-#include "base/GRef.h"
-#include "base/HTTPSession.h"
-#include "base/ImageBytes.h"
+#include "GRef.h"
+#include "HTTPSession.h"
+#include "ImageBytes.h"
 
 #include <memory>
 

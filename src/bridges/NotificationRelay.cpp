@@ -1,10 +1,10 @@
-#include "bridges/NotificationRelay.h"
+#include "NotificationRelay.h"
 
-#include "accounts/Account.h"
-#include "base/GRef.h"
-#include "bridges/PageBridges.h"
-#include "services/MailService.h"
-#include "web/WebViewManager.h"
+#include "Account.h"
+#include "GRef.h"
+#include "PageBridges.h"
+#include "MailService.h"
+#include "WebViewManager.h"
 
 #include <gio/gio.h>
 

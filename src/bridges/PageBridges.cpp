@@ -1,6 +1,7 @@
-#include "bridges/PageBridges.h"
+#include "PageBridges.h"
 
-#include "base/PageScripts.h"
+#include "PageScripts.h"
+#include "WebScripts.h"
 
 #include <map>
 #include <string>
@@ -23,7 +24,7 @@ const std::vector<PageBridges::Item>& PageBridges::items() {
 }
 
 static WebKitUserScript* newScript(const PageBridges::Item& item) {
-    std::string_view text = PageScripts::text(item.name);
+    std::string_view text = WebScripts::text(item.name);
     if (text.empty())
         return nullptr;
     return webkit_user_script_new(std::string(text).c_str(), WEBKIT_USER_CONTENT_INJECT_ALL_FRAMES, item.time, nullptr,

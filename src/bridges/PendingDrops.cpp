@@ -1,6 +1,6 @@
-#include "bridges/PendingDrops.h"
+#include "PendingDrops.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <algorithm>
 

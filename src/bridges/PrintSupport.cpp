@@ -1,6 +1,6 @@
-#include "bridges/PrintSupport.h"
+#include "PrintSupport.h"
 
-#include "bridges/PageBridges.h"
+#include "PageBridges.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "base/GRef.h"
-#include "base/PrintGate.h"
-#include "web/WebViewManager.h"
+#include "GRef.h"
+#include "PrintGate.h"
+#include "WebViewManager.h"
 
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>

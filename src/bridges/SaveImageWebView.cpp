@@ -1,12 +1,13 @@
-#include "bridges/SaveImageWebView.h"
+#include "SaveImageWebView.h"
 
-#include "base/DownloadsFolder.h"
-#include "base/ImageBytes.h"
-#include "base/PageScripts.h"
-#include "base/UniqueFile.h"
-#include "bridges/NativeImageFetch.h"
-#include "bridges/PageBridges.h"
-#include "web/WebViewManager.h"
+#include "DownloadsFolder.h"
+#include "ImageBytes.h"
+#include "PageScripts.h"
+#include "WebScripts.h"
+#include "UniqueFile.h"
+#include "NativeImageFetch.h"
+#include "PageBridges.h"
+#include "WebViewManager.h"
 
 #include <cstring>
 #include <memory>
@@ -160,7 +161,7 @@ void SaveImageWebView::fetchInPage(std::shared_ptr<SaveTask> task) {
     SaveImageWebView* self = of(view.get());
     if (!self)
         return;
-    std::string_view body = PageScripts::text(kFetchScript);
+    std::string_view body = WebScripts::text(kFetchScript);
     GVariantBuilder arguments;
     g_variant_builder_init(&arguments, G_VARIANT_TYPE_VARDICT);
     g_variant_builder_add(&arguments, "{sv}", "src", g_variant_new_string(task->src.c_str()));

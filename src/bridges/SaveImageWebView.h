@@ -1,9 +1,9 @@
 #pragma once
 
-#include "accounts/AccountService.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
-#include "bridges/ImageCapturer.h"
+#include "AccountService.h"
+#include "GRef.h"
+#include "SignalConnection.h"
+#include "ImageCapturer.h"
 
 #include <webkit/webkit.h>
 

@@ -1,6 +1,6 @@
-#include "maintenance/Appcast.h"
+#include "Appcast.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 #include <libxml/HTMLparser.h>

@@ -1,8 +1,8 @@
-#include "maintenance/Beacon.h"
+#include "Beacon.h"
 
-#include "base/BuildConfig.h"
-#include "base/HTTPSession.h"
-#include "maintenance/SystemVersion.h"
+#include "BuildConfig.h"
+#include "HTTPSession.h"
+#include "SystemVersion.h"
 
 #include <glib.h>
 #include <libsoup/soup.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/GRef.h"
-#include "maintenance/Preferences.h"
+#include "GRef.h"
+#include "Preferences.h"
 
 #include <functional>
 #include <string>

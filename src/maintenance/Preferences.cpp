@@ -1,8 +1,8 @@
-#include "maintenance/Preferences.h"
+#include "Preferences.h"
 
-#include "accounts/AppPaths.h"
-#include "base/Files.h"
-#include "base/GRef.h"
+#include "AppPaths.h"
+#include "Files.h"
+#include "GRef.h"
 
 #include <glib.h>
 

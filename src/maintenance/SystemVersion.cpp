@@ -1,6 +1,6 @@
-#include "maintenance/SystemVersion.h"
+#include "SystemVersion.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "base/GRef.h"
-#include "base/Observers.h"
-#include "maintenance/Appcast.h"
+#include "GRef.h"
+#include "Observers.h"
+#include "Appcast.h"
 
 #include <functional>
 #include <optional>

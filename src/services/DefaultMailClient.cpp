@@ -1,7 +1,7 @@
-#include "services/DefaultMailClient.h"
+#include "DefaultMailClient.h"
 
-#include "base/BuildConfig.h"
-#include "base/GRef.h"
+#include "BuildConfig.h"
+#include "GRef.h"
 
 #include <gio/gdesktopappinfo.h>
 

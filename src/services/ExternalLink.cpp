@@ -1,7 +1,7 @@
-#include "services/ExternalLink.h"
+#include "ExternalLink.h"
 
-#include "base/GRef.h"
-#include "services/MailService.h"
+#include "GRef.h"
+#include "MailService.h"
 
 #include <glib.h>
 

@@ -1,10 +1,10 @@
-#include "services/MailService.h"
+#include "MailService.h"
 
-#include "base/Files.h"
-#include "base/GRef.h"
-#include "base/PageScripts.h"
-#include "services/ScriptTemplate.h"
-#include "services/TitleParsers.h"
+#include "Files.h"
+#include "GRef.h"
+#include "PageScripts.h"
+#include "ScriptTemplate.h"
+#include "TitleParsers.h"
 
 #include <glib.h>
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "accounts/AccountService.h"
-#include "services/MailtoComponents.h"
+#include "AccountService.h"
+#include "MailtoComponents.h"
 
 #include <cstdint>
 #include <functional>

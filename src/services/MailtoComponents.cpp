@@ -1,6 +1,6 @@
-#include "services/MailtoComponents.h"
+#include "MailtoComponents.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 

@@ -1,4 +1,4 @@
-#include "services/MailtoRouter.h"
+#include "MailtoRouter.h"
 
 namespace orvane {
 

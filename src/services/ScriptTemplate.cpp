@@ -1,4 +1,4 @@
-#include "services/ScriptTemplate.h"
+#include "ScriptTemplate.h"
 
 namespace orvane {
 

@@ -1,4 +1,4 @@
-#include "services/SenderChoice.h"
+#include "SenderChoice.h"
 
 namespace orvane::SenderChoice {
 

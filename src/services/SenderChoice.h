@@ -1,7 +1,7 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "services/MailtoComponents.h"
+#include "AccountStore.h"
+#include "MailtoComponents.h"
 
 #include <cstddef>
 #include <optional>

@@ -1,6 +1,6 @@
-#include "services/TitleParsers.h"
+#include "TitleParsers.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <glib.h>
 

@@ -1,7 +1,7 @@
-#include "web/AvatarDownload.h"
+#include "AvatarDownload.h"
 
-#include "base/GRef.h"
-#include "base/HTTPSession.h"
+#include "GRef.h"
+#include "HTTPSession.h"
 
 #include <libsoup/soup.h>
 

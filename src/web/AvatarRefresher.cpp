@@ -1,13 +1,13 @@
-#include "web/AvatarRefresher.h"
+#include "AvatarRefresher.h"
 
-#include "accounts/AppPaths.h"
-#include "base/Files.h"
-#include "base/PageScripts.h"
-#include "services/MailService.h"
-#include "web/AvatarDownload.h"
-#include "web/AvatarPhoto.h"
-#include "web/PageProbe.h"
-#include "web/WebViewManager.h"
+#include "AppPaths.h"
+#include "Files.h"
+#include "PageScripts.h"
+#include "MailService.h"
+#include "AvatarDownload.h"
+#include "AvatarPhoto.h"
+#include "PageProbe.h"
+#include "WebViewManager.h"
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gdk/gdk.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/GRef.h"
-#include "base/Observers.h"
+#include "GRef.h"
+#include "Observers.h"
 
 #include <webkit/webkit.h>
 

@@ -1,6 +1,6 @@
-#include "web/DockBadge.h"
+#include "DockBadge.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <gio/gio.h>
 

@@ -1,7 +1,7 @@
-#include "web/DownloadDestination.h"
+#include "DownloadDestination.h"
 
-#include "base/DownloadsFolder.h"
-#include "base/UniqueFile.h"
+#include "DownloadsFolder.h"
+#include "UniqueFile.h"
 
 #include <optional>
 #include <string>

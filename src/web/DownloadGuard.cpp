@@ -1,7 +1,7 @@
-#include "web/DownloadGuard.h"
+#include "DownloadGuard.h"
 
-#include "web/DownloadDestination.h"
-#include "web/ScriptDialogs.h"
+#include "DownloadDestination.h"
+#include "ScriptDialogs.h"
 
 #include <gtk/gtk.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "base/DownloadGate.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
+#include "DownloadGate.h"
+#include "GRef.h"
+#include "SignalConnection.h"
 
 #include <webkit/webkit.h>
 

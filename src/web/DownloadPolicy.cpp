@@ -1,6 +1,6 @@
-#include "web/DownloadPolicy.h"
+#include "DownloadPolicy.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <libsoup/soup.h>
 

@@ -1,4 +1,4 @@
-#include "web/FileChooserInterceptor.h"
+#include "FileChooserInterceptor.h"
 
 namespace orvane::FileChooserInterceptor {
 

@@ -1,7 +1,7 @@
-#include "web/FilePanels.h"
+#include "FilePanels.h"
 
-#include "base/GRef.h"
-#include "web/FileChooserInterceptor.h"
+#include "GRef.h"
+#include "FileChooserInterceptor.h"
 
 #include <string>
 #include <vector>

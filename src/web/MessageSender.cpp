@@ -1,9 +1,9 @@
-#include "web/MessageSender.h"
+#include "MessageSender.h"
 
-#include "base/GRef.h"
-#include "services/MailService.h"
-#include "web/PageAddress.h"
-#include "web/PageStamp.h"
+#include "GRef.h"
+#include "MailService.h"
+#include "PageAddress.h"
+#include "PageStamp.h"
 
 #include <cstring>
 #include <optional>

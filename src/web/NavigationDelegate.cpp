@@ -1,9 +1,9 @@
-#include "web/NavigationDelegate.h"
+#include "NavigationDelegate.h"
 
-#include "services/MailService.h"
-#include "web/DownloadPolicy.h"
-#include "web/FilePanels.h"
-#include "web/ScriptDialogs.h"
+#include "MailService.h"
+#include "DownloadPolicy.h"
+#include "FilePanels.h"
+#include "ScriptDialogs.h"
 
 #include <algorithm>
 #include <optional>

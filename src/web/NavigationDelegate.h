@@ -1,10 +1,10 @@
 #pragma once
 
-#include "accounts/AccountService.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
-#include "services/ExternalLink.h"
-#include "web/DownloadGuard.h"
+#include "AccountService.h"
+#include "GRef.h"
+#include "SignalConnection.h"
+#include "ExternalLink.h"
+#include "DownloadGuard.h"
 
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>

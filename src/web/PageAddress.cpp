@@ -1,4 +1,4 @@
-#include "web/PageAddress.h"
+#include "PageAddress.h"
 
 namespace orvane {
 

@@ -1,6 +1,6 @@
-#include "web/PageProbe.h"
+#include "PageProbe.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <cstring>
 #include <memory>

@@ -1,7 +1,7 @@
-#include "web/PageStamp.h"
+#include "PageStamp.h"
 
-#include "base/GRef.h"
-#include "base/TrustedFolder.h"
+#include "GRef.h"
+#include "TrustedFolder.h"
 
 #include <webkit/webkit.h>
 

@@ -1,6 +1,6 @@
-#include "web/ScriptDialogs.h"
+#include "ScriptDialogs.h"
 
-#include "base/FileNames.h"
+#include "FileNames.h"
 
 #include <memory>
 #include <utility>

@@ -1,6 +1,6 @@
-#include "web/ScriptResult.h"
+#include "ScriptResult.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 namespace orvane {
 

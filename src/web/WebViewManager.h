@@ -1,9 +1,9 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "base/GRef.h"
-#include "base/Observers.h"
-#include "services/MailtoComponents.h"
+#include "AccountStore.h"
+#include "GRef.h"
+#include "Observers.h"
+#include "MailtoComponents.h"
 
 #include <webkit/webkit.h>
 

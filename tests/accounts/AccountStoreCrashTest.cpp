@@ -1,10 +1,10 @@
-#include "accounts/AccountStore.h"
+#include "AccountStore.h"
 
-#include "accounts/AppPaths.h"
-#include "base/Files.h"
-#include "base/GRef.h"
-#include "base/UniqueFile.h"
-#include "maintenance/Preferences.h"
+#include "AppPaths.h"
+#include "Files.h"
+#include "GRef.h"
+#include "UniqueFile.h"
+#include "Preferences.h"
 #include "support/LoggedWarnings.h"
 #include "support/TestEnvironment.h"
 

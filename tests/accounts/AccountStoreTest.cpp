@@ -1,8 +1,8 @@
-#include "accounts/AccountStore.h"
+#include "AccountStore.h"
 
-#include "accounts/AppPaths.h"
-#include "base/Files.h"
-#include "base/GRef.h"
+#include "AppPaths.h"
+#include "Files.h"
+#include "GRef.h"
 #include "support/LoggedWarnings.h"
 #include "support/TestEnvironment.h"
 

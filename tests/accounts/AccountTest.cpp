@@ -1,4 +1,4 @@
-#include "accounts/Account.h"
+#include "Account.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

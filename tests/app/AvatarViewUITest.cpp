@@ -1,10 +1,10 @@
-#include "app/AvatarView.h"
+#include "AvatarView.h"
 
-#include "accounts/AppPaths.h"
-#include "app/AvatarStyle.h"
-#include "base/Files.h"
+#include "AppPaths.h"
+#include "AvatarStyle.h"
+#include "Files.h"
 #include "support/TestEnvironment.h"
-#include "app/WidgetPixels.h"
+#include "WidgetPixels.h"
 
 #include <adwaita.h>
 #include <gtest/gtest.h>

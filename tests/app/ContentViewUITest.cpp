@@ -1,11 +1,11 @@
 // The main window's content: the empty state, the working layout and the web
 // area's rules (one view per account, added once, only the selected shown).
-#include "app/ContentView.h"
+#include "ContentView.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
-#include "web/WebViewManager.h"
+#include "WebViewManager.h"
 
 #include <adwaita.h>
 #include <gtest/gtest.h>

@@ -1,13 +1,13 @@
-#include "app/SidebarView.h"
+#include "SidebarView.h"
 
-#include "accounts/AppPaths.h"
-#include "app/AvatarView.h"
-#include "base/Files.h"
+#include "AppPaths.h"
+#include "AvatarView.h"
+#include "Files.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
-#include "web/WebViewManager.h"
-#include "app/WidgetPixels.h"
-#include "app/XInput.h"
+#include "WebViewManager.h"
+#include "WidgetPixels.h"
+#include "XInput.h"
 
 #include <adwaita.h>
 #include <gtest/gtest.h>

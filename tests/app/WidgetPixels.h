@@ -2,7 +2,7 @@
 
 // Renders a realized widget tree to pixels so tests can look at colours.
 
-#include "base/GRef.h"
+#include "GRef.h"
 #include "support/Wait.h"
 
 #include <gtk/gtk.h>

@@ -1,7 +1,7 @@
-#include "base/GRef.h"
-#include "base/Observers.h"
-#include "base/PageScripts.h"
-#include "base/SignalConnection.h"
+#include "GRef.h"
+#include "Observers.h"
+#include "PageScripts.h"
+#include "SignalConnection.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "base/DownloadsFolder.h"
-#include "base/FileNames.h"
-#include "base/Files.h"
-#include "base/UniqueFile.h"
+#include "DownloadsFolder.h"
+#include "FileNames.h"
+#include "Files.h"
+#include "UniqueFile.h"
 #include "support/TestEnvironment.h"
 
 #include <gtest/gtest.h>

@@ -2,8 +2,8 @@
 // download gate's counting, question and answers, and the print gate's quiet
 // time after the dialog (the print-to-file mode has no dialog, so this is
 // where the rule shows).
-#include "base/DownloadGate.h"
-#include "base/PrintGate.h"
+#include "DownloadGate.h"
+#include "PrintGate.h"
 
 #include <gtest/gtest.h>
 

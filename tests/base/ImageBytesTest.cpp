@@ -1,4 +1,4 @@
-#include "base/ImageBytes.h"
+#include "ImageBytes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Which folders code may be loaded from (the web-process extension's): only
 // ones that no other user can change.
-#include "base/TrustedFolder.h"
+#include "TrustedFolder.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/TestEnvironment.h"
 
 #include <gtest/gtest.h>

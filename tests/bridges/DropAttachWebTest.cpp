@@ -3,9 +3,9 @@
 // a real GdkFileList, the attach flow up to the page's file input, and drops
 // of things that are not ordinary files. Real drags with the mouse are in
 // tests/e2e/DropAttachTest.cpp.
-#include "bridges/DropAttach.h"
-#include "bridges/PendingDrops.h"
-#include "services/MailService.h"
+#include "DropAttach.h"
+#include "PendingDrops.h"
+#include "MailService.h"
 #include "web/ManagerWebFixture.h"
 
 #include <glib/gstdio.h>

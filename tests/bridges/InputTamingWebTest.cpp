@@ -1,7 +1,7 @@
 // The input-taming script in a real page: every element that takes focus, in
 // every frame and whenever it was made, has correction, capitalisation and
 // writing suggestions switched off.
-#include "bridges/PageBridges.h"
+#include "PageBridges.h"
 #include "support/WebViewTest.h"
 
 namespace orvane::test {

@@ -1,8 +1,8 @@
 // What the relay accepts from a page and what it makes of it. Showing and
 // clicking desktop notifications is tested end to end (tests/e2e).
-#include "bridges/NotificationRelay.h"
+#include "NotificationRelay.h"
 
-#include "accounts/Account.h"
+#include "Account.h"
 #include "web/ManagerWebFixture.h"
 
 namespace orvane::test {

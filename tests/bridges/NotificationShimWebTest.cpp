@@ -1,6 +1,6 @@
 // notification-shim.js in real account views: what the page sees of
 // Notification, what it posts to orvaneNotify, and what a click runs.
-#include "base/PageScripts.h"
+#include "WebScripts.h"
 #include "web/ManagerWebFixture.h"
 
 namespace orvane::test {
@@ -63,7 +63,7 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationThatPostsEachOneWith
 
     // A second injection into the same frame leaves the first shim working.
     run(view, "window.firstShim = window.Notification; true");
-    run(view, std::string(PageScripts::text("bridges/notification-shim.js")) + "; true");
+    run(view, std::string(WebScripts::text("bridges/notification-shim.js")) + "; true");
     EXPECT_EQ(run(view, "window.Notification === window.firstShim"), true);
     run(view, "new Notification('After'); true");
     ASSERT_TRUE(waitUntil([&] { return received.size() == 4; }));

@@ -1,5 +1,5 @@
-#include "bridges/NativeImageFetch.h"
-#include "bridges/SaveImageWebView.h"
+#include "NativeImageFetch.h"
+#include "SaveImageWebView.h"
 
 #include "app/XInput.h"
 #include "web/ManagerWebFixture.h"

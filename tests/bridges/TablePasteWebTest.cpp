@@ -1,9 +1,9 @@
 // The table-paste script in a real page, driven by real paste events: a
 // ClipboardEvent carrying a DataTransfer, dispatched on the element the user
 // pastes into, with the caret at the end of that element.
-#include "base/PageScripts.h"
-#include "bridges/PageBridges.h"
-#include "services/MailService.h"
+#include "WebScripts.h"
+#include "PageBridges.h"
+#include "MailService.h"
 #include "support/WebViewTest.h"
 
 namespace orvane::test {
@@ -199,7 +199,7 @@ TEST_F(TablePasteWebTest, CellTextIsNeverMarkup) {
 
 TEST_F(TablePasteWebTest, EveryFrameConvertsOnceAndLargePastesEnd) {
     // A second injection of the script into the same frame adds nothing.
-    std::string script(PageScripts::text("bridges/table-paste.js"));
+    std::string script(WebScripts::text("bridges/table-paste.js"));
     ASSERT_TRUE(runJS(script).ok);
     EXPECT_EQ(paste("| a |\n|---|"), taken());
     EXPECT_EQ(js("document.querySelectorAll('#editor table').length"), 1);

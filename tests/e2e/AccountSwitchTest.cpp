@@ -1,7 +1,7 @@
 // Switching accounts shows another page without reloading any.
 #include "E2ETest.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 #include <sys/resource.h>
 

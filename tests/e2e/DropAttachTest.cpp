@@ -5,7 +5,7 @@
 #include "DragSource.h"
 #include "E2ETest.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/FixturePageScript.h"
 #include "support/TestEnvironment.h"
 

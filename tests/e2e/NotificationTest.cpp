@@ -5,8 +5,8 @@
 #include "E2ETest.h"
 #include "PageRemote.h"
 
-#include "accounts/Account.h"
-#include "base/Files.h"
+#include "Account.h"
+#include "Files.h"
 #include "support/BusCall.h"
 #include "support/FakeGtkNotifications.h"
 #include "support/NotificationDaemonMock.h"

@@ -2,7 +2,7 @@
 // pop-ups of in-app addresses in small windows of their own.
 #include "E2ETest.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 namespace orvane::test {
 

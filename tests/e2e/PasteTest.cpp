@@ -3,7 +3,7 @@
 // reaches the page as soon as the window shows.
 #include "E2ETest.h"
 
-#include "accounts/Account.h"
+#include "Account.h"
 #include "support/TestEnvironment.h"
 
 #include <gtk/gtk.h>

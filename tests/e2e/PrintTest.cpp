@@ -4,7 +4,7 @@
 #include "E2ETest.h"
 #include "PageRemote.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/ChildProcess.h"
 
 #include <glib/gstdio.h>

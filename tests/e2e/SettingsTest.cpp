@@ -3,7 +3,7 @@
 // mimeapps.list before and after app.make-default.
 #include "E2ETest.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 namespace orvane::test {
 

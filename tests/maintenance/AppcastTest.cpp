@@ -1,4 +1,4 @@
-#include "maintenance/Appcast.h"
+#include "Appcast.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
-#include "maintenance/Beacon.h"
+#include "Beacon.h"
 
-#include "base/Files.h"
-#include "maintenance/SilentServer.h"
-#include "maintenance/SystemVersion.h"
+#include "Files.h"
+#include "SilentServer.h"
+#include "SystemVersion.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"

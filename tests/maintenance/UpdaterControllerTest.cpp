@@ -1,6 +1,6 @@
-#include "maintenance/UpdaterController.h"
+#include "UpdaterController.h"
 
-#include "maintenance/SilentServer.h"
+#include "SilentServer.h"
 #include "support/FixtureServer.h"
 #include "support/Wait.h"
 

@@ -1,8 +1,8 @@
 // The default-mail-app question and request against a real GIO registry:
 // desktop files in this process's user data folder and its mimeapps.list.
-#include "services/DefaultMailClient.h"
+#include "DefaultMailClient.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/Wait.h"
 
 #include <gio/gio.h>

@@ -1,7 +1,7 @@
 // What an address leaving an account's pages may become: an http(s) address
 // for the browser (unwrapped from Google's redirect wrappers), a mailto: link
 // for Orvane's own routing, or nothing.
-#include "services/ExternalLink.h"
+#include "ExternalLink.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "services/MailService.h"
+#include "MailService.h"
 
-#include "base/Files.h"
-#include "base/GRef.h"
-#include "base/PageScripts.h"
-#include "services/ScriptTemplate.h"
+#include "Files.h"
+#include "GRef.h"
+#include "PageScripts.h"
+#include "ScriptTemplate.h"
 #include "support/TestEnvironment.h"
 
 #include <glib.h>

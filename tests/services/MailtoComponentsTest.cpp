@@ -1,4 +1,4 @@
-#include "services/MailtoComponents.h"
+#include "MailtoComponents.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // Routing a mailto: link to a sending account: which links are taken, when
 // the picker waits, and what a choice writes to the store.
-#include "services/MailtoRouter.h"
+#include "MailtoRouter.h"
 
-#include "accounts/AppPaths.h"
-#include "base/Files.h"
-#include "services/MailService.h"
-#include "services/SenderChoice.h"
+#include "AppPaths.h"
+#include "Files.h"
+#include "MailService.h"
+#include "SenderChoice.h"
 #include "support/TestEnvironment.h"
 
 #include <gtest/gtest.h>

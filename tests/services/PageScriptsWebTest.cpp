@@ -1,8 +1,8 @@
-#include "base/PageScripts.h"
-#include "services/MailService.h"
+#include "PageScripts.h"
+#include "MailService.h"
 #include "support/WebViewTest.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 namespace orvane::test {
 namespace {

@@ -1,5 +1,5 @@
 // What the sender picker offers, highlights and says.
-#include "services/SenderChoice.h"
+#include "SenderChoice.h"
 
 #include "support/TestEnvironment.h"
 

@@ -1,4 +1,4 @@
-#include "services/TitleParsers.h"
+#include "TitleParsers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "support/FixturePageScript.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/FixtureServer.h"
 
 namespace orvane::test {

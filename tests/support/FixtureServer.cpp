@@ -1,6 +1,6 @@
 #include "support/FixtureServer.h"
 
-#include "base/Files.h"
+#include "Files.h"
 
 #include <glib.h>
 

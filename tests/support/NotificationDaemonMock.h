@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/GRef.h"
+#include "GRef.h"
 #include "support/ChildProcess.h"
 #include "support/NotificationServer.h"
 

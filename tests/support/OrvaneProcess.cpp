@@ -1,6 +1,6 @@
 #include "support/OrvaneProcess.h"
 
-#include "base/Files.h"
+#include "Files.h"
 #include "support/BusCall.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"

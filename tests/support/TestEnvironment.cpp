@@ -1,7 +1,7 @@
 #include "support/TestEnvironment.h"
 
-#include "base/Files.h"
-#include "base/GRef.h"
+#include "Files.h"
+#include "GRef.h"
 
 #include <glib.h>
 

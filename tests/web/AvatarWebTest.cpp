@@ -1,9 +1,9 @@
-#include "accounts/AppPaths.h"
-#include "base/Token.h"
-#include "web/AvatarPhoto.h"
-#include "web/AvatarRefresher.h"
+#include "AppPaths.h"
+#include "Token.h"
+#include "AvatarPhoto.h"
+#include "AvatarRefresher.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 

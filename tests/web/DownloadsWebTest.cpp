@@ -1,10 +1,10 @@
 #include "app/XInput.h"
-#include "bridges/SaveImageWebView.h"
-#include "web/DownloadDestination.h"
-#include "web/DownloadGuard.h"
-#include "web/ScriptDialogs.h"
+#include "SaveImageWebView.h"
+#include "DownloadDestination.h"
+#include "DownloadGuard.h"
+#include "ScriptDialogs.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 #include <glib/gstdio.h>
 

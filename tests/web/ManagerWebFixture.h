@@ -4,15 +4,15 @@
 // services pointed at the fixture server. Shared by the *WebTest.cpp files of
 // this folder.
 
-#include "accounts/AccountStore.h"
-#include "base/Files.h"
-#include "services/MailService.h"
+#include "AccountStore.h"
+#include "Files.h"
+#include "MailService.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
 #include "support/WebViewTest.h"
-#include "web/NavigationDelegate.h"
-#include "web/WebViewManager.h"
+#include "NavigationDelegate.h"
+#include "WebViewManager.h"
 
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>

@@ -1,8 +1,8 @@
-#include "services/MailService.h"
-#include "web/MessageSender.h"
-#include "web/PageStamp.h"
+#include "MailService.h"
+#include "MessageSender.h"
+#include "PageStamp.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {

@@ -1,6 +1,6 @@
-#include "web/NavigationDelegate.h"
+#include "NavigationDelegate.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {

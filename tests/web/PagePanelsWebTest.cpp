@@ -1,8 +1,8 @@
-#include "app/MessageDialogPresenter.h"
-#include "web/FileChooserInterceptor.h"
-#include "web/ScriptDialogs.h"
+#include "MessageDialogPresenter.h"
+#include "FileChooserInterceptor.h"
+#include "ScriptDialogs.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 #include <adwaita.h>
 

@@ -1,5 +1,5 @@
 #include "support/WebViewTest.h"
-#include "web/PageProbe.h"
+#include "PageProbe.h"
 
 namespace orvane::test {
 namespace {

@@ -1,8 +1,8 @@
-#include "accounts/AppPaths.h"
-#include "services/MailService.h"
-#include "web/DockBadge.h"
+#include "AppPaths.h"
+#include "MailService.h"
+#include "DockBadge.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {

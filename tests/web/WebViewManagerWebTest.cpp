@@ -1,6 +1,6 @@
-#include "accounts/AppPaths.h"
+#include "AppPaths.h"
 
-#include "web/ManagerWebFixture.h"
+#include "ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {

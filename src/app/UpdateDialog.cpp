@@ -1,7 +1,7 @@
-#include "maintenance/ui/UpdateDialog.h"
+#include "UpdateDialog.h"
 
-#include "base/GRef.h"
-#include "services/ExternalLink.h"
+#include "GRef.h"
+#include "ExternalLink.h"
 
 #include <memory>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
-#include "services/MailtoComponents.h"
+#include "AccountStore.h"
+#include "GRef.h"
+#include "SignalConnection.h"
+#include "MailtoComponents.h"
 
 #include <gtk/gtk.h>
 

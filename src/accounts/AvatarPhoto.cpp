@@ -1,9 +1,9 @@
-#include "web/AvatarPhoto.h"
+#include "AvatarPhoto.h"
 
-#include "base/ImageBytes.h"
+#include "ImageBytes.h"
 
-#include "accounts/Account.h"
-#include "base/Token.h"
+#include "Account.h"
+#include "Token.h"
 
 #include <cstdint>
 

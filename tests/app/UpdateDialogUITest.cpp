@@ -1,7 +1,7 @@
-#include "maintenance/ui/CheckForUpdatesAction.h"
-#include "maintenance/ui/UpdateDialog.h"
+#include "CheckForUpdatesAction.h"
+#include "UpdateDialog.h"
 
-#include "app/WidgetPixels.h"
+#include "WidgetPixels.h"
 #include "support/FixtureServer.h"
 #include "support/Wait.h"
 

@@ -1,6 +1,6 @@
-#include "app/AvatarStyle.h"
+#include "AvatarStyle.h"
 
-#include "base/GRef.h"
+#include "GRef.h"
 
 #include <pango/pango.h>
 

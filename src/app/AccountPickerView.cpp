@@ -1,8 +1,8 @@
-#include "services/ui/AccountPickerView.h"
+#include "AccountPickerView.h"
 
-#include "app/AppResources.h"
-#include "app/AvatarView.h"
-#include "services/SenderChoice.h"
+#include "AppResources.h"
+#include "AvatarView.h"
+#include "SenderChoice.h"
 
 #include <adwaita.h>
 
@@ -20,7 +20,7 @@ void ensureStyle(GdkDisplay* display) {
         return;
     ensureUIResources();
     auto provider = adopt(gtk_css_provider_new());
-    gtk_css_provider_load_from_resource(provider.get(), "/app/orvane/Orvane/services/ui/AccountPickerView.css");
+    gtk_css_provider_load_from_resource(provider.get(), "/app/orvane/Orvane/app/AccountPickerView.css");
     gtk_style_context_add_provider_for_display(display, GTK_STYLE_PROVIDER(provider.get()),
         GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
     g_object_set_data_full(G_OBJECT(display), "orvane-picker-style", provider.release(), g_object_unref);

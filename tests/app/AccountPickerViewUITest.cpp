@@ -1,16 +1,16 @@
 // The sender picker in the main window's content, driven by real keys and
 // clicks through the X server: which account each key picks, what a cancel
 // leaves behind, and what the card shows.
-#include "services/ui/AccountPickerView.h"
+#include "AccountPickerView.h"
 
-#include "app/AvatarView.h"
-#include "app/ContentView.h"
-#include "app/WidgetPixels.h"
-#include "app/XInput.h"
-#include "base/Files.h"
+#include "AvatarView.h"
+#include "ContentView.h"
+#include "WidgetPixels.h"
+#include "XInput.h"
+#include "Files.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
-#include "web/WebViewManager.h"
+#include "WebViewManager.h"
 
 #include <adwaita.h>
 #include <gtest/gtest.h>

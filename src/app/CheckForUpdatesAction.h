@@ -1,9 +1,9 @@
 #pragma once
 
-#include "base/GRef.h"
-#include "base/Observers.h"
-#include "base/SignalConnection.h"
-#include "maintenance/UpdaterController.h"
+#include "GRef.h"
+#include "Observers.h"
+#include "SignalConnection.h"
+#include "UpdaterController.h"
 
 #include <gtk/gtk.h>
 

@@ -1,7 +1,7 @@
-#include "services/ui/SettingsView.h"
+#include "SettingsView.h"
 
-#include "services/DefaultMailClient.h"
-#include "web/WebViewManager.h"
+#include "DefaultMailClient.h"
+#include "WebViewManager.h"
 
 #include <algorithm>
 

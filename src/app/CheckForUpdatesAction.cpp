@@ -1,6 +1,6 @@
-#include "maintenance/ui/CheckForUpdatesAction.h"
+#include "CheckForUpdatesAction.h"
 
-#include "maintenance/ui/UpdateDialog.h"
+#include "UpdateDialog.h"
 
 namespace orvane {
 

@@ -1,6 +1,6 @@
 // Pure rules of the avatar tile (they live in the app layer, so they are
 // built with the UI tests).
-#include "app/AvatarStyle.h"
+#include "AvatarStyle.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "maintenance/UpdaterController.h"
+#include "UpdaterController.h"
 
 #include <adwaita.h>
 

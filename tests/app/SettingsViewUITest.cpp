@@ -1,16 +1,16 @@
 // The preferences window: every control writes accounts.json at once, the
 // sending-account choice follows its shown-selection rule, and the default
 // email app row follows the desktop's mimeapps.list.
-#include "services/ui/SettingsView.h"
+#include "SettingsView.h"
 
-#include "accounts/AppPaths.h"
-#include "app/WidgetPixels.h"
-#include "app/XInput.h"
-#include "base/Files.h"
-#include "services/DefaultMailClient.h"
+#include "AppPaths.h"
+#include "WidgetPixels.h"
+#include "XInput.h"
+#include "Files.h"
+#include "DefaultMailClient.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
-#include "web/WebViewManager.h"
+#include "WebViewManager.h"
 
 #include <adwaita.h>
 #include <glib/gstdio.h>

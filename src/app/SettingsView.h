@@ -1,8 +1,8 @@
 #pragma once
 
-#include "accounts/AccountStore.h"
-#include "base/GRef.h"
-#include "base/SignalConnection.h"
+#include "AccountStore.h"
+#include "GRef.h"
+#include "SignalConnection.h"
 
 #include <adwaita.h>
 
