@@ -6,14 +6,14 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
+#include <deque>
 
 namespace orvane::test {
 
 // Runs the real orvane against the pages of tests/fixtures/e2e: each account
 // page fills the window with one colour and reports its loads at
-// /e2e/loaded?page=<name>, so a test can see which page is on screen and
-// count how often each was loaded.
+// /e2e/loaded?page=<name>, so a test sees which page is on screen and how
+// often each was loaded.
 class E2ETest : public ::testing::Test {
 protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
@@ -24,43 +24,47 @@ protected:
     // pages may still call the handlers a test gave the server.
     void TearDown() override { orvane.stop(5s); }
 
-    // Points Gmail, Outlook and Google Calendar at the pages and starts orvane.
     bool startOrvane(const std::string& gmailPage = "/e2e/red.html", const std::string& outlookPage = "/e2e/green.html",
-        const std::string& calendarPage = "/e2e/blue.html") {
+        const std::string& calendarPage = "/e2e/blue.html", const std::vector<std::string>& arguments = {}) {
         orvane.overrideServices(server, gmailPage, outlookPage, calendarPage);
-        return orvane.start();
+        return orvane.start(arguments);
     }
 
-    // The one main window, once it is on screen.
-    unsigned long mainWindow() {
-        std::vector<unsigned long> windows;
-        waitUntil([&] { return (windows = orvane.windowsTitled("Orvane")).size() == 1; }, 20s);
-        return windows.size() == 1 ? windows.front() : 0;
+    // The windows titled "Orvane" once there are `count` of them, the main
+    // window (found first) first.
+    std::vector<unsigned long> windows(size_t count = 1) {
+        std::vector<unsigned long> found;
+        waitUntil([&] { return (found = orvane.windowsTitled("Orvane")).size() == count; }, 20s);
+        if (found.size() == count && m_main && found.front() != m_main)
+            std::swap(found.front(), found.back());
+        if (found.size() == 1)
+            m_main = found.front();
+        return found.size() == count ? found : std::vector<unsigned long>(count, 0);
     }
+    unsigned long mainWindow() { return windows(1).front(); }
 
-    // A point well inside the web area of the main window.
-    std::pair<int, int> webAreaPoint() {
-        auto geometry = orvane.geometry(mainWindow());
+    // A point of the window at these fractions of its size (the web area
+    // for the defaults).
+    std::pair<int, int> pointIn(unsigned long window, double x = 0.7, double y = 0.6) {
+        auto geometry = orvane.geometry(window);
         if (!geometry)
             return { -1, -1 };
-        return { geometry->x + geometry->width * 7 / 10, geometry->y + geometry->height * 6 / 10 };
+        return { geometry->x + int(geometry->width * x), geometry->y + int(geometry->height * y) };
     }
+    std::pair<int, int> webAreaPoint() { return pointIn(mainWindow()); }
 
-    // Takes screenshots until the pixel shows the colour (pages paint a
-    // little after they report their load).
-    bool waitForColor(std::pair<int, int> point, Screenshot::Color color, const std::string& name) {
-        return waitForScreenshot(name, [&](const Screenshot& shot) { return shot.pixel(point.first, point.second).near(color); });
-    }
-
-    // Takes screenshots until one passes the check.
+    // Takes screenshots until one passes the check (pages paint a little
+    // after they report their load).
     bool waitForScreenshot(const std::string& name, const std::function<bool(const Screenshot&)>& check) {
         return waitUntil([&] {
             auto shot = orvane.screenshot(name);
             return shot && check(*shot);
         }, 20s);
     }
+    bool waitForColor(std::pair<int, int> point, Screenshot::Color color, const std::string& name) {
+        return waitForScreenshot(name, [&](const Screenshot& shot) { return shot.pixel(point.first, point.second).near(color); });
+    }
 
-    // How often a page of tests/fixtures/e2e reported a finished load.
     int loads(const std::string& page) const {
         int count = 0;
         for (const auto& request : server.requests("/e2e/loaded"))
@@ -68,23 +72,74 @@ protected:
         return count;
     }
 
-    // The ids of accounts.json's accounts, in stored order.
-    std::vector<std::string> accountIDs() const {
-        std::vector<std::string> ids;
-        auto file = orvane.accounts();
-        if (file.is_object() && file["accounts"].is_array()) {
-            for (const auto& account : file["accounts"])
-                ids.push_back(account.value("id", ""));
-        }
-        return ids;
-    }
-
-    static std::string testName() {
-        return ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    }
-
     FixtureServer server;
     OrvaneProcess orvane;
+
+private:
+    unsigned long m_main = 0;
+};
+
+// Drives the pages that load tests/fixtures/notify/remote.js: queues scripts
+// for a page (by its `who`) and collects what the pages report.
+class PageRemote {
+public:
+    struct Event {
+        std::string who, event;
+        nlohmann::json data;
+    };
+
+    explicit PageRemote(FixtureServer& server) : m_server(server) {
+        server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
+            auto& queue = m_queues[parameter(message, "who")];
+            respond(message, queue.empty() ? "" : queue.front());
+            if (!queue.empty())
+                queue.pop_front();
+        });
+        server.handle("/notify/report", [this](SoupServerMessage* message, const std::string&) {
+            auto data = nlohmann::json::parse(parameter(message, "data"), nullptr, false);
+            m_events.push_back({ parameter(message, "who"), parameter(message, "event"),
+                data.is_discarded() ? nlohmann::json(nullptr) : data });
+            respond(message, "");
+        });
+    }
+    // The server outlives the remote (and answers pages while orvane stops).
+    ~PageRemote() {
+        for (const char* path : { "/notify/next", "/notify/report" })
+            m_server.handle(path, [](SoupServerMessage* message, const std::string&) { respond(message, ""); });
+    }
+
+    // The page runs the script the next time it asks (within 50 ms).
+    void run(const std::string& who, const std::string& script) { m_queues[who].push_back(script); }
+
+    std::vector<Event> events(const std::string& who, const std::string& event) const {
+        std::vector<Event> found;
+        for (const auto& e : m_events)
+            if (e.who == who && e.event == event)
+                found.push_back(e);
+        return found;
+    }
+    bool waitForEvents(const std::string& who, const std::string& event, size_t count, std::chrono::milliseconds timeout = 20s) const {
+        return waitUntil([&] { return events(who, event).size() >= count; }, timeout);
+    }
+
+private:
+    static std::string parameter(SoupServerMessage* message, const char* name) {
+        const char* query = g_uri_get_query(soup_server_message_get_uri(message));
+        GHashTable* form = soup_form_decode(query ? query : "");
+        const char* value = static_cast<const char*>(g_hash_table_lookup(form, name));
+        std::string result = value ? value : "";
+        g_hash_table_unref(form);
+        return result;
+    }
+    static void respond(SoupServerMessage* message, const std::string& body) {
+        soup_server_message_set_status(message, 200, nullptr);
+        soup_message_headers_replace(soup_server_message_get_response_headers(message), "Cache-Control", "no-store");
+        soup_server_message_set_response(message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
+    }
+
+    FixtureServer& m_server;
+    std::map<std::string, std::deque<std::string>> m_queues;
+    std::vector<Event> m_events;
 };
 
 } // namespace orvane::test

@@ -6,6 +6,7 @@
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
 
+#include <fcntl.h>
 #include <glib/gstdio.h>
 #include <gtest/gtest.h>
 
@@ -15,68 +16,100 @@ namespace orvane::test {
 
 namespace {
 
-std::string makeFolder(const std::string& path) {
-    g_mkdir_with_parents(path.c_str(), 0700);
-    return path;
+std::vector<const char*> cStrings(const std::vector<std::string>& list) {
+    std::vector<const char*> result;
+    for (const auto& item : list)
+        result.push_back(item.c_str());
+    result.push_back(nullptr);
+    return result;
 }
 
-// Calls orvane's own object on the private bus (see callAndWait).
-GVariantPtr callMethod(GDBusConnection* bus, const char* interface, const char* method, GVariant* parameters) {
-    return callAndWait(bus, OrvaneProcess::kBusName, OrvaneProcess::kObjectPath, interface, method, parameters);
+Ref<GSubprocess> spawnWith(const std::vector<std::string>& argv, GStrv environment, GSubprocessFlags flags,
+    const std::string& outputPath = {}) {
+    auto launcher = adopt(g_subprocess_launcher_new(flags));
+    g_subprocess_launcher_set_environ(launcher.get(), environment);
+    if (!outputPath.empty())
+        g_subprocess_launcher_set_stdout_file_path(launcher.get(), outputPath.c_str());
+    auto args = cStrings(argv);
+    return adopt(g_subprocess_launcher_spawnv(launcher.get(), args.data(), nullptr));
+}
+
+// GSubprocess forgets its pid once the process has been reaped.
+bool running(const Ref<GSubprocess>& process) { return process && g_subprocess_get_identifier(process.get()); }
+
+void kill(Ref<GSubprocess>& process) {
+    if (running(process)) {
+        g_subprocess_force_exit(process.get());
+        waitUntil([&] { return !running(process); }, 5s);
+    }
+    process.reset();
+}
+
+// The first line a program wrote into a file (a display number, a bus address).
+std::optional<std::string> firstLine(const std::string& path) {
+    std::optional<std::string> line;
+    waitUntil([&] {
+        auto text = Files::read(path, 4096).value_or("");
+        if (auto end = text.find('\n'); end != std::string::npos && end > 0)
+            line = text.substr(0, end);
+        return line.has_value();
+    }, 20s);
+    return line;
 }
 
 } // namespace
 
 OrvaneProcess::OrvaneProcess()
     : m_folder(makeTempFolder("orvane-run"))
-    , m_home(makeFolder(m_folder + "/home"))
-    , m_dataHome(makeFolder(m_folder + "/data"))
-    , m_configHome(makeFolder(m_folder + "/config"))
-    , m_cacheHome(makeFolder(m_folder + "/cache")) {
-    m_environment.set("HOME", m_home);
-    m_environment.set("XDG_DATA_HOME", m_dataHome);
-    m_environment.set("XDG_CONFIG_HOME", m_configHome);
-    m_environment.set("XDG_CACHE_HOME", m_cacheHome);
-    m_environment.set("XDG_RUNTIME_DIR", makeFolder(m_folder + "/runtime"));
-    m_environment.set("GDK_BACKEND", "x11");
-    m_environment.set("GSETTINGS_BACKEND", "memory");
-    m_environment.set("GTK_A11Y", "none");
-    m_environment.set("NO_AT_BRIDGE", "1");
-    m_environment.unset("WAYLAND_DISPLAY");
-    m_environment.unset("XAUTHORITY");
-    for (const char* name : { "ORVANE_SERVICE_OVERRIDES", "ORVANE_PING_URL", "ORVANE_APPCAST_URL", "ORVANE_PRINT_TO_PDF" })
-        m_environment.unset(name);
+    , m_environment(g_get_environ()) {
+    for (const char* name : { "home", "data", "config", "cache", "runtime" })
+        Files::makeFolder(m_folder + "/" + name);
+    for (const auto& [name, folder] : { std::pair { "HOME", "home" }, { "XDG_DATA_HOME", "data" },
+             { "XDG_CONFIG_HOME", "config" }, { "XDG_CACHE_HOME", "cache" }, { "XDG_RUNTIME_DIR", "runtime" } })
+        setEnvironment(name, m_folder + "/" + folder);
+    setEnvironment("GDK_BACKEND", "x11");
+    for (const char* name : { "WAYLAND_DISPLAY", "XAUTHORITY", "ORVANE_SERVICE_OVERRIDES", "ORVANE_PING_URL",
+             "ORVANE_APPCAST_URL", "ORVANE_PRINT_TO_PDF" })
+        m_environment = g_environ_unsetenv(m_environment, name);
 }
 
 OrvaneProcess::~OrvaneProcess() {
     stop(5s);
+    if (m_bus)
+        g_dbus_connection_close_sync(m_bus.get(), nullptr, nullptr);
+    kill(m_busDaemon);
+    kill(m_xserver);
     if (::testing::Test::HasFailure()) {
         std::string text = log();
         if (text.size() > 8000)
             text = "…" + text.substr(text.size() - 8000);
         std::fprintf(stderr, "---- orvane's output (%s) ----\n%s\n----\n", m_folder.c_str(), text.c_str());
     }
+    g_strfreev(m_environment);
 }
 
 void OrvaneProcess::setEnvironment(const std::string& name, const std::string& value) {
-    m_environment.set(name, value);
+    m_environment = g_environ_setenv(m_environment, name.c_str(), value.c_str(), TRUE);
+}
+
+std::vector<std::string> OrvaneProcess::environment() const {
+    return std::vector<std::string>(m_environment, m_environment + g_strv_length(m_environment));
 }
 
 void OrvaneProcess::overrideServices(const FixtureServer& server, const std::string& gmailPath,
     const std::string& outlookPath, const std::string& calendarPath) {
-    nlohmann::json hosts = nlohmann::json::array({ "127.0.0.1" });
-    nlohmann::json overrides = {
-        { "gmail", { { "homeURL", server.uri(gmailPath) }, { "inAppHosts", hosts } } },
-        { "outlook", { { "homeURL", server.uri(outlookPath) }, { "inAppHosts", hosts } } },
-        { "calendar", { { "homeURL", server.uri(calendarPath) }, { "inAppHosts", hosts } } },
+    auto service = [&](const std::string& path) {
+        return nlohmann::json { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
     };
+    nlohmann::json overrides = { { "gmail", service(gmailPath) }, { "outlook", service(outlookPath) },
+        { "calendar", service(calendarPath) } };
     std::string path = m_folder + "/service-overrides.json";
     Files::replaceAtomically(path, overrides.dump(2));
-    m_environment.set("ORVANE_SERVICE_OVERRIDES", path);
+    setEnvironment("ORVANE_SERVICE_OVERRIDES", path);
 }
 
 void OrvaneProcess::writeAccountsFile(const nlohmann::json& contents) {
-    makeFolder(m_dataHome + "/Orvane");
+    Files::makeFolder(dataHome() + "/Orvane");
     Files::replaceAtomically(accountsFilePath(), contents.dump(2));
 }
 
@@ -85,59 +118,96 @@ std::string OrvaneProcess::installStandInBrowser() {
     std::string script = m_folder + "/stand-in-browser.sh";
     Files::replaceAtomically(script, "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" + record + "'\n");
     g_chmod(script.c_str(), 0755);
-
-    std::string applications = makeFolder(m_dataHome + "/applications");
-    Files::replaceAtomically(applications + "/stand-in-browser.desktop",
+    Files::makeFolder(dataHome() + "/applications");
+    Files::replaceAtomically(dataHome() + "/applications/stand-in-browser.desktop",
         "[Desktop Entry]\nType=Application\nName=Stand-in Browser\nExec=" + script
             + " %u\nMimeType=x-scheme-handler/http;x-scheme-handler/https;\nNoDisplay=true\n");
-    Files::replaceAtomically(m_configHome + "/mimeapps.list",
+    Files::replaceAtomically(configHome() + "/mimeapps.list",
         "[Default Applications]\nx-scheme-handler/http=stand-in-browser.desktop\n"
         "x-scheme-handler/https=stand-in-browser.desktop\n");
     return record;
 }
 
-bool OrvaneProcess::start(std::chrono::milliseconds timeout, const std::vector<std::string>& arguments) {
-    if (m_process.isRunning() || !m_desktop.start())
+bool OrvaneProcess::startDesktop() {
+    if (m_bus)
+        return true;
+    // -displayfd picks a free display number and prints it once the server
+    // accepts connections.
+    m_xserver = spawnWith({ "Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp" },
+        m_environment, G_SUBPROCESS_FLAGS_STDERR_SILENCE, m_folder + "/display");
+    auto display = firstLine(m_folder + "/display");
+    m_busDaemon = spawnWith({ "dbus-daemon", "--session", "--nofork", "--print-address=1" }, m_environment,
+        G_SUBPROCESS_FLAGS_STDERR_SILENCE, m_folder + "/bus");
+    auto address = firstLine(m_folder + "/bus");
+    if (!display || !address)
         return false;
-    m_environment.set("DISPLAY", m_desktop.display());
-    m_environment.set("DBUS_SESSION_BUS_ADDRESS", m_desktop.busAddress());
+    setEnvironment("DISPLAY", ":" + *display);
+    setEnvironment("DBUS_SESSION_BUS_ADDRESS", *address);
+    m_bus = adopt(g_dbus_connection_new_for_address_sync(address->c_str(),
+        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr));
+    if (m_bus)
+        g_dbus_connection_set_exit_on_close(m_bus.get(), FALSE);
+    return bool(m_bus);
+}
+
+bool OrvaneProcess::start(const std::vector<std::string>& arguments) {
+    if (isRunning() || !startDesktop())
+        return false;
     std::vector<std::string> argv = { m_binary };
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    m_startedAt = g_get_monotonic_time();
-    if (!m_process.start(argv, m_environment.list(), ChildProcess::Output::File, m_folder + "/orvane.log"))
-        return false;
-    return waitUntil([&] { return !m_process.isRunning() || m_desktop.nameHasOwner(kBusName); }, timeout)
-        && m_process.isRunning();
+    m_process = spawn(argv);
+    return waitUntil([&] { return !isRunning() || nameHasOwner(kBusName); }, 30s) && isRunning();
+}
+
+Ref<GSubprocess> OrvaneProcess::spawn(const std::vector<std::string>& argv) const {
+    // Appended to, so that every run of orvane and its helpers stays in the log.
+    std::string log = m_folder + "/orvane.log";
+    auto launcher = adopt(g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE));
+    g_subprocess_launcher_set_environ(launcher.get(), m_environment);
+    int fd = g_open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    g_subprocess_launcher_take_stdout_fd(launcher.get(), fd);
+    auto args = cStrings(argv);
+    return adopt(g_subprocess_launcher_spawnv(launcher.get(), args.data(), nullptr));
+}
+
+bool OrvaneProcess::isRunning() const { return running(m_process); }
+
+int OrvaneProcess::pid() const {
+    const char* identifier = m_process ? g_subprocess_get_identifier(m_process.get()) : nullptr;
+    return identifier ? atoi(identifier) : 0;
 }
 
 bool OrvaneProcess::stop(std::chrono::milliseconds timeout) {
-    bool clean = false;
-    if (m_process.isRunning()) {
-        activateAction("quit");
-        clean = m_process.waitForExit(timeout) && m_process.exitStatus() == 0;
-        m_process.stop(3s);
-    }
-    m_desktop.stop();
+    if (!isRunning())
+        return false;
+    activateAction("quit");
+    bool clean = waitUntil([&] { return !isRunning(); }, timeout) && g_subprocess_get_if_exited(m_process.get())
+        && g_subprocess_get_exit_status(m_process.get()) == 0;
+    kill(m_process);
     return clean;
 }
 
+bool OrvaneProcess::nameHasOwner(const std::string& name) const {
+    GVariantPtr reply = callAndWait(m_bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+        "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", name.c_str()), 2s);
+    gboolean owned = FALSE;
+    if (reply)
+        g_variant_get(reply.get(), "(b)", &owned);
+    return owned;
+}
+
 bool OrvaneProcess::activateAction(const std::string& name, GVariant* parameter) {
-    if (!m_desktop.bus())
-        return false;
     GVariantBuilder parameters;
     g_variant_builder_init(&parameters, G_VARIANT_TYPE("av"));
     if (parameter)
         g_variant_builder_add(&parameters, "v", parameter);
-    GVariantBuilder platformData;
-    g_variant_builder_init(&platformData, G_VARIANT_TYPE("a{sv}"));
-    GVariant* arguments = g_variant_new("(sava{sv})", name.c_str(), &parameters, &platformData);
-    return bool(callMethod(m_desktop.bus(), "org.gtk.Actions", "Activate", arguments));
+    return bool(callAndWait(m_bus.get(), kBusName, kObjectPath, "org.gtk.Actions", "Activate",
+        g_variant_new("(sava{sv})", name.c_str(), &parameters, nullptr)));
 }
 
 std::optional<std::map<std::string, bool>> OrvaneProcess::actions() {
-    if (!m_desktop.bus())
-        return std::nullopt;
-    GVariantPtr reply = callMethod(m_desktop.bus(), "org.gtk.Actions", "DescribeAll", nullptr);
+    GVariantPtr reply = callAndWait(m_bus.get(), kBusName, kObjectPath, "org.gtk.Actions", "DescribeAll", nullptr);
     if (!reply)
         return std::nullopt;
     std::map<std::string, bool> result;
@@ -152,104 +222,111 @@ std::optional<std::map<std::string, bool>> OrvaneProcess::actions() {
 }
 
 bool OrvaneProcess::openURL(const std::string& url) {
-    auto result = ChildProcess::run({ m_binary, url }, m_environment.list(), 30s);
+    auto result = run({ m_binary, url });
     return result && result->status == 0;
 }
 
-std::string OrvaneProcess::accountsFilePath() const { return m_dataHome + "/Orvane/accounts.json"; }
-
 nlohmann::json OrvaneProcess::accounts() const {
-    auto bytes = Files::read(accountsFilePath(), 8 * 1024 * 1024);
-    if (!bytes)
-        return nullptr;
-    auto parsed = nlohmann::json::parse(*bytes, nullptr, false);
+    auto parsed = nlohmann::json::parse(Files::read(accountsFilePath(), 8 << 20).value_or(""), nullptr, false);
     return parsed.is_discarded() ? nlohmann::json(nullptr) : parsed;
 }
 
 std::optional<std::string> OrvaneProcess::selectedAccountID() const {
     auto file = accounts();
-    if (!file.is_object() || !file.contains("selectedAccountID") || !file["selectedAccountID"].is_string())
+    if (!file.is_object() || !file["selectedAccountID"].is_string())
         return std::nullopt;
     return file["selectedAccountID"].get<std::string>();
 }
 
-std::optional<ChildProcess::Result> OrvaneProcess::runTool(const std::vector<std::string>& argv) const {
-    return ChildProcess::run(argv, m_environment.list(), 20s);
+std::vector<std::string> OrvaneProcess::accountIDs() const {
+    std::vector<std::string> ids;
+    auto file = accounts();
+    if (file.is_object() && file["accounts"].is_array())
+        for (const auto& account : file["accounts"])
+            ids.push_back(account.value("id", ""));
+    return ids;
+}
+
+std::optional<OrvaneProcess::Result> OrvaneProcess::run(const std::vector<std::string>& argv,
+    std::chrono::milliseconds timeout) const {
+    auto process = spawnWith(argv, m_environment, GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE));
+    if (!process)
+        return std::nullopt;
+    struct State {
+        bool done = false;
+        std::optional<std::string> output;
+    };
+    auto state = std::make_shared<State>();
+    g_subprocess_communicate_utf8_async(process.get(), nullptr, nullptr, +[](GObject* source, GAsyncResult* result, gpointer data) {
+        std::unique_ptr<std::shared_ptr<State>> state(static_cast<std::shared_ptr<State>*>(data));
+        char* out = nullptr;
+        if (g_subprocess_communicate_utf8_finish(G_SUBPROCESS(source), result, &out, nullptr, nullptr))
+            (*state)->output = out ? out : "";
+        g_free(out);
+        (*state)->done = true;
+    }, new std::shared_ptr<State>(state));
+    if (!waitUntil([&] { return state->done; }, timeout)) {
+        g_subprocess_force_exit(process.get());
+        waitUntil([&] { return state->done; }, 5s);
+        return std::nullopt;
+    }
+    if (!state->output)
+        return std::nullopt;
+    // The output closes first; the exit follows.
+    g_subprocess_wait(process.get(), nullptr, nullptr);
+    return Result { g_subprocess_get_if_exited(process.get()) ? g_subprocess_get_exit_status(process.get()) : -1,
+        *state->output };
 }
 
 std::vector<unsigned long> OrvaneProcess::windowsTitled(const std::string& title) const {
     std::vector<unsigned long> windows;
-    std::string pattern = "^" + std::string(GCharPtr(g_regex_escape_string(title.c_str(), -1)).get()) + "$";
-    auto result = runTool({ "xdotool", "search", "--onlyvisible", "--name", pattern });
-    if (!result)
-        return windows;
-    std::istringstream lines(result->output);
+    GCharPtr escaped(g_regex_escape_string(title.c_str(), -1));
+    auto result = run({ "xdotool", "search", "--onlyvisible", "--name", "^" + std::string(escaped.get()) + "$" });
+    std::istringstream lines(result ? result->output : "");
     for (std::string line; std::getline(lines, line);) {
-        if (line.empty())
-            continue;
-        // GTK titles its tooltips and popovers after the application too;
-        // they are override-redirect surfaces, not windows.
-        auto info = runTool({ "xwininfo", "-id", line });
-        if (info && info->status == 0 && info->output.find("Override Redirect State: yes") != std::string::npos)
-            continue;
-        windows.push_back(std::stoul(line));
+        auto info = line.empty() ? std::nullopt : run({ "xwininfo", "-id", line });
+        if (info && info->status == 0 && info->output.find("Override Redirect State: yes") == std::string::npos)
+            windows.push_back(std::stoul(line));
     }
     return windows;
 }
 
 std::optional<OrvaneProcess::Geometry> OrvaneProcess::geometry(unsigned long window) const {
-    if (!window)
-        return std::nullopt;
-    auto result = runTool({ "xdotool", "getwindowgeometry", "--shell", std::to_string(window) });
-    if (!result || result->status != 0)
+    auto result = run({ "xdotool", "getwindowgeometry", "--shell", std::to_string(window) });
+    if (!window || !result || result->status != 0)
         return std::nullopt;
     Geometry geometry;
+    std::map<std::string, int*> fields = { { "X", &geometry.x }, { "Y", &geometry.y }, { "WIDTH", &geometry.width },
+        { "HEIGHT", &geometry.height } };
     std::istringstream lines(result->output);
     for (std::string line; std::getline(lines, line);) {
         auto equals = line.find('=');
-        if (equals == std::string::npos)
-            continue;
-        std::string key = line.substr(0, equals);
-        int value = atoi(line.c_str() + equals + 1);
-        if (key == "X")
-            geometry.x = value;
-        else if (key == "Y")
-            geometry.y = value;
-        else if (key == "WIDTH")
-            geometry.width = value;
-        else if (key == "HEIGHT")
-            geometry.height = value;
+        if (auto field = fields.find(line.substr(0, equals)); equals != std::string::npos && field != fields.end())
+            *field->second = atoi(line.c_str() + equals + 1);
     }
     return geometry;
 }
 
 bool OrvaneProcess::pressKeys(unsigned long window, const std::string& keys) const {
-    if (!window)
-        return false;
-    auto result = runTool({ "xdotool", "windowfocus", std::to_string(window), "key", "--clearmodifiers", keys });
-    return result && result->status == 0;
+    auto result = run({ "xdotool", "windowfocus", std::to_string(window), "key", "--clearmodifiers", keys });
+    return window && result && result->status == 0;
 }
 
 bool OrvaneProcess::click(int x, int y) const {
-    auto result = runTool({ "xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", "1" });
+    auto result = run({ "xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", "1" });
     return result && result->status == 0;
 }
 
 std::optional<Screenshot> OrvaneProcess::screenshot(const std::string& name) const {
     std::string path = m_folder + "/" + name + ".png";
-    auto result = runTool({ "import", "-window", "root", path });
+    auto result = run({ "import", "-window", "root", path });
     if (!result || result->status != 0)
         return std::nullopt;
-    if (const char* keep = g_getenv("ORVANE_SCREENSHOT_DIR"); keep && *keep) {
-        g_mkdir_with_parents(keep, 0755);
-        if (auto bytes = Files::read(path, 64 * 1024 * 1024))
-            Files::replaceAtomically(std::string(keep) + "/" + name + ".png", *bytes);
-    }
+    if (const char* keep = g_getenv("ORVANE_SCREENSHOT_DIR"); keep && *keep && Files::makeFolder(keep))
+        Files::replaceAtomically(std::string(keep) + "/" + name + ".png", Files::read(path, 64 << 20).value_or(""));
     return Screenshot::load(path);
 }
 
-std::string OrvaneProcess::log() const {
-    return Files::read(m_folder + "/orvane.log", 16 * 1024 * 1024).value_or("");
-}
+std::string OrvaneProcess::log() const { return Files::read(m_folder + "/orvane.log", 16 << 20).value_or(""); }
 
 } // namespace orvane::test
