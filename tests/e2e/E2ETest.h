@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Files.h"
 #include "support/FixtureServer.h"
 #include "support/OrvaneProcess.h"
 #include "support/Wait.h"
@@ -24,9 +25,17 @@ protected:
     // pages may still call the handlers a test gave the server.
     void TearDown() override { orvane.stop(5s); }
 
+    // Puts the services' home pages on the server, with 127.0.0.1 as their
+    // only in-app host, and starts orvane with these arguments.
     bool startOrvane(const std::string& gmailPage = "/e2e/red.html", const std::string& outlookPage = "/e2e/green.html",
         const std::string& calendarPage = "/e2e/blue.html", const std::vector<std::string>& arguments = {}) {
-        orvane.overrideServices(server, gmailPage, outlookPage, calendarPage);
+        auto service = [&](const std::string& path) {
+            return nlohmann::json { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
+        };
+        std::string overrides = orvane.folder() + "/service-overrides.json";
+        Files::replaceAtomically(overrides, nlohmann::json { { "gmail", service(gmailPage) }, { "outlook", service(outlookPage) },
+            { "calendar", service(calendarPage) } }.dump());
+        orvane.setEnvironment("ORVANE_SERVICE_OVERRIDES", overrides);
         return orvane.start(arguments);
     }
 

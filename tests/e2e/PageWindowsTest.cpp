@@ -4,12 +4,22 @@
 
 #include "Files.h"
 
+#include <glib/gstdio.h>
+
 namespace orvane::test {
 
 using PageWindowsTest = E2ETest;
 
 TEST_F(PageWindowsTest, OutsideLinksGoToTheBrowserAndPopupsOpenAndClose) {
-    std::string opened = orvane.installStandInBrowser();
+    // A stand-in browser, the default for web links, notes each address it gets.
+    std::string opened = orvane.folder() + "/browser-opened.txt", browser = orvane.folder() + "/browser.sh";
+    ASSERT_TRUE(Files::replaceAtomically(browser, "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" + opened + "'\n"));
+    g_chmod(browser.c_str(), 0755);
+    ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/applications"));
+    ASSERT_TRUE(Files::replaceAtomically(orvane.dataHome() + "/applications/browser.desktop",
+        "[Desktop Entry]\nType=Application\nName=Browser\nExec=" + browser + " %u\nMimeType=x-scheme-handler/https;\n"));
+    ASSERT_TRUE(Files::replaceAtomically(orvane.configHome() + "/mimeapps.list",
+        "[Default Applications]\nx-scheme-handler/https=browser.desktop\n"));
     ASSERT_TRUE(startOrvane("/e2e/links.html"));
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitUntil([&] { return loads("links") == 1; }, 30s));

@@ -2,7 +2,6 @@
 
 #include "Files.h"
 #include "support/BusCall.h"
-#include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
 
@@ -16,21 +15,18 @@ namespace orvane::test {
 
 namespace {
 
-std::vector<const char*> cStrings(const std::vector<std::string>& list) {
-    std::vector<const char*> result;
-    for (const auto& item : list)
-        result.push_back(item.c_str());
-    result.push_back(nullptr);
-    return result;
-}
-
-Ref<GSubprocess> spawnWith(const std::vector<std::string>& argv, GStrv environment, GSubprocessFlags flags,
-    const std::string& outputPath = {}) {
-    auto launcher = adopt(g_subprocess_launcher_new(flags));
+// Standard output goes to `output`, a pipe when -1; standard error with it
+// when asked, else nowhere.
+Ref<GSubprocess> spawnWith(const std::vector<std::string>& argv, GStrv environment, int output, bool errors = false) {
+    auto launcher = adopt(g_subprocess_launcher_new(GSubprocessFlags((output < 0 ? G_SUBPROCESS_FLAGS_STDOUT_PIPE : 0)
+        | (errors ? G_SUBPROCESS_FLAGS_STDERR_MERGE : G_SUBPROCESS_FLAGS_STDERR_SILENCE))));
     g_subprocess_launcher_set_environ(launcher.get(), environment);
-    if (!outputPath.empty())
-        g_subprocess_launcher_set_stdout_file_path(launcher.get(), outputPath.c_str());
-    auto args = cStrings(argv);
+    if (output >= 0)
+        g_subprocess_launcher_take_stdout_fd(launcher.get(), output);
+    std::vector<const char*> args;
+    for (const auto& arg : argv)
+        args.push_back(arg.c_str());
+    args.push_back(nullptr);
     return adopt(g_subprocess_launcher_spawnv(launcher.get(), args.data(), nullptr));
 }
 
@@ -38,21 +34,23 @@ Ref<GSubprocess> spawnWith(const std::vector<std::string>& argv, GStrv environme
 bool running(const Ref<GSubprocess>& process) { return process && g_subprocess_get_identifier(process.get()); }
 
 void kill(Ref<GSubprocess>& process) {
-    if (running(process)) {
+    if (running(process))
         g_subprocess_force_exit(process.get());
-        waitUntil([&] { return !running(process); }, 5s);
-    }
+    waitUntil([&] { return !running(process); }, 5s);
     process.reset();
 }
 
-// The first line a program wrote into a file (a display number, a bus address).
-std::optional<std::string> firstLine(const std::string& path) {
+// Starts a server that prints where it can be reached (a display number, a
+// bus address) as its first line, and returns that line.
+std::optional<std::string> startServer(Ref<GSubprocess>& process, const std::vector<std::string>& argv, GStrv environment,
+    const std::string& path) {
+    process = spawnWith(argv, environment, g_open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600));
     std::optional<std::string> line;
     waitUntil([&] {
         auto text = Files::read(path, 4096).value_or("");
         if (auto end = text.find('\n'); end != std::string::npos && end > 0)
             line = text.substr(0, end);
-        return line.has_value();
+        return line || !running(process);
     }, 20s);
     return line;
 }
@@ -62,14 +60,13 @@ std::optional<std::string> firstLine(const std::string& path) {
 OrvaneProcess::OrvaneProcess()
     : m_folder(makeTempFolder("orvane-run"))
     , m_environment(g_get_environ()) {
-    for (const char* name : { "home", "data", "config", "cache", "runtime" })
-        Files::makeFolder(m_folder + "/" + name);
     for (const auto& [name, folder] : { std::pair { "HOME", "home" }, { "XDG_DATA_HOME", "data" },
-             { "XDG_CONFIG_HOME", "config" }, { "XDG_CACHE_HOME", "cache" }, { "XDG_RUNTIME_DIR", "runtime" } })
+             { "XDG_CONFIG_HOME", "config" }, { "XDG_CACHE_HOME", "cache" }, { "XDG_RUNTIME_DIR", "runtime" } }) {
+        Files::makeFolder(m_folder + "/" + folder);
         setEnvironment(name, m_folder + "/" + folder);
+    }
     setEnvironment("GDK_BACKEND", "x11");
-    for (const char* name : { "WAYLAND_DISPLAY", "XAUTHORITY", "ORVANE_SERVICE_OVERRIDES", "ORVANE_PING_URL",
-             "ORVANE_APPCAST_URL", "ORVANE_PRINT_TO_PDF" })
+    for (const char* name : { "WAYLAND_DISPLAY", "XAUTHORITY", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS" })
         m_environment = g_environ_unsetenv(m_environment, name);
 }
 
@@ -81,8 +78,7 @@ OrvaneProcess::~OrvaneProcess() {
     kill(m_xserver);
     if (::testing::Test::HasFailure()) {
         std::string text = log();
-        if (text.size() > 8000)
-            text = "…" + text.substr(text.size() - 8000);
+        text = text.size() > 8000 ? "…" + text.substr(text.size() - 8000) : text;
         std::fprintf(stderr, "---- orvane's output (%s) ----\n%s\n----\n", m_folder.c_str(), text.c_str());
     }
     g_strfreev(m_environment);
@@ -92,68 +88,30 @@ void OrvaneProcess::setEnvironment(const std::string& name, const std::string& v
     m_environment = g_environ_setenv(m_environment, name.c_str(), value.c_str(), TRUE);
 }
 
-std::vector<std::string> OrvaneProcess::environment() const {
-    return std::vector<std::string>(m_environment, m_environment + g_strv_length(m_environment));
-}
-
-void OrvaneProcess::overrideServices(const FixtureServer& server, const std::string& gmailPath,
-    const std::string& outlookPath, const std::string& calendarPath) {
-    auto service = [&](const std::string& path) {
-        return nlohmann::json { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
-    };
-    nlohmann::json overrides = { { "gmail", service(gmailPath) }, { "outlook", service(outlookPath) },
-        { "calendar", service(calendarPath) } };
-    std::string path = m_folder + "/service-overrides.json";
-    Files::replaceAtomically(path, overrides.dump(2));
-    setEnvironment("ORVANE_SERVICE_OVERRIDES", path);
-}
-
 void OrvaneProcess::writeAccountsFile(const nlohmann::json& contents) {
     Files::makeFolder(dataHome() + "/Orvane");
     Files::replaceAtomically(accountsFilePath(), contents.dump(2));
 }
 
-std::string OrvaneProcess::installStandInBrowser() {
-    std::string record = m_folder + "/browser-opened.txt";
-    std::string script = m_folder + "/stand-in-browser.sh";
-    Files::replaceAtomically(script, "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" + record + "'\n");
-    g_chmod(script.c_str(), 0755);
-    Files::makeFolder(dataHome() + "/applications");
-    Files::replaceAtomically(dataHome() + "/applications/stand-in-browser.desktop",
-        "[Desktop Entry]\nType=Application\nName=Stand-in Browser\nExec=" + script
-            + " %u\nMimeType=x-scheme-handler/http;x-scheme-handler/https;\nNoDisplay=true\n");
-    Files::replaceAtomically(configHome() + "/mimeapps.list",
-        "[Default Applications]\nx-scheme-handler/http=stand-in-browser.desktop\n"
-        "x-scheme-handler/https=stand-in-browser.desktop\n");
-    return record;
-}
-
-bool OrvaneProcess::startDesktop() {
-    if (m_bus)
-        return true;
-    // -displayfd picks a free display number and prints it once the server
-    // accepts connections.
-    m_xserver = spawnWith({ "Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp" },
-        m_environment, G_SUBPROCESS_FLAGS_STDERR_SILENCE, m_folder + "/display");
-    auto display = firstLine(m_folder + "/display");
-    m_busDaemon = spawnWith({ "dbus-daemon", "--session", "--nofork", "--print-address=1" }, m_environment,
-        G_SUBPROCESS_FLAGS_STDERR_SILENCE, m_folder + "/bus");
-    auto address = firstLine(m_folder + "/bus");
-    if (!display || !address)
-        return false;
-    setEnvironment("DISPLAY", ":" + *display);
-    setEnvironment("DBUS_SESSION_BUS_ADDRESS", *address);
-    m_bus = adopt(g_dbus_connection_new_for_address_sync(address->c_str(),
-        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr));
-    if (m_bus)
-        g_dbus_connection_set_exit_on_close(m_bus.get(), FALSE);
-    return bool(m_bus);
-}
-
 bool OrvaneProcess::start(const std::vector<std::string>& arguments) {
-    if (isRunning() || !startDesktop())
-        return false;
+    if (!m_bus) {
+        // -displayfd picks a free display number and prints it once the
+        // server accepts connections.
+        auto display = startServer(m_xserver, { "Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp" },
+            m_environment, m_folder + "/display");
+        auto address = startServer(m_busDaemon, { "dbus-daemon", "--session", "--nofork", "--print-address=1" },
+            m_environment, m_folder + "/bus");
+        if (!display || !address)
+            return false;
+        setEnvironment("DISPLAY", ":" + *display);
+        setEnvironment("DBUS_SESSION_BUS_ADDRESS", *address);
+        m_bus = adopt(g_dbus_connection_new_for_address_sync(address->c_str(),
+            GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr));
+        if (!m_bus)
+            return false;
+        g_dbus_connection_set_exit_on_close(m_bus.get(), FALSE);
+    }
     std::vector<std::string> argv = { m_binary };
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     m_process = spawn(argv);
@@ -161,36 +119,24 @@ bool OrvaneProcess::start(const std::vector<std::string>& arguments) {
 }
 
 Ref<GSubprocess> OrvaneProcess::spawn(const std::vector<std::string>& argv) const {
-    // Appended to, so that every run of orvane and its helpers stays in the log.
     std::string log = m_folder + "/orvane.log";
-    auto launcher = adopt(g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE));
-    g_subprocess_launcher_set_environ(launcher.get(), m_environment);
-    int fd = g_open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    g_subprocess_launcher_take_stdout_fd(launcher.get(), fd);
-    auto args = cStrings(argv);
-    return adopt(g_subprocess_launcher_spawnv(launcher.get(), args.data(), nullptr));
+    return spawnWith(argv, m_environment, g_open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), true);
 }
 
 bool OrvaneProcess::isRunning() const { return running(m_process); }
 
-int OrvaneProcess::pid() const {
-    const char* identifier = m_process ? g_subprocess_get_identifier(m_process.get()) : nullptr;
-    return identifier ? atoi(identifier) : 0;
-}
+int OrvaneProcess::pid() const { return isRunning() ? atoi(g_subprocess_get_identifier(m_process.get())) : 0; }
 
 bool OrvaneProcess::stop(std::chrono::milliseconds timeout) {
-    if (!isRunning())
-        return false;
-    activateAction("quit");
-    bool clean = waitUntil([&] { return !isRunning(); }, timeout) && g_subprocess_get_if_exited(m_process.get())
-        && g_subprocess_get_exit_status(m_process.get()) == 0;
+    bool clean = isRunning() && activateAction("quit") && waitUntil([&] { return !isRunning(); }, timeout)
+        && g_subprocess_get_if_exited(m_process.get()) && g_subprocess_get_exit_status(m_process.get()) == 0;
     kill(m_process);
     return clean;
 }
 
 bool OrvaneProcess::nameHasOwner(const std::string& name) const {
-    GVariantPtr reply = callAndWait(m_bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-        "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", name.c_str()), 2s);
+    GVariantPtr reply = callAndWait(m_bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "NameHasOwner", g_variant_new("(s)", name.c_str()), 2s);
     gboolean owned = FALSE;
     if (reply)
         g_variant_get(reply.get(), "(b)", &owned);
@@ -241,22 +187,21 @@ std::optional<std::string> OrvaneProcess::selectedAccountID() const {
 std::vector<std::string> OrvaneProcess::accountIDs() const {
     std::vector<std::string> ids;
     auto file = accounts();
-    if (file.is_object() && file["accounts"].is_array())
-        for (const auto& account : file["accounts"])
-            ids.push_back(account.value("id", ""));
+    for (const auto& account : file.is_object() && file["accounts"].is_array() ? file["accounts"] : nlohmann::json::array())
+        ids.push_back(account.value("id", ""));
     return ids;
 }
 
 std::optional<OrvaneProcess::Result> OrvaneProcess::run(const std::vector<std::string>& argv,
     std::chrono::milliseconds timeout) const {
-    auto process = spawnWith(argv, m_environment, GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE));
-    if (!process)
-        return std::nullopt;
+    auto process = spawnWith(argv, m_environment, -1);
     struct State {
         bool done = false;
         std::optional<std::string> output;
     };
     auto state = std::make_shared<State>();
+    if (!process)
+        return std::nullopt;
     g_subprocess_communicate_utf8_async(process.get(), nullptr, nullptr, +[](GObject* source, GAsyncResult* result, gpointer data) {
         std::unique_ptr<std::shared_ptr<State>> state(static_cast<std::shared_ptr<State>*>(data));
         char* out = nullptr;
@@ -265,26 +210,21 @@ std::optional<OrvaneProcess::Result> OrvaneProcess::run(const std::vector<std::s
         g_free(out);
         (*state)->done = true;
     }, new std::shared_ptr<State>(state));
-    if (!waitUntil([&] { return state->done; }, timeout)) {
+    if (!waitUntil([&] { return state->done; }, timeout))
         g_subprocess_force_exit(process.get());
-        waitUntil([&] { return state->done; }, 5s);
-        return std::nullopt;
-    }
-    if (!state->output)
-        return std::nullopt;
     // The output closes first; the exit follows.
-    g_subprocess_wait(process.get(), nullptr, nullptr);
-    return Result { g_subprocess_get_if_exited(process.get()) ? g_subprocess_get_exit_status(process.get()) : -1,
-        *state->output };
+    if (!waitUntil([&] { return state->done; }, 5s) || !state->output || !g_subprocess_wait(process.get(), nullptr, nullptr))
+        return std::nullopt;
+    return Result { g_subprocess_get_if_exited(process.get()) ? g_subprocess_get_exit_status(process.get()) : -1, *state->output };
 }
 
 std::vector<unsigned long> OrvaneProcess::windowsTitled(const std::string& title) const {
     std::vector<unsigned long> windows;
     GCharPtr escaped(g_regex_escape_string(title.c_str(), -1));
-    auto result = run({ "xdotool", "search", "--onlyvisible", "--name", "^" + std::string(escaped.get()) + "$" });
-    std::istringstream lines(result ? result->output : "");
+    auto found = run({ "xdotool", "search", "--onlyvisible", "--name", "^" + std::string(escaped.get()) + "$" });
+    std::istringstream lines(found ? found->output : "");
     for (std::string line; std::getline(lines, line);) {
-        auto info = line.empty() ? std::nullopt : run({ "xwininfo", "-id", line });
+        auto info = run({ "xwininfo", "-id", line });
         if (info && info->status == 0 && info->output.find("Override Redirect State: yes") == std::string::npos)
             windows.push_back(std::stoul(line));
     }
@@ -293,18 +233,10 @@ std::vector<unsigned long> OrvaneProcess::windowsTitled(const std::string& title
 
 std::optional<OrvaneProcess::Geometry> OrvaneProcess::geometry(unsigned long window) const {
     auto result = run({ "xdotool", "getwindowgeometry", "--shell", std::to_string(window) });
-    if (!window || !result || result->status != 0)
+    Geometry g;
+    if (!result || sscanf(result->output.c_str(), "WINDOW=%*d X=%d Y=%d WIDTH=%d HEIGHT=%d", &g.x, &g.y, &g.width, &g.height) != 4)
         return std::nullopt;
-    Geometry geometry;
-    std::map<std::string, int*> fields = { { "X", &geometry.x }, { "Y", &geometry.y }, { "WIDTH", &geometry.width },
-        { "HEIGHT", &geometry.height } };
-    std::istringstream lines(result->output);
-    for (std::string line; std::getline(lines, line);) {
-        auto equals = line.find('=');
-        if (auto field = fields.find(line.substr(0, equals)); equals != std::string::npos && field != fields.end())
-            *field->second = atoi(line.c_str() + equals + 1);
-    }
-    return geometry;
+    return g;
 }
 
 bool OrvaneProcess::pressKeys(unsigned long window, const std::string& keys) const {
