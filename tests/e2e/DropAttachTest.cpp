@@ -6,65 +6,34 @@
 #include "E2ETest.h"
 
 #include "Files.h"
-#include "support/FixturePageScript.h"
 
 namespace orvane::test {
 
 namespace {
 
-// Added to the stand-in page: sends what the page logs and the drops that
-// reach it to /drop/report.
+// Added to the stand-in page: reports what it logs, and drops that reach it.
 constexpr const char* kReporter = R"JS(
-(function () {
-    const send = entry => fetch('/drop/report', { method: 'POST', body: JSON.stringify(entry) }).catch(() => {});
-    const log = window.__fixtureLog || [];
-    const push = log.push.bind(log);
-    log.push = (...entries) => {
-        for (const entry of entries)
-            send(Object.assign({ at: performance.now() }, entry));
-        return push(...entries);
-    };
-    document.addEventListener('drop', () => send({ type: 'page-drop' }), true);
-    addEventListener('load', () => send({ type: 'loaded' }));
-})();
+const log = window.__fixtureLog, push = log.push.bind(log);
+log.push = (...entries) => {
+    entries.forEach(entry => report(entry.type, Object.assign({ at: performance.now() }, entry)));
+    return push(...entries);
+};
+document.addEventListener('drop', () => report('page-drop'), true);
 )JS";
 
 } // namespace
 
 class DropAttachTest : public E2ETest {
 protected:
-    void SetUp() override {
-        server.handle("/drop/report", [this](SoupServerMessage* message, const std::string&) {
-            GBytesPtr bytes(soup_message_body_flatten(soup_server_message_get_request_body(message)));
-            gsize size = 0;
-            auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
-            auto report = nlohmann::json::parse(std::string(data ? data : "", size), nullptr, false);
-            if (report.is_object())
-                reports.push_back(report);
-            soup_server_message_set_status(message, 204, nullptr);
-        });
-        serveFixtureWithScript(server, "/gmail/", "/gmail/index.html", [] { return std::string(kReporter); });
-    }
     void TearDown() override {
         if (m_source)
             g_subprocess_force_exit(m_source.get());
         E2ETest::TearDown();
     }
 
-    std::vector<nlohmann::json> reportsOf(const std::string& type) const {
-        std::vector<nlohmann::json> found;
-        for (const auto& report : reports)
-            if (report.value("type", "") == type)
-                found.push_back(report);
-        return found;
-    }
-    bool waitForReports(const std::string& type, size_t count) {
-        return waitUntil([&] { return reportsOf(type).size() >= count; }, 30s);
-    }
-
     // Drags what `orvane_drag_source files PATH… | link URI` offers from its
-    // window (right of orvane's, at the top) to (x, y), in small steps and with
-    // a few moves at the drop point, the way a hand would.
+    // window (right of orvane's, at the top) to (x, y), in small steps and
+    // with a few moves at the drop point, the way a hand would.
     bool drag(const std::vector<std::string>& content, int x, int y) {
         if (m_source) {
             g_subprocess_force_exit(m_source.get());
@@ -73,11 +42,12 @@ protected:
         std::vector<std::string> argv = { ORVANE_DRAG_SOURCE };
         argv.insert(argv.end(), content.begin(), content.end());
         m_source = orvane.spawn(argv);
-        std::vector<unsigned long> windows;
-        if (!waitUntil([&] { return (windows = orvane.windowsTitled("Drag Source")).size() == 1; }, 20s))
+        std::vector<unsigned long> found;
+        if (!waitUntil([&] { return (found = orvane.windowsTitled("Drag Source")).size() == 1; }, 20s))
             return false;
-        std::vector<std::string> moves = { "xdotool", "windowmove", std::to_string(windows[0]), "1150", "120",
-            "windowraise", std::to_string(windows[0]), "mousemove", "1200", "170", "sleep", "0.1", "mousedown", "1", "sleep", "0.1" };
+        std::string source = std::to_string(found[0]);
+        std::vector<std::string> moves = { "xdotool", "windowmove", source, "1150", "120", "windowraise", source,
+            "mousemove", "1200", "170", "sleep", "0.1", "mousedown", "1", "sleep", "0.1" };
         for (int step = 1; step <= 24; ++step)
             moves.insert(moves.end(), { "mousemove", std::to_string(1200 + (x - 1200) * step / 24),
                                           std::to_string(170 + (y - 170) * step / 24), "sleep", "0.03" });
@@ -95,33 +65,33 @@ protected:
     }
     bool chooserShown() const { return !orvane.windowsTitled("Select Files").empty(); }
 
-    std::vector<nlohmann::json> reports;
     Ref<GSubprocess> m_source;
 };
 
 TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayThePages) {
-    ASSERT_TRUE(startOrvane("/gmail/", "/outlook/mail/", "/calendar/"));
+    serveWithRemote("/gmail/", "/gmail/index.html", kReporter);
+    ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/", "/calendar/"));
     // With no account there is nothing to attach to: nothing happens.
     auto point = webAreaPoint();
     ASSERT_TRUE(drag({ "files", makeFile("lonely.txt"), orvane.folder() }, point.first, point.second));
     ASSERT_TRUE(orvane.activateAction("add-account"));
-    ASSERT_TRUE(waitForReports("loaded", 1));
-    EXPECT_TRUE(reportsOf("files-chosen").empty());
+    ASSERT_TRUE(waitForEvents("gmail", "loaded"));
+    EXPECT_TRUE(events("gmail", "files-chosen").empty());
 
     ASSERT_TRUE(drag({ "files", makeFile("report.pdf"), makeFile("holiday photo.jpg") }, point.first, point.second));
-    ASSERT_TRUE(waitForReports("files-chosen", 1));
-    auto chosen = reportsOf("files-chosen").front();
+    ASSERT_TRUE(waitForEvents("gmail", "files-chosen"));
+    auto chosen = events("gmail", "files-chosen").front().data;
     EXPECT_EQ(chosen["names"], nlohmann::json::array({ "report.pdf", "holiday photo.jpg" }));
     // The drop opened a compose form first, and the page never got the drop.
-    ASSERT_EQ(reportsOf("compose-clicked").size(), 1u);
-    EXPECT_LT(reportsOf("compose-clicked").front()["at"].get<double>(), chosen["at"].get<double>());
-    EXPECT_TRUE(reportsOf("page-drop").empty());
+    ASSERT_EQ(events("gmail", "compose-clicked").size(), 1u);
+    EXPECT_LT(events("gmail", "compose-clicked").front().data["at"].get<double>(), chosen["at"].get<double>());
+    EXPECT_TRUE(events("gmail", "page-drop").empty());
     EXPECT_FALSE(chooserShown());
 
     // A web link offers text/uri-list too, yet it is no file: the page gets it.
     ASSERT_TRUE(drag({ "link", "https://example.org/dropped-link" }, point.first, point.second));
-    ASSERT_TRUE(waitForReports("page-drop", 1));
-    EXPECT_EQ(reportsOf("files-chosen").size(), 1u);
+    ASSERT_TRUE(waitForEvents("gmail", "page-drop"));
+    EXPECT_EQ(events("gmail", "files-chosen").size(), 1u);
     EXPECT_FALSE(chooserShown());
     EXPECT_TRUE(orvane.isRunning());
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Files.h"
+#include "support/FixturePageScript.h"
 #include "support/FixtureServer.h"
 #include "support/OrvaneProcess.h"
 #include "support/Wait.h"
@@ -11,16 +12,35 @@
 
 namespace orvane::test {
 
-// Runs the real orvane against the pages of tests/fixtures/e2e: each account
-// page fills the window with one colour and reports its loads at
-// /e2e/loaded?page=<name>, so a test sees which page is on screen and how
-// often each was loaded.
+// Runs the real orvane against stand-in pages on a FixtureServer. The pages
+// of tests/fixtures/e2e fill the window with one colour and report their
+// loads at /e2e/loaded?page=<name>, so a test sees which page is on screen
+// and how often each was loaded. Pages that load tests/fixtures/notify/remote.js
+// (?who=<name>) run the scripts a test queues for them and report events.
 class E2ETest : public ::testing::Test {
 protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
     static constexpr Screenshot::Color kBlue { 0x1d, 0x4e, 0xd8 };
 
+    struct Event {
+        std::string who, event;
+        nlohmann::json data;
+    };
+
+    E2ETest() {
+        server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
+            auto& queue = m_queues[parameter(message, "who")];
+            respond(message, queue.empty() ? "" : queue.front());
+            if (!queue.empty())
+                queue.pop_front();
+        });
+        server.handle("/notify/report", [this](SoupServerMessage* message, const std::string&) {
+            auto data = nlohmann::json::parse(parameter(message, "data"), nullptr, false);
+            m_events.push_back({ parameter(message, "who"), parameter(message, "event"), data.is_discarded() ? nullptr : data });
+            respond(message, "");
+        });
+    }
     // Orvane goes before the test's own members do: while it quits, its
     // pages may still call the handlers a test gave the server.
     void TearDown() override { orvane.stop(5s); }
@@ -39,26 +59,42 @@ protected:
         return orvane.start(arguments);
     }
 
+    // Serves a stand-in page (tests/fixtures/gmail/index.html…) at `path`
+    // with remote.js and `script` added.
+    void serveWithRemote(const std::string& path, const std::string& file, const std::string& script = "") {
+        auto remote = Files::read(FixtureServer::fixturesDir() + "/notify/remote.js", 1 << 16).value_or("");
+        serveFixtureWithScript(server, path, file, [=] { return remote + script; });
+    }
+    // The page runs the script the next time it asks (within 50 ms).
+    void runInPage(const std::string& who, const std::string& script) { m_queues[who].push_back(script); }
+    std::vector<Event> events(const std::string& who, const std::string& event) const {
+        std::vector<Event> found;
+        std::copy_if(m_events.begin(), m_events.end(), std::back_inserter(found),
+            [&](const Event& e) { return e.who == who && e.event == event; });
+        return found;
+    }
+    bool waitForEvents(const std::string& who, const std::string& event, size_t count = 1, std::chrono::milliseconds timeout = 30s) const {
+        return waitUntil([&] { return events(who, event).size() >= count; }, timeout);
+    }
+
     // The windows titled "Orvane" once there are `count` of them, the main
-    // window (found first) first.
+    // window (the first one found) first.
     std::vector<unsigned long> windows(size_t count = 1) {
         std::vector<unsigned long> found;
-        waitUntil([&] { return (found = orvane.windowsTitled("Orvane")).size() == count; }, 20s);
-        if (found.size() == count && m_main && found.front() != m_main)
+        if (!waitUntil([&] { return (found = orvane.windowsTitled("Orvane")).size() == count; }, 20s))
+            return std::vector<unsigned long>(count, 0);
+        if (m_main && found.front() != m_main)
             std::swap(found.front(), found.back());
-        if (found.size() == 1)
-            m_main = found.front();
-        return found.size() == count ? found : std::vector<unsigned long>(count, 0);
+        m_main = found.front();
+        return found;
     }
     unsigned long mainWindow() { return windows(1).front(); }
 
-    // A point of the window at these fractions of its size (the web area
+    // A point of the window at these fractions of its size (in the web area
     // for the defaults).
     std::pair<int, int> pointIn(unsigned long window, double x = 0.7, double y = 0.6) {
-        auto geometry = orvane.geometry(window);
-        if (!geometry)
-            return { -1, -1 };
-        return { geometry->x + int(geometry->width * x), geometry->y + int(geometry->height * y) };
+        auto geometry = orvane.geometry(window).value_or(OrvaneProcess::Geometry { -1, -1, 0, 0 });
+        return { geometry.x + int(geometry.width * x), geometry.y + int(geometry.height * y) };
     }
     std::pair<int, int> webAreaPoint() { return pointIn(mainWindow()); }
 
@@ -75,61 +111,12 @@ protected:
     }
 
     int loads(const std::string& page) const {
-        int count = 0;
-        for (const auto& request : server.requests("/e2e/loaded"))
-            count += request.query.rfind("page=" + page, 0) == 0;
-        return count;
+        auto requests = server.requests("/e2e/loaded");
+        return int(std::count_if(requests.begin(), requests.end(), [&](const auto& r) { return r.query.rfind("page=" + page, 0) == 0; }));
     }
 
     FixtureServer server;
     OrvaneProcess orvane;
-
-private:
-    unsigned long m_main = 0;
-};
-
-// Drives the pages that load tests/fixtures/notify/remote.js: queues scripts
-// for a page (by its `who`) and collects what the pages report.
-class PageRemote {
-public:
-    struct Event {
-        std::string who, event;
-        nlohmann::json data;
-    };
-
-    explicit PageRemote(FixtureServer& server) : m_server(server) {
-        server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
-            auto& queue = m_queues[parameter(message, "who")];
-            respond(message, queue.empty() ? "" : queue.front());
-            if (!queue.empty())
-                queue.pop_front();
-        });
-        server.handle("/notify/report", [this](SoupServerMessage* message, const std::string&) {
-            auto data = nlohmann::json::parse(parameter(message, "data"), nullptr, false);
-            m_events.push_back({ parameter(message, "who"), parameter(message, "event"),
-                data.is_discarded() ? nlohmann::json(nullptr) : data });
-            respond(message, "");
-        });
-    }
-    // The server outlives the remote (and answers pages while orvane stops).
-    ~PageRemote() {
-        for (const char* path : { "/notify/next", "/notify/report" })
-            m_server.handle(path, [](SoupServerMessage* message, const std::string&) { respond(message, ""); });
-    }
-
-    // The page runs the script the next time it asks (within 50 ms).
-    void run(const std::string& who, const std::string& script) { m_queues[who].push_back(script); }
-
-    std::vector<Event> events(const std::string& who, const std::string& event) const {
-        std::vector<Event> found;
-        for (const auto& e : m_events)
-            if (e.who == who && e.event == event)
-                found.push_back(e);
-        return found;
-    }
-    bool waitForEvents(const std::string& who, const std::string& event, size_t count, std::chrono::milliseconds timeout = 20s) const {
-        return waitUntil([&] { return events(who, event).size() >= count; }, timeout);
-    }
 
 private:
     static std::string parameter(SoupServerMessage* message, const char* name) {
@@ -146,7 +133,7 @@ private:
         soup_server_message_set_response(message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
     }
 
-    FixtureServer& m_server;
+    unsigned long m_main = 0;
     std::map<std::string, std::deque<std::string>> m_queues;
     std::vector<Event> m_events;
 };

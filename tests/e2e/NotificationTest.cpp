@@ -141,7 +141,7 @@ protected:
             return nullptr;
         auto server = std::make_unique<FakeNotifications>(orvane.bus(), capabilities);
         // The label comes from the page's title.
-        if (!server->owned || !remote.waitForEvents("gmail", "loaded", 1, 30s) || !remote.waitForEvents("calendar", "loaded", 1, 30s)
+        if (!server->owned || !waitForEvents("gmail", "loaded", 1, 30s) || !waitForEvents("calendar", "loaded", 1, 30s)
             || !waitUntil([&] { return label() == "notify@example.com"; }))
             return nullptr;
         return server;
@@ -154,8 +154,6 @@ protected:
     bool waitForSelection(const std::string& accountID) {
         return waitUntil([&] { return orvane.selectedAccountID() == accountID; }, 20s);
     }
-
-    PageRemote remote { server };
 };
 
 TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccountEvenAfterOrvaneQuit) {
@@ -169,7 +167,7 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
 
     // While off, nothing shows; the page's title change reaches Orvane after
     // its notification did. The preferences' switch turns them on at once.
-    remote.run("gmail", "show('x', 'Hidden'); document.title = 'Inbox - ann@example.com - Gmail'");
+    runInPage("gmail", "show('x', 'Hidden'); document.title = 'Inbox - ann@example.com - Gmail'");
     ASSERT_TRUE(waitUntil([&] { return label() == "ann@example.com"; }, 20s));
     EXPECT_TRUE(notifications->shown.empty());
     ASSERT_TRUE(orvane.activateAction("preferences"));
@@ -180,7 +178,7 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
 
     // Titled by the page, the account's label leading the body, which stays
     // plain text for this server; the tag names it per account.
-    remote.run("gmail", "show('first', 'Click me', { body: '<b>Ann</b> & co', tag: 't1' })");
+    runInPage("gmail", "show('first', 'Click me', { body: '<b>Ann</b> & co', tag: 't1' })");
     auto first = notifications->waitFor("Click me");
     ASSERT_TRUE(first);
     EXPECT_EQ(first->appID, "app.orvane.Orvane");
@@ -192,10 +190,10 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
     // A pop-up's notification shows nothing; the page's next one does.
     auto point = webAreaPoint();
     ASSERT_TRUE(orvane.click(point.first, point.second));
-    ASSERT_TRUE(remote.waitForEvents("popup", "loaded", 1));
-    remote.run("popup", "show('p', 'From the pop-up'); report('posted')");
-    ASSERT_TRUE(remote.waitForEvents("popup", "posted", 1));
-    remote.run("gmail", "show('q', 'After the pop-up')");
+    ASSERT_TRUE(waitForEvents("popup", "loaded", 1));
+    runInPage("popup", "show('p', 'From the pop-up'); report('posted')");
+    ASSERT_TRUE(waitForEvents("popup", "posted", 1));
+    runInPage("gmail", "show('q', 'After the pop-up')");
     ASSERT_TRUE(notifications->waitFor("After the pop-up"));
     for (const auto& shown : notifications->shown)
         EXPECT_NE(shown.title, "From the pop-up");
@@ -204,23 +202,23 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
     // break out of a quoted script run nothing, as the next click reports.
     ASSERT_TRUE(notifications->click(*first));
     EXPECT_TRUE(waitForSelection(kGmailID));
-    ASSERT_TRUE(remote.waitForEvents("gmail", "clicked", 1));
-    EXPECT_EQ(remote.events("gmail", "clicked")[0].data["key"], "first");
+    ASSERT_TRUE(waitForEvents("gmail", "clicked", 1));
+    EXPECT_EQ(events("gmail", "clicked")[0].data["key"], "first");
     for (const char* hostile : { "');window.__pwned=true;//", "\\');window.__pwned=true;//", "\");window.__pwned=true;//",
              "'+(window.__pwned=true)+'", "\u2028');window.__pwned=true;//" })
         ASSERT_TRUE(orvane.activateAction("notification-clicked", g_variant_new("(ss)", kGmailID, hostile))) << hostile;
-    remote.run("gmail", "show('second', 'Click me too')");
+    runInPage("gmail", "show('second', 'Click me too')");
     auto second = notifications->waitFor("Click me too");
     ASSERT_TRUE(second && notifications->click(*second));
-    ASSERT_TRUE(remote.waitForEvents("gmail", "clicked", 2));
-    EXPECT_EQ(remote.events("gmail", "clicked")[1].data["pwned"], false);
+    ASSERT_TRUE(waitForEvents("gmail", "clicked", 2));
+    EXPECT_EQ(events("gmail", "clicked")[1].data["pwned"], false);
 
     // A flood stays bounded, Orvane answers D-Bus all along, and the last
     // notification is never lost: it waits for its turn.
     const int64_t start = g_get_monotonic_time();
     size_t before = notifications->shown.size();
-    remote.run("gmail", "for (let i = 0; i < 5000; ++i) new Notification('Flood ' + i); report('flooded')");
-    while (remote.events("gmail", "flooded").empty() && g_get_monotonic_time() - start < 60 * G_USEC_PER_SEC)
+    runInPage("gmail", "for (let i = 0; i < 5000; ++i) new Notification('Flood ' + i); report('flooded')");
+    while (events("gmail", "flooded").empty() && g_get_monotonic_time() - start < 60 * G_USEC_PER_SEC)
         ASSERT_TRUE(orvane.actions());
     auto last = notifications->waitFor("Flood 4999");
     ASSERT_TRUE(last);
@@ -250,7 +248,7 @@ TEST_F(NotificationTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarku
     for (bool markup : { true, false }) {
         auto notifications = start(true, markup ? std::vector<std::string> { "body", "body-markup" } : std::vector<std::string> { "body" });
         ASSERT_TRUE(notifications);
-        remote.run("gmail", "show('m', 'Tags', { body: '<b>x</b> & y' })");
+        runInPage("gmail", "show('m', 'Tags', { body: '<b>x</b> & y' })");
         auto shown = notifications->waitFor("Tags");
         ASSERT_TRUE(shown);
         EXPECT_EQ(shown->body, markup ? "notify@example.com\n&lt;b&gt;x&lt;/b&gt; &amp; y" : "notify@example.com\n<b>x</b> & y");

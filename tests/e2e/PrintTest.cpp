@@ -25,7 +25,6 @@ protected:
     static bool has(const std::string& text, const char* word) { return text.find(word) != std::string::npos; }
 
     std::string pdf = orvane.folder() + "/printed.pdf";
-    PageRemote remote { server };
 };
 
 TEST_F(PrintTest, PrintsTheViewThatAskedOrTheSelectedAccountsPage) {
@@ -33,14 +32,14 @@ TEST_F(PrintTest, PrintsTheViewThatAskedOrTheSelectedAccountsPage) {
     ASSERT_TRUE(startOrvane("/print/index.html?who=gmail"));
     ASSERT_TRUE(orvane.activateAction("print")) << "no account: nothing to print";
     ASSERT_TRUE(orvane.activateAction("add-account"));
-    ASSERT_TRUE(remote.waitForEvents("gmail", "loaded", 1, 30s));
+    ASSERT_TRUE(waitForEvents("gmail", "loaded", 1, 30s));
     EXPECT_FALSE(g_file_test(pdf.c_str(), G_FILE_TEST_EXISTS));
     ASSERT_TRUE(orvane.activateAction("print"));
     std::string text = printed();
     EXPECT_TRUE(has(text, "ACCOUNTPAGE")) << text;
 
     // window.print() in an embedded frame prints the whole page.
-    remote.run("gmail", "document.getElementById('frame').contentWindow.print()");
+    runInPage("gmail", "document.getElementById('frame').contentWindow.print()");
     text = printed();
     EXPECT_TRUE(has(text, "ACCOUNTPAGE") && has(text, "FRAMEPART")) << text;
 
@@ -56,8 +55,8 @@ TEST_F(PrintTest, PrintsTheViewThatAskedOrTheSelectedAccountsPage) {
     EXPECT_TRUE(has(text, "POPUPPAGE")) << text;
 
     // A page that brings its own window.print keeps it.
-    remote.run("gmail", "window.print = () => report('own print'); window.print()");
-    ASSERT_TRUE(remote.waitForEvents("gmail", "own print", 1));
+    runInPage("gmail", "window.print = () => report('own print'); window.print()");
+    ASSERT_TRUE(waitForEvents("gmail", "own print", 1));
     ASSERT_TRUE(orvane.actions());
     EXPECT_FALSE(g_file_test(pdf.c_str(), G_FILE_TEST_EXISTS));
 }

@@ -52,18 +52,16 @@ protected:
             count += request.query == "who=" + who;
         return count;
     }
-
-    PageRemote remote { server };
 };
 
 TEST_F(WebProcessTest, AKilledWebProcessTakesNoOtherAccountDown) {
     ASSERT_TRUE(startOrvane("/notify/index.html?who=gmail", "/notify/index.html?who=outlook"));
     ASSERT_TRUE(orvane.activateAction("add-account"));
-    ASSERT_TRUE(remote.waitForEvents("gmail", "loaded", 1, 30s));
+    ASSERT_TRUE(waitForEvents("gmail", "loaded", 1, 30s));
     std::set<int> before = webProcessesUnder(orvane.pid());
     ASSERT_FALSE(before.empty());
     ASSERT_TRUE(orvane.activateAction("add-outlook-account"));
-    ASSERT_TRUE(remote.waitForEvents("outlook", "loaded", 1, 30s));
+    ASSERT_TRUE(waitForEvents("outlook", "loaded", 1, 30s));
 
     // The Outlook page runs in the web process that came with it.
     std::set<int> added;
@@ -77,17 +75,17 @@ TEST_F(WebProcessTest, AKilledWebProcessTakesNoOtherAccountDown) {
     // (every 50 ms) and answers them.
     ASSERT_TRUE(waitUntil([&] { return !webProcessesUnder(orvane.pid()).contains(*added.begin()); }));
     int outlookPolls = polls("outlook"), gmailPolls = polls("gmail");
-    remote.run("outlook", "report('alive')");
+    runInPage("outlook", "report('alive')");
     ASSERT_TRUE(waitUntil([&] { return polls("gmail") >= gmailPolls + 20; }));
     EXPECT_LE(polls("outlook"), outlookPolls + 1) << "the killed page still asks";
-    EXPECT_TRUE(remote.events("outlook", "alive").empty());
+    EXPECT_TRUE(events("outlook", "alive").empty());
 
     // Orvane still answers: the Gmail account can be selected and shows.
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
     EXPECT_EQ(orvane.selectedAccountID(), orvane.accountIDs()[0]);
-    remote.run("gmail", "report('still', document.visibilityState)");
-    ASSERT_TRUE(remote.waitForEvents("gmail", "still", 1));
-    EXPECT_EQ(remote.events("gmail", "still").front().data, "visible");
+    runInPage("gmail", "report('still', document.visibilityState)");
+    ASSERT_TRUE(waitForEvents("gmail", "still", 1));
+    EXPECT_EQ(events("gmail", "still").front().data, "visible");
 }
 
 TEST_F(WebProcessTest, AnInstalledOrvaneLoadsItsExtensionOnlyFromAPrivateFolder) {
@@ -100,13 +98,13 @@ TEST_F(WebProcessTest, AnInstalledOrvaneLoadsItsExtensionOnlyFromAPrivateFolder)
     // Whether the pages of the next run carry the extension's stamp.
     auto stampOnNextStart = [&](int run) -> std::string {
         if (!startOrvane("/notify/index.html?who=gmail") || (run == 1 && !orvane.activateAction("add-account"))
-            || !remote.waitForEvents("gmail", "loaded", run, 30s))
+            || !waitForEvents("gmail", "loaded", run, 30s))
             return "no page";
-        remote.run("gmail", "report('stamp', typeof window.__orvanePage)");
-        if (!remote.waitForEvents("gmail", "stamp", run))
+        runInPage("gmail", "report('stamp', typeof window.__orvanePage)");
+        if (!waitForEvents("gmail", "stamp", run))
             return "no answer";
         orvane.stop();
-        return remote.events("gmail", "stamp").back().data.get<std::string>();
+        return events("gmail", "stamp").back().data.get<std::string>();
     };
 
     // Group-writable: refused, so pages carry no stamp (the build tree's
