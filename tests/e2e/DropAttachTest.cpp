@@ -1,11 +1,12 @@
 // Files dragged from another program and dropped on orvane's window become
 // attachments in the page on screen; links stay the page's. A real XDND drag
-// from a window of orvane_drag_source (a program of its own, so the test
-// process never holds a connection to the X server it stops), moved with
-// xdotool, onto the stand-in Gmail page, which reports what it sees.
+// from a window of the test process, moved with xdotool, onto the stand-in
+// Gmail page, which reports what it sees.
 #include "E2ETest.h"
 
 #include "Files.h"
+
+#include <gtk/gtk.h>
 
 namespace orvane::test {
 
@@ -26,27 +27,37 @@ document.addEventListener('drop', () => report('page-drop'), true);
 class DropAttachTest : public E2ETest {
 protected:
     void TearDown() override {
-        if (m_source)
-            g_subprocess_force_exit(m_source.get());
+        if (m_window)
+            gtk_window_destroy(m_window);
+        if (m_display)
+            gdk_display_close(m_display);
         E2ETest::TearDown();
     }
 
-    // Drags what `orvane_drag_source files PATH… | link URI` offers from its
-    // window (right of orvane's, at the top) to (x, y), in small steps and
-    // with a few moves at the drop point, the way a hand would.
-    bool drag(const std::vector<std::string>& content, int x, int y) {
-        if (m_source) {
-            g_subprocess_force_exit(m_source.get());
-            waitUntil([&] { return orvane.windowsTitled("Drag Source").empty(); });
-        }
-        std::vector<std::string> argv = { ORVANE_DRAG_SOURCE };
-        argv.insert(argv.end(), content.begin(), content.end());
-        m_source = orvane.spawn(argv);
+    // Shows a window of this process on orvane's display (right of orvane's,
+    // at the top) that offers the content, and drags from it to (x, y) in
+    // small steps, with a few moves at the drop point, the way a hand would.
+    bool drag(GdkContentProvider* content, int x, int y) {
+        if (m_window)
+            gtk_window_destroy(m_window);
+        m_display = m_display ? m_display : gdk_display_open(orvane.getenv("DISPLAY"));
+        m_window = GTK_WINDOW(gtk_window_new());
+        gtk_window_set_display(m_window, m_display);
+        gtk_window_set_title(m_window, "Drag Source");
+        gtk_window_set_decorated(m_window, FALSE);
+        GtkWidget* area = gtk_label_new("drag");
+        gtk_widget_set_size_request(area, 100, 100);
+        GtkDragSource* source = gtk_drag_source_new();
+        gtk_drag_source_set_content(source, content);
+        g_object_unref(content);
+        gtk_widget_add_controller(area, GTK_EVENT_CONTROLLER(source));
+        gtk_window_set_child(m_window, area);
+        gtk_window_present(m_window);
         std::vector<unsigned long> found;
         if (!waitUntil([&] { return (found = orvane.windowsTitled("Drag Source")).size() == 1; }, 20s))
             return false;
-        std::string source = std::to_string(found[0]);
-        std::vector<std::string> moves = { "xdotool", "windowmove", source, "1150", "120", "windowraise", source,
+        std::string window = std::to_string(found[0]);
+        std::vector<std::string> moves = { "xdotool", "windowmove", window, "1150", "120", "windowraise", window,
             "mousemove", "1200", "170", "sleep", "0.1", "mousedown", "1", "sleep", "0.1" };
         for (int step = 1; step <= 24; ++step)
             moves.insert(moves.end(), { "mousemove", std::to_string(1200 + (x - 1200) * step / 24),
@@ -58,14 +69,23 @@ protected:
         return result && result->status == 0;
     }
 
-    std::string makeFile(const std::string& name) {
-        std::string path = orvane.folder() + "/" + name;
-        EXPECT_TRUE(Files::replaceAtomically(path, "contents of " + name));
-        return path;
+    GdkContentProvider* files(const std::vector<std::string>& names) {
+        GSList* list = nullptr;
+        for (const auto& name : names) {
+            std::string path = orvane.folder() + "/" + name;
+            EXPECT_TRUE(name == "." || Files::replaceAtomically(path, "contents of " + name));
+            list = g_slist_append(list, g_file_new_for_path(path.c_str()));
+        }
+        GdkFileList* fileList = gdk_file_list_new_from_list(list);
+        g_slist_free_full(list, g_object_unref);
+        GdkContentProvider* content = gdk_content_provider_new_typed(GDK_TYPE_FILE_LIST, fileList);
+        g_boxed_free(GDK_TYPE_FILE_LIST, fileList);
+        return content;
     }
     bool chooserShown() const { return !orvane.windowsTitled("Select Files").empty(); }
 
-    Ref<GSubprocess> m_source;
+    GdkDisplay* m_display = nullptr;
+    GtkWindow* m_window = nullptr;
 };
 
 TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayThePages) {
@@ -73,12 +93,12 @@ TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayTheP
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/", "/calendar/"));
     // With no account there is nothing to attach to: nothing happens.
     auto point = webAreaPoint();
-    ASSERT_TRUE(drag({ "files", makeFile("lonely.txt"), orvane.folder() }, point.first, point.second));
+    ASSERT_TRUE(drag(files({ "lonely.txt", "." }), point.first, point.second));
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded"));
     EXPECT_TRUE(events("gmail", "files-chosen").empty());
 
-    ASSERT_TRUE(drag({ "files", makeFile("report.pdf"), makeFile("holiday photo.jpg") }, point.first, point.second));
+    ASSERT_TRUE(drag(files({ "report.pdf", "holiday photo.jpg" }), point.first, point.second));
     ASSERT_TRUE(waitForEvents("gmail", "files-chosen"));
     auto chosen = events("gmail", "files-chosen").front().data;
     EXPECT_EQ(chosen["names"], nlohmann::json::array({ "report.pdf", "holiday photo.jpg" }));
@@ -88,8 +108,11 @@ TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayTheP
     EXPECT_TRUE(events("gmail", "page-drop").empty());
     EXPECT_FALSE(chooserShown());
 
-    // A web link offers text/uri-list too, yet it is no file: the page gets it.
-    ASSERT_TRUE(drag({ "link", "https://example.org/dropped-link" }, point.first, point.second));
+    // A web link, offered as text/uri-list as browsers do, is no file: the page gets it.
+    const char* link = "https://example.org/dropped-link";
+    GdkContentProvider* offers[] = { gdk_content_provider_new_for_bytes("text/uri-list", g_bytes_new_static(link, strlen(link))),
+        gdk_content_provider_new_for_bytes("text/plain;charset=utf-8", g_bytes_new_static(link, strlen(link))) };
+    ASSERT_TRUE(drag(gdk_content_provider_new_union(offers, 2), point.first, point.second));
     ASSERT_TRUE(waitForEvents("gmail", "page-drop"));
     EXPECT_EQ(events("gmail", "files-chosen").size(), 1u);
     EXPECT_FALSE(chooserShown());

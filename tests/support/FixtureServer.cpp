@@ -15,8 +15,7 @@ FixtureServer::FixtureServer()
     if (!soup_server_listen_local(m_server.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, GErrorOut(error)))
         g_error("fixture server: %s", error ? error->message : "cannot listen");
     GSList* uris = soup_server_get_uris(m_server.get());
-    if (uris)
-        m_port = static_cast<unsigned>(g_uri_get_port(static_cast<GUri*>(uris->data)));
+    m_port = uris ? unsigned(g_uri_get_port(static_cast<GUri*>(uris->data))) : 0;
     g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
 }
 
@@ -43,10 +42,7 @@ void FixtureServer::serve(const std::string& path, std::string body, std::string
     });
 }
 
-int FixtureServer::requestCount(const std::string& path) const {
-    auto it = m_requests.find(path);
-    return it == m_requests.end() ? 0 : static_cast<int>(it->second.size());
-}
+int FixtureServer::requestCount(const std::string& path) const { return int(requests(path).size()); }
 
 std::vector<FixtureServer::Request> FixtureServer::requests(const std::string& path) const {
     auto it = m_requests.find(path);
@@ -62,14 +58,9 @@ void FixtureServer::onRequest(SoupServer*, SoupServerMessage* message, const cha
     request.path = path;
     if (const char* query = g_uri_get_query(soup_server_message_get_uri(message)))
         request.query = query;
-    SoupMessageHeadersIter iter;
-    soup_message_headers_iter_init(&iter, soup_server_message_get_request_headers(message));
-    const char* name;
-    const char* value;
-    while (soup_message_headers_iter_next(&iter, &name, &value)) {
-        GCharPtr lower(g_ascii_strdown(name, -1));
-        request.headers[lower.get()] = value;
-    }
+    soup_message_headers_foreach(soup_server_message_get_request_headers(message), +[](const char* name, const char* value, gpointer headers) {
+        (*static_cast<std::map<std::string, std::string>*>(headers))[GCharPtr(g_ascii_strdown(name, -1)).get()] = value;
+    }, &request.headers);
     self->m_requests[request.path].push_back(request);
 
     if (auto it = self->m_handlers.find(path); it != self->m_handlers.end()) {
@@ -81,21 +72,12 @@ void FixtureServer::onRequest(SoupServer*, SoupServerMessage* message, const cha
 }
 
 static const char* contentTypeFor(const std::string& path) {
-    auto endsWith = [&](const char* ext) { return g_str_has_suffix(path.c_str(), ext); };
-    if (endsWith(".html"))
-        return "text/html; charset=utf-8";
-    if (endsWith(".js"))
-        return "text/javascript; charset=utf-8";
-    if (endsWith(".css"))
-        return "text/css";
-    if (endsWith(".png"))
-        return "image/png";
-    if (endsWith(".jpg") || endsWith(".jpeg"))
-        return "image/jpeg";
-    if (endsWith(".svg"))
-        return "image/svg+xml";
-    if (endsWith(".pdf"))
-        return "application/pdf";
+    static const std::pair<const char*, const char*> types[] = { { ".html", "text/html; charset=utf-8" },
+        { ".js", "text/javascript; charset=utf-8" }, { ".css", "text/css" }, { ".png", "image/png" }, { ".jpg", "image/jpeg" },
+        { ".jpeg", "image/jpeg" }, { ".svg", "image/svg+xml" }, { ".pdf", "application/pdf" } };
+    for (const auto& [extension, type] : types)
+        if (g_str_has_suffix(path.c_str(), extension))
+            return type;
     return "application/octet-stream";
 }
 

@@ -20,8 +20,7 @@ const std::string& tempRoot() { return s_root; }
 
 std::string makeTempFolder(const std::string& prefix) {
     std::string pattern = s_root + "/" + prefix + "-XXXXXX";
-    GCharPtr made(g_mkdtemp_full(pattern.data(), 0700) ? g_strdup(pattern.c_str()) : nullptr);
-    return made ? std::string(made.get()) : std::string();
+    return g_mkdtemp_full(pattern.data(), 0700) ? pattern : std::string();
 }
 
 std::string freshXDGFolders() {
@@ -45,17 +44,11 @@ void pinEnvironment() {
     std::string runtime = makeTempFolder("runtime");
     if (!g_getenv("XDG_RUNTIME_DIR"))
         g_setenv("XDG_RUNTIME_DIR", runtime.c_str(), TRUE);
-    g_setenv("GSETTINGS_BACKEND", "memory", TRUE);
-    g_setenv("LC_ALL", "C", TRUE);
-    g_setenv("LANGUAGE", "C", TRUE);
-    g_setenv("GTK_IM_MODULE", "none", TRUE);
-    g_setenv("GTK_A11Y", "none", TRUE);
-    g_setenv("NO_AT_BRIDGE", "1", TRUE);
-    g_setenv("WEBKIT_DISABLE_COMPOSITING_MODE", "1", TRUE);
-    g_unsetenv("ORVANE_SERVICE_OVERRIDES");
-    g_unsetenv("ORVANE_PING_URL");
-    g_unsetenv("ORVANE_APPCAST_URL");
-    g_unsetenv("ORVANE_PRINT_TO_PDF");
+    for (const auto& [name, value] : { std::pair { "GSETTINGS_BACKEND", "memory" }, { "LC_ALL", "C" }, { "LANGUAGE", "C" },
+             { "GTK_IM_MODULE", "none" }, { "GTK_A11Y", "none" }, { "NO_AT_BRIDGE", "1" }, { "WEBKIT_DISABLE_COMPOSITING_MODE", "1" } })
+        g_setenv(name, value, TRUE);
+    for (const char* name : { "ORVANE_SERVICE_OVERRIDES", "ORVANE_PING_URL", "ORVANE_APPCAST_URL", "ORVANE_PRINT_TO_PDF" })
+        g_unsetenv(name);
 }
 
 void sendServicesNowhere() {
