@@ -43,13 +43,13 @@ public:
         : m_bus(bus), m_capabilities(std::move(capabilities)) {
         GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(kInterfaces, nullptr);
         static const GDBusInterfaceVTable vtable = { &FakeNotifications::onCall, nullptr, nullptr, {} };
-        const char* path = m_capabilities ? "/org/freedesktop/Notifications" : "/org/gtk/Notifications";
-        m_registration = g_dbus_connection_register_object(bus, path, node->interfaces[m_capabilities ? 1 : 0], &vtable,
-            this, nullptr, nullptr);
+        GDBusInterfaceInfo* interface = node->interfaces[m_capabilities ? 1 : 0];
+        std::string path = "/" + std::string(interface->name);
+        std::replace(path.begin(), path.end(), '.', '/');
+        m_registration = g_dbus_connection_register_object(bus, path.c_str(), interface, &vtable, this, nullptr, nullptr);
+        m_ownership = g_bus_own_name_on_connection(bus, interface->name, G_BUS_NAME_OWNER_FLAGS_NONE,
+            +[](GDBusConnection*, const char*, gpointer self) { static_cast<FakeNotifications*>(self)->owned = true; }, nullptr, this, nullptr);
         g_dbus_node_info_unref(node);
-        m_ownership = g_bus_own_name_on_connection(bus, m_capabilities ? "org.freedesktop.Notifications" : "org.gtk.Notifications",
-            G_BUS_NAME_OWNER_FLAGS_NONE, +[](GDBusConnection*, const char*, gpointer self) { static_cast<FakeNotifications*>(self)->owned = true; },
-            nullptr, this, nullptr);
         waitUntil([&] { return owned; });
     }
     ~FakeNotifications() {
@@ -59,26 +59,18 @@ public:
 
     // The first notification with this title, once shown.
     std::optional<Shown> waitFor(const std::string& title) {
-        std::optional<Shown> found;
-        waitUntil([&] {
-            for (const auto& notification : shown)
-                if (!found && notification.title == title)
-                    found = notification;
-            return found.has_value();
-        }, 20s);
-        return found;
+        auto it = shown.end();
+        waitUntil([&] { return (it = std::find_if(shown.begin(), shown.end(), [&](auto& s) { return s.title == title; })) != shown.end(); }, 20s);
+        return it == shown.end() ? std::nullopt : std::optional(*it);
     }
 
     // What GNOME Shell does on a click: org.freedesktop.Application.ActivateAction,
     // which D-Bus delivers to a new orvane when none is running.
     bool click(const Shown& notification) {
-        if (!notification.target || notification.action.rfind("app.", 0) != 0)
-            return false;
-        GVariantBuilder target;
-        g_variant_builder_init(&target, G_VARIANT_TYPE("av"));
-        g_variant_builder_add(&target, "v", g_variant_new("(ss)", notification.target->first.c_str(), notification.target->second.c_str()));
-        return bool(callAndWait(m_bus, OrvaneProcess::kBusName, OrvaneProcess::kObjectPath, "org.freedesktop.Application",
-            "ActivateAction", g_variant_new("(sava{sv})", notification.action.c_str() + 4, &target, nullptr), 30s));
+        return notification.target && notification.action.rfind("app.", 0) == 0
+            && callAndWait(m_bus, OrvaneProcess::kBusName, OrvaneProcess::kObjectPath, "org.freedesktop.Application", "ActivateAction",
+                g_variant_new_parsed("(%s, [<(%s, %s)>], @a{sv} {})", notification.action.c_str() + 4,
+                    notification.target->first.c_str(), notification.target->second.c_str()), 30s);
     }
 
     std::vector<Shown> shown;
@@ -90,25 +82,22 @@ private:
         auto* self = static_cast<FakeNotifications*>(data);
         GVariant* reply = nullptr;
         if (g_str_equal(method, "AddNotification")) {
-            Shown shown;
-            const char *appID, *id;
+            const char *appID, *id, *title = "", *body = "", *action = "", *account, *notif;
             GVariant* dictionary = nullptr;
             g_variant_get(parameters, "(&s&s@a{sv})", &appID, &id, &dictionary);
             GVariantPtr keep(dictionary);
-            const char *title = "", *body = "", *action = "", *account, *notif;
             g_variant_lookup(dictionary, "title", "&s", &title);
             g_variant_lookup(dictionary, "body", "&s", &body);
             g_variant_lookup(dictionary, "default-action", "&s", &action);
+            self->shown.push_back({ appID, id, title, body, action, std::nullopt });
             if (g_variant_lookup(dictionary, "default-action-target", "(&s&s)", &account, &notif))
-                shown.target = { account, notif };
-            shown.appID = appID, shown.id = id, shown.title = title, shown.body = body, shown.action = action;
-            self->shown.push_back(std::move(shown));
+                self->shown.back().target = { account, notif };
         } else if (g_str_equal(method, "Notify")) {
             const char *title, *body;
             g_variant_get(parameters, "(&su&s&s&s@as@a{sv}i)", nullptr, nullptr, nullptr, &title, &body, nullptr, nullptr, nullptr);
             self->shown.push_back({ "", "", title, body, "", std::nullopt });
             reply = g_variant_new("(u)", guint32(self->shown.size()));
-        } else if (g_str_equal(method, "GetCapabilities")) {
+        } else {
             std::vector<const char*> names;
             for (const auto& name : *self->m_capabilities)
                 names.push_back(name.c_str());

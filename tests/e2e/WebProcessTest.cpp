@@ -6,51 +6,38 @@
 
 #include <csignal>
 #include <set>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace orvane::test {
 
-namespace {
-
-// The live WebKit web processes below a process (through the sandbox's own).
-std::set<int> webProcessesUnder(int root) {
-    std::map<int, int> parents;
-    std::map<int, std::string> names;
-    GDir* proc = g_dir_open("/proc", 0, nullptr);
-    while (const char* entry = proc ? g_dir_read_name(proc) : nullptr) {
-        // "pid (name) state ppid …"; the name may hold spaces and parentheses.
-        gchar* stat = nullptr;
-        if (atoi(entry) <= 0 || !g_file_get_contents(("/proc/" + std::string(entry) + "/stat").c_str(), &stat, nullptr, nullptr))
-            continue;
-        std::string text(stat);
-        g_free(stat);
-        auto open = text.find('('), close = text.rfind(')');
-        if (open == std::string::npos || close == std::string::npos || close + 4 > text.size())
-            continue;
-        if (text[close + 2] != 'Z')
-            names[atoi(entry)] = text.substr(open + 1, close - open - 1);
-        parents[atoi(entry)] = atoi(text.c_str() + close + 4);
-    }
-    if (proc)
-        g_dir_close(proc);
-    std::set<int> found;
-    for (const auto& [pid, name] : names)
-        for (int above = parents[pid]; above > 1; above = parents.count(above) ? parents[above] : 0)
-            if (above == root && name.rfind("WebKitWebProces", 0) == 0)
-                found.insert(pid);
-    return found;
-}
-
-} // namespace
-
 class WebProcessTest : public E2ETest {
 protected:
+    // The live WebKit web processes below orvane (through the sandbox's own).
+    std::set<int> webProcesses() const {
+        auto listing = orvane.run({ "ps", "-e", "-o", "pid=,ppid=,s=,comm=" });
+        std::map<int, int> parents;
+        std::set<int> candidates, found;
+        std::istringstream lines(listing ? listing->output : "");
+        for (std::string line; std::getline(lines, line);) {
+            int pid = 0, parent = 0;
+            char state = 0, name[32] = "";
+            if (sscanf(line.c_str(), "%d %d %c %31s", &pid, &parent, &state, name) != 4)
+                continue;
+            parents[pid] = parent;
+            if (state != 'Z' && g_str_has_prefix(name, "WebKitWebProces"))
+                candidates.insert(pid);
+        }
+        for (int pid : candidates)
+            for (int above = parents[pid]; above > 1; above = parents.count(above) ? parents[above] : 0)
+                if (above == orvane.pid())
+                    found.insert(pid);
+        return found;
+    }
     // How often a page of tests/fixtures/notify asked for its next command.
     int polls(const std::string& who) const {
-        int count = 0;
-        for (const auto& request : server.requests("/notify/next"))
-            count += request.query == "who=" + who;
-        return count;
+        auto requests = server.requests("/notify/next");
+        return int(std::count_if(requests.begin(), requests.end(), [&](const auto& r) { return r.query == "who=" + who; }));
     }
 };
 
@@ -58,22 +45,20 @@ TEST_F(WebProcessTest, AKilledWebProcessTakesNoOtherAccountDown) {
     ASSERT_TRUE(startOrvane("/notify/index.html?who=gmail", "/notify/index.html?who=outlook"));
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded", 1, 30s));
-    std::set<int> before = webProcessesUnder(orvane.pid());
+    std::set<int> before = webProcesses();
     ASSERT_FALSE(before.empty());
     ASSERT_TRUE(orvane.activateAction("add-outlook-account"));
     ASSERT_TRUE(waitForEvents("outlook", "loaded", 1, 30s));
 
     // The Outlook page runs in the web process that came with it.
-    std::set<int> added;
-    for (int pid : webProcessesUnder(orvane.pid()))
-        if (!before.contains(pid))
-            added.insert(pid);
+    std::set<int> after = webProcesses(), added;
+    std::set_difference(after.begin(), after.end(), before.begin(), before.end(), std::inserter(added, added.end()));
     ASSERT_EQ(added.size(), 1u);
     ASSERT_EQ(kill(*added.begin(), SIGKILL), 0);
 
     // That page is gone, while the Gmail page goes on asking for commands
     // (every 50 ms) and answers them.
-    ASSERT_TRUE(waitUntil([&] { return !webProcessesUnder(orvane.pid()).contains(*added.begin()); }));
+    ASSERT_TRUE(waitUntil([&] { return !webProcesses().contains(*added.begin()); }));
     int outlookPolls = polls("outlook"), gmailPolls = polls("gmail");
     runInPage("outlook", "report('alive')");
     ASSERT_TRUE(waitUntil([&] { return polls("gmail") >= gmailPolls + 20; }));
