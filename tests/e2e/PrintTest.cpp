@@ -1,7 +1,8 @@
-// Printing end to end, into ORVANE_PRINT_TO_PDF: the print command prints the
-// selected account's page, a page's window.print() prints the view it came
-// from (a frame its whole page, a pop-up itself), and the command prints a
-// pop-up whose window is active.
+// What pages open and print, end to end: outside links go to the default
+// browser, pop-ups open in windows of their own and close again, and prints
+// go into ORVANE_PRINT_TO_PDF: the print command prints the selected account's
+// page, or the pop-up whose window is active; a page's window.print() prints
+// the view it came from (a frame its whole page, a pop-up itself).
 #include "E2ETest.h"
 
 #include <glib/gstdio.h>
@@ -27,36 +28,54 @@ protected:
     std::string pdf = orvane.folder() + "/printed.pdf";
 };
 
-TEST_F(PrintTest, PrintsTheViewThatAskedOrTheSelectedAccountsPage) {
+TEST_F(PrintTest, LinksPopupsAndPrintsFollowTheViewThatAsked) {
+    // A stand-in browser, the default for web links, notes each address it gets.
+    std::string opened = orvane.folder() + "/browser-opened.txt", browser = orvane.folder() + "/browser.sh";
+    ASSERT_TRUE(Files::replaceAtomically(browser, "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" + opened + "'\n"));
+    g_chmod(browser.c_str(), 0755);
+    ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/applications"));
+    ASSERT_TRUE(Files::replaceAtomically(orvane.dataHome() + "/applications/browser.desktop",
+        "[Desktop Entry]\nType=Application\nName=Browser\nExec=" + browser + " %u\nMimeType=x-scheme-handler/https;\n"));
+    ASSERT_TRUE(Files::replaceAtomically(orvane.configHome() + "/mimeapps.list",
+        "[Default Applications]\nx-scheme-handler/https=browser.desktop\n"));
     orvane.setEnvironment("ORVANE_PRINT_TO_PDF", pdf);
     ASSERT_TRUE(startOrvane("/print/index.html?who=gmail"));
     ASSERT_TRUE(orvane.activateAction("print")) << "no account: nothing to print";
     ASSERT_TRUE(orvane.activateAction("add-account"));
-    ASSERT_TRUE(waitForEvents("gmail", "loaded", 1, 30s));
+    ASSERT_TRUE(waitForEvents("gmail", "loaded"));
     EXPECT_FALSE(g_file_test(pdf.c_str(), G_FILE_TEST_EXISTS));
+
+    runInPage("gmail", "const a = document.createElement('a'); a.href = 'https://example.org/outside'; document.body.append(a); a.click()");
+    EXPECT_TRUE(waitUntil([&] { return Files::read(opened, 1 << 20) == "https://example.org/outside\n"; }, 20s));
+    EXPECT_EQ(server.requestCount("/print/index.html"), 1);
+
     ASSERT_TRUE(orvane.activateAction("print"));
     std::string text = printed();
     EXPECT_TRUE(has(text, "ACCOUNTPAGE")) << text;
-
-    // window.print() in an embedded frame prints the whole page.
     runInPage("gmail", "document.getElementById('frame').contentWindow.print()");
     text = printed();
     EXPECT_TRUE(has(text, "ACCOUNTPAGE") && has(text, "FRAMEPART")) << text;
 
-    // The pop-up prints itself when it has loaded, not its opener.
+    // A click on the page opens the pop-up, a window of its own whatever size
+    // it asks for, which prints itself when it has loaded.
     auto point = webAreaPoint();
     ASSERT_TRUE(orvane.click(point.first, point.second));
     text = printed();
     EXPECT_TRUE(has(text, "POPUPPAGE") && !has(text, "ACCOUNTPAGE")) << text;
-
-    // With the pop-up's window active, Ctrl+P prints the pop-up.
-    ASSERT_TRUE(orvane.pressKeys(windows(2)[1], "ctrl+p"));
+    unsigned long popup = windows(2)[1];
+    auto geometry = orvane.geometry(popup);
+    ASSERT_TRUE(geometry);
+    EXPECT_EQ(geometry->width, 820);
+    EXPECT_EQ(geometry->height, 620);
+    ASSERT_TRUE(orvane.pressKeys(popup, "ctrl+p"));
     text = printed();
     EXPECT_TRUE(has(text, "POPUPPAGE")) << text;
+    runInPage("popup", "window.close()");
+    EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
 
     // A page that brings its own window.print keeps it.
     runInPage("gmail", "window.print = () => report('own print'); window.print()");
-    ASSERT_TRUE(waitForEvents("gmail", "own print", 1));
+    ASSERT_TRUE(waitForEvents("gmail", "own print"));
     ASSERT_TRUE(orvane.actions());
     EXPECT_FALSE(g_file_test(pdf.c_str(), G_FILE_TEST_EXISTS));
 }
