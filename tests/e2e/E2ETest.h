@@ -21,7 +21,6 @@ class E2ETest : public ::testing::Test {
 protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
-    static constexpr Screenshot::Color kBlue { 0x1d, 0x4e, 0xd8 };
 
     struct Event {
         std::string who, event;
@@ -83,8 +82,7 @@ protected:
         std::vector<unsigned long> found;
         if (!waitUntil([&] { return (found = orvane.windowsTitled("Orvane")).size() == count; }, 20s))
             return std::vector<unsigned long>(count, 0);
-        if (m_main && found.front() != m_main)
-            std::swap(found.front(), found.back());
+        std::partition(found.begin(), found.end(), [&](unsigned long w) { return w == m_main; });
         m_main = found.front();
         return found;
     }

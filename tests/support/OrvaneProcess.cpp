@@ -84,10 +84,6 @@ OrvaneProcess::~OrvaneProcess() {
     g_strfreev(m_environment);
 }
 
-void OrvaneProcess::setEnvironment(const std::string& name, const std::string& value) {
-    m_environment = g_environ_setenv(m_environment, name.c_str(), value.c_str(), TRUE);
-}
-
 void OrvaneProcess::writeAccountsFile(const nlohmann::json& contents) {
     Files::makeFolder(dataHome() + "/Orvane");
     Files::replaceAtomically(accountsFilePath(), contents.dump(2));
@@ -175,13 +171,6 @@ bool OrvaneProcess::openURL(const std::string& url) {
 nlohmann::json OrvaneProcess::accounts() const {
     auto parsed = nlohmann::json::parse(Files::read(accountsFilePath(), 8 << 20).value_or(""), nullptr, false);
     return parsed.is_discarded() ? nlohmann::json(nullptr) : parsed;
-}
-
-std::optional<std::string> OrvaneProcess::selectedAccountID() const {
-    auto file = accounts();
-    if (!file.is_object() || !file["selectedAccountID"].is_string())
-        return std::nullopt;
-    return file["selectedAccountID"].get<std::string>();
 }
 
 std::vector<std::string> OrvaneProcess::accountIDs() const {

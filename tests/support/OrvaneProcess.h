@@ -33,12 +33,15 @@ public:
         std::string output;
     };
 
+
     OrvaneProcess();
     ~OrvaneProcess();
     OrvaneProcess(const OrvaneProcess&) = delete;
     OrvaneProcess& operator=(const OrvaneProcess&) = delete;
 
-    void setEnvironment(const std::string& name, const std::string& value);
+    void setEnvironment(const std::string& name, const std::string& value) {
+        m_environment = g_environ_setenv(m_environment, name.c_str(), value.c_str(), TRUE);
+    }
     const char* getenv(const char* name) const { return g_environ_getenv(m_environment, name); }
     // NAME=value, as orvane gets them.
     std::vector<std::string> environment() const { return { m_environment, m_environment + g_strv_length(m_environment) }; }
@@ -64,7 +67,7 @@ public:
 
     // accounts.json, parsed; null when missing or unreadable.
     nlohmann::json accounts() const;
-    std::optional<std::string> selectedAccountID() const;
+    std::string selectedAccountID() const { return accounts().is_object() ? accounts().value("selectedAccountID", "") : ""; }
     std::vector<std::string> accountIDs() const;
 
     // Visible X windows titled exactly this (tooltips and popovers, which
