@@ -219,10 +219,11 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
     std::string command = "#!/bin/sh\nexec env -i";
     for (const auto& entry : orvane.environment())
         command += " " + std::string(GCharPtr(g_shell_quote(entry.c_str())).get());
-    ASSERT_TRUE(Files::replaceAtomically(launcher, command + " " + ORVANE_BINARY + " --gapplication-service\n"));
+    ASSERT_TRUE(Files::replaceAtomically(launcher, command + " " + ORVANE_BINARY + " --gapplication-service >> " + orvane.folder() + "/orvane.log 2>&1\n"));
     g_chmod(launcher.c_str(), 0755);
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
     ASSERT_TRUE(orvane.stop());
+    ASSERT_TRUE(waitUntil([&] { return !orvane.nameHasOwner(OrvaneProcess::kBusName); }));
     ASSERT_EQ(orvane.selectedAccountID(), kCalendarID);
     ASSERT_TRUE(notifications->click(*last));
     EXPECT_TRUE(waitForSelection(kGmailID));
