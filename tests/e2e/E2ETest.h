@@ -22,10 +22,7 @@ protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
 
-    struct Event {
-        std::string who, event;
-        nlohmann::json data;
-    };
+    struct Event { std::string who, event; nlohmann::json data; };
 
     E2ETest() {
         server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {

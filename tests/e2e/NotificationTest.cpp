@@ -116,24 +116,20 @@ private:
 class NotificationTest : public E2ETest {
 protected:
     // A Gmail and a Calendar account on the notify page, the calendar
-    // selected; orvane, then the server.
+    // selected; orvane, then the server, once the pages have loaded and the
+    // Gmail account has its label from its page's title.
     std::unique_ptr<FakeNotifications> start(bool enabled, std::optional<std::vector<std::string>> capabilities = std::nullopt) {
-        orvane.writeAccountsFile({
-            { "accounts", {
-                { { "id", kGmailID }, { "label", "Work" }, { "dataStoreID", "1C0E4B2D-7A3F-4E59-B168-2F5D9C0A7E34" }, { "colorSeed", 10 } },
-                { { "id", kCalendarID }, { "label", "Home" }, { "dataStoreID", "2E7A9C41-6B0D-4F83-9A25-C1D3E5F7A9B0" }, { "colorSeed", 200 }, { "service", "calendar" } },
-            } },
-            { "selectedAccountID", kCalendarID },
-            { "notificationsEnabled", enabled },
-        });
+        auto account = [](const char* id, const char* service) {
+            return nlohmann::json { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 }, { "service", service } };
+        };
+        orvane.writeAccountsFile({ { "accounts", { account(kGmailID, "mail"), account(kCalendarID, "calendar") } },
+            { "selectedAccountID", kCalendarID }, { "notificationsEnabled", enabled } });
         if (!startOrvane("/notify/index.html?who=gmail", "/notify/index.html?who=outlook", "/notify/index.html?who=calendar"))
             return nullptr;
         auto server = std::make_unique<FakeNotifications>(orvane.bus(), capabilities);
-        // The label comes from the page's title.
-        if (!server->owned || !waitForEvents("gmail", "loaded", 1, 30s) || !waitForEvents("calendar", "loaded", 1, 30s)
-            || !waitUntil([&] { return label() == "notify@example.com"; }))
-            return nullptr;
-        return server;
+        bool ready = server->owned && waitForEvents("gmail", "loaded") && waitForEvents("calendar", "loaded")
+            && waitUntil([&] { return label() == "notify@example.com"; });
+        return ready ? std::move(server) : nullptr;
     }
 
     std::string label() const {

@@ -60,10 +60,8 @@ TEST_F(StartupTest, FirstStartOffersItsCommandsTakesLinksAndReturnAddsGmail) {
 
 TEST_F(StartupTest, ThePingCarriesTheStoredInstallIDAndTheFeedIsReadOnlyWhenAsked) {
     server.serve("/ping.txt", "ok", "text/plain");
-    server.serve("/appcast.xml", R"(<?xml version="1.0"?>
-<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><title>Orvane</title>
-<item><title>Orvane 99.0</title><enclosure url="https://example.com/orvane-99.tar.gz" sparkle:version="99.0"/></item>
-</channel></rss>)", "application/rss+xml");
+    server.serve("/appcast.xml", R"(<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel>
+<item><enclosure url="https://example.com/orvane-99.tar.gz" sparkle:version="99.0"/></item></channel></rss>)", "application/rss+xml");
     orvane.setEnvironment("ORVANE_PING_URL", server.uri("/ping.txt"));
     orvane.setEnvironment("ORVANE_APPCAST_URL", server.uri("/appcast.xml"));
     ASSERT_TRUE(startOrvane());

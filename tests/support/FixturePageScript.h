@@ -1,11 +1,12 @@
 #pragma once
 
+#include "Files.h"
+#include "support/FixtureServer.h"
+
 #include <functional>
 #include <string>
 
 namespace orvane::test {
-
-class FixtureServer;
 
 // Serves a fixture page (a file under tests/fixtures, such as
 // "/gmail/index.html") at `path` with a script added before </body>, for
@@ -13,7 +14,16 @@ class FixtureServer;
 // change its unread count over time. The script is asked for anew on every
 // request; a missing file gives 404.
 using ScriptSource = std::function<std::string()>;
-void serveFixtureWithScript(FixtureServer& server, const std::string& path, const std::string& file,
-    ScriptSource script);
+inline void serveFixtureWithScript(FixtureServer& server, const std::string& path, const std::string& file, ScriptSource script) {
+    server.handle(path, [fullPath = FixtureServer::fixturesDir() + file, script](SoupServerMessage* message, const std::string&) {
+        auto page = Files::read(fullPath, 16 * 1024 * 1024);
+        if (!page)
+            return soup_server_message_set_status(message, 404, nullptr);
+        auto end = page->rfind("</body>");
+        page->insert(end == std::string::npos ? page->size() : end, "<script>\n" + script() + "\n</script>\n");
+        soup_server_message_set_status(message, 200, nullptr);
+        soup_server_message_set_response(message, "text/html; charset=utf-8", SOUP_MEMORY_COPY, page->data(), page->size());
+    });
+}
 
 } // namespace orvane::test

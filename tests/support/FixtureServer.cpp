@@ -6,8 +6,6 @@
 
 namespace orvane::test {
 
-std::string FixtureServer::fixturesDir() { return ORVANE_FIXTURES_DIR; }
-
 FixtureServer::FixtureServer()
     : m_server(adopt(soup_server_new(nullptr, nullptr))) {
     soup_server_add_handler(m_server.get(), nullptr, &FixtureServer::onRequest, this, nullptr);
@@ -19,22 +17,6 @@ FixtureServer::FixtureServer()
     g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
 }
 
-FixtureServer::~FixtureServer() {
-    soup_server_disconnect(m_server.get());
-}
-
-std::string FixtureServer::uri(const std::string& path) const {
-    return uriOnHost("127.0.0.1", path);
-}
-
-std::string FixtureServer::uriOnHost(const std::string& host, const std::string& path) const {
-    return "http://" + host + ":" + std::to_string(m_port) + path;
-}
-
-void FixtureServer::handle(const std::string& path, Handler handler) {
-    m_handlers[path] = std::move(handler);
-}
-
 void FixtureServer::serve(const std::string& path, std::string body, std::string contentType) {
     handle(path, [body = std::move(body), contentType = std::move(contentType)](SoupServerMessage* message, const std::string&) {
         soup_server_message_set_status(message, 200, nullptr);
@@ -42,14 +24,12 @@ void FixtureServer::serve(const std::string& path, std::string body, std::string
     });
 }
 
-int FixtureServer::requestCount(const std::string& path) const { return int(requests(path).size()); }
 
 std::vector<FixtureServer::Request> FixtureServer::requests(const std::string& path) const {
     auto it = m_requests.find(path);
     return it == m_requests.end() ? std::vector<Request>() : it->second;
 }
 
-void FixtureServer::resetCounts() { m_requests.clear(); }
 
 void FixtureServer::onRequest(SoupServer*, SoupServerMessage* message, const char* path, GHashTable*, gpointer data) {
     auto* self = static_cast<FixtureServer*>(data);

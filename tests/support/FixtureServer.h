@@ -25,27 +25,29 @@ public:
     using Handler = std::function<void(SoupServerMessage*, const std::string& path)>;
 
     FixtureServer();
-    ~FixtureServer();
+    ~FixtureServer() { soup_server_disconnect(m_server.get()); }
     FixtureServer(const FixtureServer&) = delete;
     FixtureServer& operator=(const FixtureServer&) = delete;
 
     // "http://127.0.0.1:PORT" + path (path starts with "/").
-    std::string uri(const std::string& path) const;
+    std::string uri(const std::string& path) const { return uriOnHost("127.0.0.1", path); }
     // The same on another loopback name ("localhost"), a different host as far
     // as the pages and Orvane's host rules are concerned.
-    std::string uriOnHost(const std::string& host, const std::string& path) const;
+    std::string uriOnHost(const std::string& host, const std::string& path) const {
+        return "http://" + host + ":" + std::to_string(m_port) + path;
+    }
     unsigned port() const { return m_port; }
 
     // Serves this path with the handler instead of a fixture file.
-    void handle(const std::string& path, Handler handler);
+    void handle(const std::string& path, Handler handler) { m_handlers[path] = std::move(handler); }
     // Serves a fixed body.
     void serve(const std::string& path, std::string body, std::string contentType = "text/html; charset=utf-8");
 
-    int requestCount(const std::string& path) const;
+    int requestCount(const std::string& path) const { return int(requests(path).size()); }
     std::vector<Request> requests(const std::string& path) const;
-    void resetCounts();
+    void resetCounts() { m_requests.clear(); }
 
-    static std::string fixturesDir();
+    static std::string fixturesDir() { return ORVANE_FIXTURES_DIR; }
 
 private:
     static void onRequest(SoupServer*, SoupServerMessage*, const char* path, GHashTable* query, gpointer self);

@@ -38,12 +38,9 @@ void pinEnvironment() {
     s_root = root ? root.get() : "/tmp";
     std::atexit(removeRoot);
 
-    std::string home = makeTempFolder("home");
-    g_setenv("HOME", home.c_str(), TRUE);
+    g_setenv("HOME", makeTempFolder("home").c_str(), TRUE);
     freshXDGFolders();
-    std::string runtime = makeTempFolder("runtime");
-    if (!g_getenv("XDG_RUNTIME_DIR"))
-        g_setenv("XDG_RUNTIME_DIR", runtime.c_str(), TRUE);
+    g_setenv("XDG_RUNTIME_DIR", makeTempFolder("runtime").c_str(), FALSE);
     for (const auto& [name, value] : { std::pair { "GSETTINGS_BACKEND", "memory" }, { "LC_ALL", "C" }, { "LANGUAGE", "C" },
              { "GTK_IM_MODULE", "none" }, { "GTK_A11Y", "none" }, { "NO_AT_BRIDGE", "1" }, { "WEBKIT_DISABLE_COMPOSITING_MODE", "1" } })
         g_setenv(name, value, TRUE);

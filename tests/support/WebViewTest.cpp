@@ -42,17 +42,6 @@ JSResult resultFromJSC(JSCValue* value, GError* error) {
     return result;
 }
 
-void WebViewTest::SetUp() {
-    std::string dir = makeTempFolder("session");
-    session = webkit_network_session_new((dir + "/data").c_str(), (dir + "/cache").c_str());
-    view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
-    window = GTK_WINDOW(gtk_window_new());
-    gtk_window_set_default_size(window, 1024, 768);
-    gtk_window_set_child(window, GTK_WIDGET(view));
-    gtk_window_present(window);
-    expectDeletedAtEnd(view);
-}
-
 void WebViewTest::TearDown() {
     if (window)
         gtk_window_destroy(window);
@@ -64,13 +53,6 @@ void WebViewTest::TearDown() {
             g_object_remove_weak_pointer(G_OBJECT(p), &p);
     EXPECT_TRUE(allGone) << "an object made by the test outlived it";
     g_clear_object(&session);
-}
-
-void WebViewTest::expectDeletedAtEnd(gpointer object) {
-    m_watched.reserve(64); // weak pointers point into the vector: never reallocate
-    ASSERT_LT(m_watched.size(), 64u);
-    m_watched.push_back(object);
-    g_object_add_weak_pointer(G_OBJECT(object), &m_watched.back());
 }
 
 bool WebViewTest::loadAndWait(const std::string& uri, std::chrono::milliseconds timeout) {

@@ -2,6 +2,7 @@
 
 #include "GRef.h"
 #include "support/FixtureServer.h"
+#include "support/TestEnvironment.h"
 #include "support/Wait.h"
 
 #include <gtest/gtest.h>
@@ -27,7 +28,16 @@ struct JSResult {
 // the test, or it fails.
 class WebViewTest : public ::testing::Test {
 protected:
-    void SetUp() override;
+    void SetUp() override {
+        std::string dir = makeTempFolder("session");
+        session = webkit_network_session_new((dir + "/data").c_str(), (dir + "/cache").c_str());
+        view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
+        window = GTK_WINDOW(gtk_window_new());
+        gtk_window_set_default_size(window, 1024, 768);
+        gtk_window_set_child(window, GTK_WIDGET(view));
+        gtk_window_present(window);
+        expectDeletedAtEnd(view);
+    }
     void TearDown() override;
 
     // Loads a URI and waits for WEBKIT_LOAD_FINISHED.
@@ -43,7 +53,12 @@ protected:
     // Waits until `expression` evaluates to true in the page.
     bool waitForJS(const std::string& expression, std::chrono::milliseconds timeout = 10s);
 
-    void expectDeletedAtEnd(gpointer object);
+    void expectDeletedAtEnd(gpointer object) {
+        m_watched.reserve(64); // weak pointers point into the vector: never reallocate
+        ASSERT_LT(m_watched.size(), 64u);
+        m_watched.push_back(object);
+        g_object_add_weak_pointer(G_OBJECT(object), &m_watched.back());
+    }
 
     // Builds the a{sv} WebKit expects from a flat JSON object.
     static GVariant* toVariantDictionary(const nlohmann::json& arguments);
