@@ -6,8 +6,6 @@
 
 #include "Files.h"
 
-#include <gtk/gtk.h>
-
 namespace orvane::test {
 
 namespace {
@@ -29,8 +27,6 @@ protected:
     void TearDown() override {
         if (m_window)
             gtk_window_destroy(m_window);
-        if (m_display)
-            gdk_display_close(m_display);
         E2ETest::TearDown();
     }
 
@@ -40,9 +36,8 @@ protected:
     bool drag(GdkContentProvider* content, int x, int y) {
         if (m_window)
             gtk_window_destroy(m_window);
-        m_display = m_display ? m_display : gdk_display_open(orvane.getenv("DISPLAY"));
         m_window = GTK_WINDOW(gtk_window_new());
-        gtk_window_set_display(m_window, m_display);
+        gtk_window_set_display(m_window, display());
         gtk_window_set_title(m_window, "Drag Source");
         gtk_window_set_decorated(m_window, FALSE);
         GtkWidget* area = gtk_label_new("drag");
@@ -83,7 +78,6 @@ protected:
     }
     bool chooserShown() const { return !orvane.windowsTitled("Select Files").empty(); }
 
-    GdkDisplay* m_display = nullptr;
     GtkWindow* m_window = nullptr;
 };
 

@@ -7,6 +7,7 @@
 #include "support/Wait.h"
 
 #include <gtest/gtest.h>
+#include <gtk/gtk.h>
 
 #include <deque>
 
@@ -39,7 +40,13 @@ protected:
     }
     // Orvane goes before the test's own members do: while it quits, its
     // pages may still call the handlers a test gave the server.
-    void TearDown() override { orvane.stop(5s); }
+    void TearDown() override {
+        if (m_display)
+            gdk_display_close(m_display);
+        orvane.stop(5s);
+    }
+    // This process's own connection to orvane's display, closed before the test ends.
+    GdkDisplay* display() { return m_display = m_display ? m_display : gdk_display_open(orvane.getenv("DISPLAY")); }
 
     // Puts the services' home pages on the server, with 127.0.0.1 as their
     // only in-app host, and starts orvane with these arguments.
@@ -124,11 +131,11 @@ private:
     }
     static void respond(SoupServerMessage* message, const std::string& body) {
         soup_server_message_set_status(message, 200, nullptr);
-        soup_message_headers_replace(soup_server_message_get_response_headers(message), "Cache-Control", "no-store");
         soup_server_message_set_response(message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
     }
 
     unsigned long m_main = 0;
+    GdkDisplay* m_display = nullptr;
     std::map<std::string, std::deque<std::string>> m_queues;
     std::vector<Event> m_events;
 };

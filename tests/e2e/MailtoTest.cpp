@@ -44,15 +44,11 @@ protected:
 };
 
 TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChosenAccount) {
-    orvane.writeAccountsFile({
-        { "accounts", {
-            { { "id", kGmailID }, { "label", "ana@example.com" }, { "dataStoreID", "0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9" }, { "colorSeed", 12 } },
-            { { "id", kOutlookID }, { "label", "Work" }, { "dataStoreID", "9E8D7C6B-5A49-4382-B1A0-F9E8D7C6B5A4" }, { "colorSeed", 210 },
-                { "service", "outlook" } },
-        } },
-        { "selectedAccountID", kGmailID },
-        { "alwaysAskOnMailto", true },
-    });
+    auto account = [](const char* id, const char* service) {
+        return nlohmann::json { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 }, { "service", service } };
+    };
+    orvane.writeAccountsFile({ { "accounts", { account(kGmailID, "mail"), account(kOutlookID, "outlook") } },
+        { "selectedAccountID", kGmailID }, { "alwaysAskOnMailto", true } });
     serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
     serveWithRemote("/outlook/mail/", "/outlook/mail/index.html", kFormReporter);
     // A cold start with a link: the picker waits for the choice.

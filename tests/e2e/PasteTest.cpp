@@ -5,18 +5,11 @@
 
 #include "Account.h"
 
-#include <gtk/gtk.h>
 
 namespace orvane::test {
 
 class PasteTest : public E2ETest {
 protected:
-    void TearDown() override {
-        if (display)
-            gdk_display_close(display);
-        E2ETest::TearDown();
-    }
-
     // Waits until the page's editor holds this HTML.
     bool editorShows(const std::string& who, const std::string& html) {
         return waitUntil([&] {
@@ -24,8 +17,6 @@ protected:
             return !edits.empty() && edits.back().data == html;
         }, 20s);
     }
-
-    GdkDisplay* display = nullptr;
 };
 
 TEST_F(PasteTest, TypingNeedsNoClickAndTheActionAndBothShortcutsPastePlainText) {
@@ -41,14 +32,13 @@ TEST_F(PasteTest, TypingNeedsNoClickAndTheActionAndBothShortcutsPastePlainText) 
 
     // Formatted text on orvane's clipboard, which this process owns and
     // serves while the test waits.
-    display = gdk_display_open(orvane.getenv("DISPLAY"));
-    ASSERT_TRUE(display);
+    ASSERT_TRUE(display());
     GdkContentProvider* providers[] = {
         gdk_content_provider_new_for_bytes("text/html", g_bytes_new_static("<b>bold</b> words", 17)),
         gdk_content_provider_new_for_bytes("text/plain;charset=utf-8", g_bytes_new_static("bold words", 10)),
     };
     auto provider = adopt(gdk_content_provider_new_union(providers, G_N_ELEMENTS(providers)));
-    ASSERT_TRUE(gdk_clipboard_set_content(gdk_display_get_clipboard(display), provider.get()));
+    ASSERT_TRUE(gdk_clipboard_set_content(gdk_display_get_clipboard(display()), provider.get()));
 
     ASSERT_TRUE(orvane.activateAction("paste-plain"));
     ASSERT_TRUE(editorShows("paste", "hibold words"));

@@ -1,8 +1,7 @@
-// What pages open and print, end to end: outside links go to the default
-// browser, pop-ups open in windows of their own and close again, and prints
-// go into ORVANE_PRINT_TO_PDF: the print command prints the selected account's
-// page, or the pop-up whose window is active; a page's window.print() prints
-// the view it came from (a frame its whole page, a pop-up itself).
+// What pages open and print: outside links go to the default browser, pop-ups
+// open in windows of their own and close again; the print command prints the
+// selected account's page or the active pop-up, a page's window.print() the
+// view it came from (a frame its whole page). Prints go to ORVANE_PRINT_TO_PDF.
 #include "E2ETest.h"
 
 #include <glib/gstdio.h>

@@ -17,9 +17,7 @@ namespace orvane::test {
 class FixtureServer {
 public:
     struct Request {
-        std::string method;
-        std::string path;
-        std::string query;
+        std::string method, path, query;
         std::map<std::string, std::string> headers; // names lower-cased
     };
     using Handler = std::function<void(SoupServerMessage*, const std::string& path)>;

@@ -16,8 +16,7 @@ public:
         m_handler = g_log_set_handler("Orvane", GLogLevelFlags(G_LOG_LEVEL_WARNING | G_LOG_FLAG_FATAL | G_LOG_FLAG_RECURSION),
             +[](const gchar*, GLogLevelFlags, const gchar* message, gpointer self) {
                 static_cast<LoggedWarnings*>(self)->m_messages.emplace_back(message ? message : "");
-            },
-            this);
+            }, this);
     }
     ~LoggedWarnings() { g_log_remove_handler("Orvane", m_handler); }
     LoggedWarnings(const LoggedWarnings&) = delete;
