@@ -97,15 +97,16 @@ DropAttach::~DropAttach() {
 
 void DropAttach::attach(WebKitWebView* view, std::optional<AccountService> service,
     const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
-    FileChooserInterceptor::set([](WebKitWebView* chooserView, WebKitFileChooserRequest* request) {
-        DropAttach* attachment = of(chooserView);
-        return attachment && attachment->answer(request);
-    });
     if (!view || of(view))
         return;
     auto* attachment = new DropAttach(view, service, drops, owner);
     g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
         +[](gpointer data) { delete static_cast<DropAttach*>(data); });
+    // Both live as long as the view; the interceptor finds the attachment anew.
+    FileChooserInterceptor::set(view, [view](WebKitFileChooserRequest* request) {
+        DropAttach* attached = of(view);
+        return attached && attached->answer(request);
+    });
 }
 
 DropAttach* DropAttach::of(WebKitWebView* view) {

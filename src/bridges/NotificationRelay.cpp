@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "PageBridges.h"
 #include "MailService.h"
+#include "WebHost.h"
 #include "WebViewManager.h"
 
 #include <gio/gio.h>
@@ -15,7 +16,6 @@ namespace orvane {
 
 namespace {
 
-constexpr int kBusTimeoutMs = 1000;
 
 // Valid UTF-8 without control characters (newlines kept when asked, carriage
 // returns folded into them), at most `maxChars` characters: a longer text is
@@ -99,61 +99,6 @@ std::optional<std::string> textMember(JSCValue* object, const char* name) {
     gsize size = 0;
     const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
     return std::string(data ? data : "", data ? size : 0);
-}
-
-bool nameHasOwner(GDBusConnection* bus, const char* name) {
-    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-        "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"),
-        G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
-    gboolean owned = FALSE;
-    if (reply)
-        g_variant_get(reply.get(), "(b)", &owned);
-    return owned;
-}
-
-bool serverAdvertisesBodyMarkup(GDBusConnection* bus) {
-    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.Notifications",
-        "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "GetCapabilities", nullptr,
-        G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
-    // A server that does not answer is taken to read markup: escaping is the
-    // side on which a page's text can never become a link or an image.
-    if (!reply)
-        return true;
-    GVariantIter* capabilities = nullptr;
-    g_variant_get(reply.get(), "(as)", &capabilities);
-    bool markup = false;
-    const char* capability = nullptr;
-    while (g_variant_iter_next(capabilities, "&s", &capability))
-        markup = markup || g_str_equal(capability, "body-markup");
-    g_variant_iter_free(capabilities);
-    return markup;
-}
-
-// Whether the bodies Orvane sends are read as markup. GLib picks its
-// notification backend once per process, at the first notification:
-// GNOTIFICATION_BACKEND when set, else the portal inside a sandbox, else
-// org.gtk.Notifications when that name is owned, else
-// org.freedesktop.Notifications. The first three take plain text; only the
-// last passes the body on as it is, and its server reads markup in it when
-// it has the "body-markup" capability. Decided once, right before the first
-// notification, the way GLib decides.
-bool bodyIsMarkup(GApplication* app) {
-    static std::optional<bool> decided;
-    if (decided)
-        return *decided;
-    GDBusConnection* bus = g_application_get_dbus_connection(app);
-    std::string backend = g_getenv("GNOTIFICATION_BACKEND") ? g_getenv("GNOTIFICATION_BACKEND") : "";
-    if (backend != "gtk" && backend != "freedesktop" && backend != "portal") {
-        const char* portal = g_getenv("GTK_USE_PORTAL");
-        if (g_file_test("/.flatpak-info", G_FILE_TEST_EXISTS) || (portal && portal[0] == '1'))
-            backend = "portal";
-        else if (bus && nameHasOwner(bus, "org.gtk.Notifications"))
-            backend = "gtk";
-        else
-            backend = "freedesktop";
-    }
-    decided = backend == "freedesktop" && (!bus || serverAdvertisesBodyMarkup(bus));
-    return *decided;
 }
 
 } // namespace
@@ -268,11 +213,10 @@ void NotificationRelay::post(const std::string& accountID, const Message& messag
     AccountStore* store = m_manager.store();
     if (!store || !store->notificationsEnabled() || !m_manager.webView(accountID))
         return;
-    GApplication* app = g_application_get_default();
-    if (!app || !g_application_get_is_registered(app) || g_application_get_is_remote(app))
-        return;
+    WebHost& host = m_manager.host();
     const Account* account = store->account(accountID);
-    Content shown = content(message, accountID, account ? account->label : std::string(), bodyIsMarkup(app));
+    Content shown = content(message, accountID, account ? account->label : std::string(),
+        host.notificationBodyIsMarkup());
 
     auto notification = adopt(g_notification_new(shown.title.c_str()));
     if (shown.body)
@@ -280,7 +224,7 @@ void NotificationRelay::post(const std::string& accountID, const Message& messag
     std::string action = std::string("app.") + kClickAction;
     g_notification_set_default_action_and_target_value(notification.get(), action.c_str(),
         g_variant_new("(ss)", accountID.c_str(), message.id.c_str()));
-    g_application_send_notification(app, shown.id.c_str(), notification.get());
+    host.sendNotification(shown.id, notification.get());
 }
 
 void NotificationRelay::clicked(const std::string& account, const std::string& notif) {

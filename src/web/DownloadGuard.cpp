@@ -1,7 +1,7 @@
 #include "DownloadGuard.h"
 
 #include "DownloadDestination.h"
-#include "ScriptDialogs.h"
+#include "WebHost.h"
 
 #include <gtk/gtk.h>
 
@@ -54,7 +54,7 @@ void DownloadGuard::ask(WebKitWebView* parentView) {
     request.defaultResponse = kBlock;
     request.closeResponse = kBlock;
     std::weak_ptr<bool> alive = m_alive;
-    bool asked = ScriptDialogs::ask(parent, request, [this, alive](const ScriptDialogs::Answer& answer) {
+    bool asked = m_host.ask(parent, request, [this, alive](const ScriptDialogs::Answer& answer) {
         if (alive.lock())
             this->answer(answer.response == kAllow);
     });

@@ -4,6 +4,7 @@
 #include "DownloadPolicy.h"
 #include "FilePanels.h"
 #include "ScriptDialogs.h"
+#include "WebHost.h"
 
 #include <algorithm>
 #include <optional>
@@ -19,16 +20,6 @@ constexpr auto kFrameLinkLifetime = std::chrono::seconds(2);
 constexpr size_t kMaxFrameLinks = 16;
 constexpr size_t kMaxURILength = 64 * 1024;
 constexpr const char* kFrameLinkMessage = "orvane.frame-link";
-
-NavigationDelegate::Opener& browserOpener() {
-    static NavigationDelegate::Opener opener;
-    return opener;
-}
-
-NavigationDelegate::Opener& mailOpener() {
-    static NavigationDelegate::Opener opener;
-    return opener;
-}
 
 // In lower case.
 std::string hostOf(const std::string& uri) {
@@ -63,9 +54,12 @@ std::string requestURI(WebKitNavigationAction* action) {
 
 } // namespace
 
-NavigationDelegate::NavigationDelegate(std::optional<AccountService> service, std::function<void()> onDidFinish)
-    : m_onDidFinish(std::move(onDidFinish))
-    , m_inAppHosts(MailService::forService(service).inAppHosts) {
+NavigationDelegate::NavigationDelegate(WebHost& host, std::optional<AccountService> service,
+    std::function<void()> onDidFinish)
+    : m_host(host)
+    , m_onDidFinish(std::move(onDidFinish))
+    , m_inAppHosts(MailService::forService(service).inAppHosts)
+    , m_downloads(host) {
 }
 
 NavigationDelegate::~NavigationDelegate() {
@@ -98,9 +92,9 @@ void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConn
             return FilePanels::run(v, request);
         }, nullptr));
     connections.push_back(SignalConnection::connect(view, "script-dialog",
-        +[](WebKitWebView* v, WebKitScriptDialog* dialog, gpointer) -> gboolean {
-            return ScriptDialogs::run(v, dialog);
-        }, nullptr));
+        +[](WebKitWebView* v, WebKitScriptDialog* dialog, gpointer self) -> gboolean {
+            return ScriptDialogs::run(v, dialog, static_cast<NavigationDelegate*>(self)->m_host);
+        }, this));
 }
 
 ExternalLink NavigationDelegate::leavingLink(const std::string& uri) const {
@@ -137,25 +131,13 @@ std::vector<WebKitWebView*> NavigationDelegate::popupViews() const {
     return views;
 }
 
-void NavigationDelegate::setBrowserOpener(Opener opener) {
-    browserOpener() = std::move(opener);
-}
-
-void NavigationDelegate::setMailOpener(Opener opener) {
-    mailOpener() = std::move(opener);
-}
-
-void NavigationDelegate::openExternally(const ExternalLink& link) {
+void NavigationDelegate::openExternally(const ExternalLink& link, WebKitWebView* from) {
     switch (link.action) {
     case ExternalLink::Action::Browser:
-        if (auto& opener = browserOpener())
-            opener(link.address);
-        else
-            g_app_info_launch_default_for_uri(link.address.c_str(), nullptr, nullptr);
+        m_host.openInBrowser(link.address, from);
         return;
     case ExternalLink::Action::Mail:
-        if (auto& opener = mailOpener())
-            opener(link.address);
+        m_host.openMailLink(link.address);
         return;
     case ExternalLink::Action::Nothing:
         return;
@@ -192,7 +174,7 @@ bool NavigationDelegate::decideNavigation(WebKitWebView* view, WebKitNavigationP
         // Nothing a page can show and nothing for the desktop: the click does nothing.
         g_debug("Ignored a link to an address of scheme \"%s\"", schemeOf(uri).c_str());
     }
-    openExternally(link);
+    openExternally(link, view);
     webkit_policy_decision_ignore(WEBKIT_POLICY_DECISION(decision));
     return true;
 }
@@ -255,7 +237,7 @@ GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigati
     if (!uri.empty()) {
         ExternalLink link = leavingLink(uri);
         if (link.action != ExternalLink::Action::Nothing) {
-            openExternally(link);
+            openExternally(link, opener);
             return nullptr;
         }
         // A window of its own only for what a page can show: other schemes
@@ -283,11 +265,7 @@ GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigati
     webkit_web_view_get_background_color(opener, &background);
     webkit_web_view_set_background_color(view, &background);
 
-    auto* window = GTK_WINDOW(gtk_window_new());
-    // A window of the application, so its keyboard shortcuts (paste as
-    // plain text, print, quit…) work in pop-ups as in the main window.
-    if (GApplication* application = g_application_get_default(); GTK_IS_APPLICATION(application))
-        gtk_window_set_application(window, GTK_APPLICATION(application));
+    GtkWindow* window = m_host.newWindow();
     gtk_window_set_title(window, "Orvane");
     gtk_window_set_default_size(window, kPopupWidth, kPopupHeight);
     gtk_window_set_resizable(window, TRUE);

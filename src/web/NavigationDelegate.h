@@ -19,6 +19,8 @@
 
 namespace orvane {
 
+class WebHost;
+
 // The link, pop-up and load policy of one account: which link clicks stay in
 // Orvane and which go to the default browser or the mail-link routing
 // (ExternalLink), the pop-up windows its pages open, and a callback after
@@ -30,9 +32,8 @@ namespace orvane {
 // Main thread only.
 class NavigationDelegate {
 public:
-    using Opener = std::function<void(const std::string& address)>;
-
-    NavigationDelegate(std::optional<AccountService> service, std::function<void()> onDidFinish);
+    // The host outlives the delegate.
+    NavigationDelegate(WebHost& host, std::optional<AccountService> service, std::function<void()> onDidFinish);
     // Disconnects from every view and closes the pop-up windows still open.
     ~NavigationDelegate();
     NavigationDelegate(const NavigationDelegate&) = delete;
@@ -63,15 +64,9 @@ public:
     // loads its page), so others can watch or attach to it.
     void setPopupOpened(std::function<void(WebKitWebView* popup)> callback) { m_popupOpened = std::move(callback); }
 
-    // How addresses reach the default browser; tests record them instead.
-    // An empty opener restores the default (g_app_info_launch_default_for_uri).
-    static void setBrowserOpener(Opener opener);
-    // Where mailto: links from pages go: the app shell routes them as the
-    // links the desktop opens with Orvane. Without one they go nowhere.
-    static void setMailOpener(Opener opener);
-    // Hands a decision on: the browser opener gets a Browser address, the
-    // mail opener a Mail one; Nothing opens nothing.
-    static void openExternally(const ExternalLink& link);
+    // Hands a decision on to the host: its browser gets a Browser address,
+    // its mail-link routing a Mail one; Nothing opens nothing.
+    void openExternally(const ExternalLink& link, WebKitWebView* from);
 
     // Size of a pop-up window's content.
     static constexpr int kPopupWidth = 820;
@@ -110,6 +105,7 @@ private:
     void forgetPopup(GtkWindow* window, bool destroy);
 
     // Borrowed references
+    WebHost& m_host;
     WebKitWebView* m_mainView = nullptr;
 
     // Owned references

@@ -103,12 +103,14 @@ struct PollTask {
     GWeakRef view;
 };
 
-WebViewManager::WebViewManager()
-    : m_cancellable(adopt(g_cancellable_new()))
+WebViewManager::WebViewManager(WebHost& host)
+    : m_host(host)
+    , m_cancellable(adopt(g_cancellable_new()))
     , m_drops(std::make_shared<PendingDrops>()) {
     PageStamp::installExtension();
     m_notificationRelay = std::make_unique<NotificationRelay>(*this);
-    PrintSupport::shared().serve(*this);
+    m_print = std::make_unique<PrintSupport>();
+    m_print->serve(*this);
     m_avatars = std::make_unique<AvatarRefresher>(*this);
     // Files dropped on a pop-up attach in the pop-up's page; files dropped
     // on the account's main view may attach there too.
@@ -188,7 +190,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     webkit_web_view_set_background_color(view, &transparent);
 
     std::weak_ptr<bool> alive = m_alive;
-    session->delegate = std::make_unique<NavigationDelegate>(account.service, [this, alive, id = account.id] {
+    session->delegate = std::make_unique<NavigationDelegate>(m_host, account.service, [this, alive, id = account.id] {
         if (alive.lock())
             pageDidFinish(id);
     });
@@ -427,7 +429,7 @@ void WebViewManager::printSelected() {
         for (WebKitWebView* popup : session->delegate->popupViews()) {
             GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(popup));
             if (root && GTK_IS_WINDOW(root) && gtk_window_is_active(GTK_WINDOW(root))) {
-                PrintSupport::shared().print(popup, PrintSupport::Asker::User);
+                m_print->print(popup, PrintSupport::Asker::User);
                 return;
             }
         }
@@ -435,7 +437,7 @@ void WebViewManager::printSelected() {
     if (!m_store || !m_store->selectedAccountID())
         return;
     if (WebKitWebView* view = webView(*m_store->selectedAccountID()))
-        PrintSupport::shared().print(view, PrintSupport::Asker::User);
+        m_print->print(view, PrintSupport::Asker::User);
 }
 
 } // namespace orvane

@@ -21,16 +21,20 @@ class AvatarRefresher;
 class NavigationDelegate;
 class NotificationRelay;
 class PendingDrops;
+class PrintSupport;
+class WebHost;
 
 // Owns every account's web session: one WebKitWebView per account over the
 // WebKitNetworkSession of its dataStoreID, with Orvane's user agent, page
 // scripts and message handlers, title observation and (for services that
 // need it) the 5-second unread poll. A view is created the first time it is
 // asked for and kept until discard(), so switching accounts never reloads.
-// Main thread only.
+// What it needs of the application around it (browser, dialogs, windows,
+// notifications) it asks of its host. Main thread only.
 class WebViewManager {
 public:
-    WebViewManager();
+    // The host outlives the manager.
+    explicit WebViewManager(WebHost& host);
     ~WebViewManager();
     WebViewManager(const WebViewManager&) = delete;
     WebViewManager& operator=(const WebViewManager&) = delete;
@@ -39,6 +43,7 @@ public:
     // window's content appears. Refreshes the dock badge.
     void configure(AccountStore& store);
     AccountStore* store() const { return m_store; }
+    WebHost& host() const { return m_host; }
 
     // The account's main view, created, configured and loading on first use.
     WebKitWebView* webView(const Account& account);
@@ -111,6 +116,7 @@ private:
     void forgetDataStore(const std::string& dataStoreID);
 
     // Borrowed references
+    WebHost& m_host;
     AccountStore* m_store = nullptr;
 
     // Owned references
@@ -124,6 +130,7 @@ private:
     Ref<GCancellable> m_cancellable;
     std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
     std::unique_ptr<NotificationRelay> m_notificationRelay; // after m_receivers: it unsets its receiver
+    std::unique_ptr<PrintSupport> m_print; // after m_receivers: its receiver points at it
     std::unique_ptr<AvatarRefresher> m_avatars;
     std::shared_ptr<PendingDrops> m_drops; // the views' drop attachments hold it weakly
 };
