@@ -48,7 +48,8 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     gtk_window_set_default_icon_name(build::kAppID);
     self->m_store.emplace();
     self->m_webHost.emplace(GTK_APPLICATION(self->m_app.get()));
-    self->m_manager.emplace(*self->m_webHost);
+    self->m_services.emplace(ServiceCatalog::fromEnvironment());
+    self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_updater.emplace();
     self->m_beacon.emplace(Beacon::defaultConfiguration());
     self->m_primaryMenu = self->buildPrimaryMenu();

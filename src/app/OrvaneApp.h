@@ -67,6 +67,7 @@ private:
     // outlives it; both exist only in the primary instance, from start-up on.
     Ref<AdwApplication> m_app;
     std::optional<AccountStore> m_store;
+    std::optional<ServiceCatalog> m_services; // before the manager, which uses it
     std::optional<AppWebHost> m_webHost; // before the manager, which uses it
     std::optional<WebViewManager> m_manager;
     std::optional<UpdaterController> m_updater;

@@ -61,7 +61,7 @@ struct DropAttach::Task {
     int waits = 0;
 };
 
-DropAttach::DropAttach(WebKitWebView* view, std::optional<AccountService> service,
+DropAttach::DropAttach(WebKitWebView* view, const MailService& service,
     const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner)
     : m_view(view)
     , m_service(service)
@@ -95,7 +95,7 @@ DropAttach::~DropAttach() {
     g_weak_ref_clear(&m_owner);
 }
 
-void DropAttach::attach(WebKitWebView* view, std::optional<AccountService> service,
+void DropAttach::attach(WebKitWebView* view, const MailService& service,
     const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
     if (!view || of(view))
         return;
@@ -145,7 +145,7 @@ bool DropAttach::answer(WebKitFileChooserRequest* request) {
         g_info("Dropped files were kept from a file chooser opened without a click on a file input");
         return false;
     }
-    if (!MailService::forService(m_service).ownsAddress(click->origin)) {
+    if (!m_service.ownsAddress(click->origin)) {
         g_info("Dropped files were kept from a file chooser of %s", click->origin.c_str());
         return false;
     }
@@ -196,7 +196,7 @@ void DropAttach::openComposeAndClickAttach(Task* task) {
         delete task;
         return;
     }
-    const MailService& service = MailService::forService(attachment->m_service);
+    const MailService& service = attachment->m_service;
     if (!service.attachClickJS || service.attachClickJS->empty()) {
         // Nothing to click (Google Calendar): the files wait and expire.
         delete task;
@@ -230,7 +230,7 @@ void DropAttach::runAttachScript(Task* task) {
     delete task;
     if (!attachment)
         return;
-    const MailService& service = MailService::forService(attachment->m_service);
+    const MailService& service = attachment->m_service;
     if (!service.attachClickJS)
         return;
     const std::string& script = *service.attachClickJS;

@@ -1,6 +1,7 @@
 #include "Appcast.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 #include <libxml/HTMLparser.h>
@@ -39,13 +40,7 @@ bool isNamed(const xmlNode* node, const char* name, const char* namespaceURI = n
 }
 
 std::string trimmed(std::string_view text) {
-    size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && g_ascii_isspace(text[begin]))
-        ++begin;
-    while (end > begin && g_ascii_isspace(text[end - 1]))
-        --end;
-    return std::string(text.substr(begin, end - begin));
+    return std::string(Text::trimmed(text, Text::isASCIISpace));
 }
 
 // The element's text, trimmed; nothing when it is longer than maxBytes.

@@ -1,6 +1,7 @@
 #include "MailtoComponents.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 
@@ -15,11 +16,8 @@ std::vector<std::string> split(const std::string& text) {
     for (;;) {
         size_t comma = text.find(',', start);
         std::string piece = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-        size_t b = piece.find_first_not_of(" \t");
-        if (b != std::string::npos) {
-            size_t e = piece.find_last_not_of(" \t");
-            result.push_back(piece.substr(b, e - b + 1));
-        }
+        if (auto trimmed = Text::trimmed(piece, Text::isSpaceOrTab); !trimmed.empty())
+            result.emplace_back(trimmed);
         if (comma == std::string::npos)
             break;
         start = comma + 1;

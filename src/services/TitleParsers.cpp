@@ -1,6 +1,7 @@
 #include "TitleParsers.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 
@@ -14,11 +15,7 @@ namespace {
 
 // Spaces and tabs only; line breaks stay.
 std::string trimSpacesAndTabs(const std::string& text) {
-    size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string::npos)
-        return {};
-    size_t end = text.find_last_not_of(" \t");
-    return text.substr(begin, end - begin + 1);
+    return std::string(Text::trimmed(text, Text::isSpaceOrTab));
 }
 
 bool isNumericCharacter(gunichar c) {

@@ -79,7 +79,7 @@ void AvatarRefresher::probe(const std::string& accountID, WebKitWebView* view) {
     const Account* account = store ? store->account(accountID) : nullptr;
     if (!account)
         return finish(accountID, Outcome::Skipped);
-    const MailService& service = MailService::forService(account->service);
+    const MailService& service = m_manager.services().forService(account->service);
     if (!service.photoJS || service.photoJS->empty())
         return finish(accountID, Outcome::Skipped);
 

@@ -54,11 +54,10 @@ std::string requestURI(WebKitNavigationAction* action) {
 
 } // namespace
 
-NavigationDelegate::NavigationDelegate(WebHost& host, std::optional<AccountService> service,
-    std::function<void()> onDidFinish)
+NavigationDelegate::NavigationDelegate(WebHost& host, const MailService& service, std::function<void()> onDidFinish)
     : m_host(host)
     , m_onDidFinish(std::move(onDidFinish))
-    , m_inAppHosts(MailService::forService(service).inAppHosts)
+    , m_inAppHosts(service.inAppHosts)
     , m_downloads(host) {
 }
 

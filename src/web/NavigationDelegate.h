@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AccountService.h"
+#include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
 #include "ExternalLink.h"
@@ -33,7 +33,7 @@ class WebHost;
 class NavigationDelegate {
 public:
     // The host outlives the delegate.
-    NavigationDelegate(WebHost& host, std::optional<AccountService> service, std::function<void()> onDidFinish);
+    NavigationDelegate(WebHost& host, const MailService& service, std::function<void()> onDidFinish);
     // Disconnects from every view and closes the pop-up windows still open.
     ~NavigationDelegate();
     NavigationDelegate(const NavigationDelegate&) = delete;

@@ -103,8 +103,9 @@ struct PollTask {
     GWeakRef view;
 };
 
-WebViewManager::WebViewManager(WebHost& host)
+WebViewManager::WebViewManager(WebHost& host, const ServiceCatalog& services)
     : m_host(host)
+    , m_services(services)
     , m_cancellable(adopt(g_cancellable_new()))
     , m_drops(std::make_shared<PendingDrops>()) {
     PageStamp::installExtension();
@@ -117,7 +118,7 @@ WebViewManager::WebViewManager(WebHost& host)
     m_popupDropAttach = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
         PageAddress::track(popup);
         if (auto it = m_sessions.find(accountID); it != m_sessions.end())
-            DropAttach::attach(popup, it->second->account.service, m_drops, it->second->view.get());
+            DropAttach::attach(popup, m_services.forService(it->second->account.service), m_drops, it->second->view.get());
     });
 }
 
@@ -170,7 +171,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     if (auto it = m_sessions.find(account.id); it != m_sessions.end())
         return it->second->view.get();
 
-    const MailService& service = MailService::forService(account.service);
+    const MailService& service = m_services.forService(account.service);
     auto session = std::make_unique<Session>();
     session->account = account;
     session->contentManager = adopt(webkit_user_content_manager_new());
@@ -190,7 +191,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     webkit_web_view_set_background_color(view, &transparent);
 
     std::weak_ptr<bool> alive = m_alive;
-    session->delegate = std::make_unique<NavigationDelegate>(m_host, account.service, [this, alive, id = account.id] {
+    session->delegate = std::make_unique<NavigationDelegate>(m_host, m_services.forService(account.service), [this, alive, id = account.id] {
         if (alive.lock())
             pageDidFinish(id);
     });
@@ -199,7 +200,7 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     });
     session->delegate->attach(view);
     SaveImageWebView::enable(*this, view, account.service);
-    DropAttach::attach(view, account.service, m_drops);
+    DropAttach::attach(view, m_services.forService(account.service), m_drops);
 
     if (service.unreadPollJS && !service.unreadPollJS->empty())
         startPolling(*session, *service.unreadPollJS, PageScripts::sourceURI(service.unreadPollScriptName));
@@ -277,7 +278,7 @@ void WebViewManager::deliverMessage(const std::string& accountID, const std::str
     // Only this account's views: its content manager received the message.
     std::vector<WebKitWebView*> views = popupViews(accountID);
     views.insert(views.begin(), session->second->view.get());
-    WebKitWebView* sender = MessageSender::sender(views, MailService::forService(session->second->account.service),
+    WebKitWebView* sender = MessageSender::sender(views, m_services.forService(session->second->account.service),
         handlerName, body);
     // Copy: a receiver may replace itself while it runs.
     MessageReceiver receiver = it->second;
@@ -287,7 +288,7 @@ void WebViewManager::deliverMessage(const std::string& accountID, const std::str
 bool WebViewManager::showsOwnPage(const std::string& accountID) const {
     auto it = m_sessions.find(accountID);
     return it != m_sessions.end()
-        && MessageSender::showsOwnPage(it->second->view.get(), MailService::forService(it->second->account.service));
+        && MessageSender::showsOwnPage(it->second->view.get(), m_services.forService(it->second->account.service));
 }
 
 void WebViewManager::startPolling(Session& session, const std::string& script, const std::string& sourceURI) {
@@ -375,7 +376,7 @@ void WebViewManager::handleTitle(const std::string& accountID, const std::option
     if (!stored)
         return;
     Account account = *stored;
-    const MailService& service = MailService::forService(account.service);
+    const MailService& service = m_services.forService(account.service);
     if (service.unread) {
         if (auto count = service.unread(title))
             setUnreadCount(accountID, *count);
@@ -410,7 +411,7 @@ void WebViewManager::refreshDockBadge() {
 }
 
 void WebViewManager::compose(const Account& account, const MailtoComponents& mailto) {
-    const MailService& service = MailService::forService(account.service);
+    const MailService& service = m_services.forService(account.service);
     if (!service.composeJS)
         return;
     std::string script = service.composeJS(mailto);

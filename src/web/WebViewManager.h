@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "Observers.h"
 #include "MailtoComponents.h"
+#include "ServiceCatalog.h"
 
 #include <webkit/webkit.h>
 
@@ -33,8 +34,8 @@ class WebHost;
 // notifications) it asks of its host. Main thread only.
 class WebViewManager {
 public:
-    // The host outlives the manager.
-    explicit WebViewManager(WebHost& host);
+    // The host and the catalogue outlive the manager.
+    WebViewManager(WebHost& host, const ServiceCatalog& services);
     ~WebViewManager();
     WebViewManager(const WebViewManager&) = delete;
     WebViewManager& operator=(const WebViewManager&) = delete;
@@ -44,6 +45,7 @@ public:
     void configure(AccountStore& store);
     AccountStore* store() const { return m_store; }
     WebHost& host() const { return m_host; }
+    const ServiceCatalog& services() const { return m_services; }
 
     // The account's main view, created, configured and loading on first use.
     WebKitWebView* webView(const Account& account);
@@ -117,6 +119,7 @@ private:
 
     // Borrowed references
     WebHost& m_host;
+    const ServiceCatalog& m_services;
     AccountStore* m_store = nullptr;
 
     // Owned references
