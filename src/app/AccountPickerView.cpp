@@ -69,7 +69,7 @@ AccountPickerView::AccountPickerView(AccountStore& store, PickHandler onPick, Ca
 }
 
 AccountPickerView::~AccountPickerView() {
-    *m_alive = false;
+    m_lifetime.end();
     m_storeSubscription.reset();
     detachKeys();
     g_signal_handlers_disconnect_by_data(m_keys.get(), this);
@@ -181,15 +181,15 @@ void AccountPickerView::scheduleRebuild() {
         return;
     m_rebuildScheduled = true;
     struct Deferred {
-        std::weak_ptr<bool> alive;
+        Lifetime::Watch alive;
         AccountPickerView* picker;
     };
     g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, [](gpointer data) -> gboolean {
         auto* deferred = static_cast<Deferred*>(data);
-        if (auto alive = deferred->alive.lock(); alive && *alive && deferred->picker->m_rebuildScheduled)
+        if (deferred->alive.alive() && deferred->picker->m_rebuildScheduled)
             deferred->picker->rebuildButtons();
         return G_SOURCE_REMOVE;
-    }, new Deferred { m_alive, this }, [](gpointer data) { delete static_cast<Deferred*>(data); });
+    }, new Deferred { m_lifetime.watch(), this }, [](gpointer data) { delete static_cast<Deferred*>(data); });
 }
 
 void AccountPickerView::rebuildButtons() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
 #include "SignalConnection.h"
@@ -94,7 +95,7 @@ private:
     SignalConnection m_mapped;
     SignalConnection m_unmapped;
     SignalConnection m_revealed;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
 
     // Template widgets (inside m_revealer)
     GtkWidget* m_layer = nullptr;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
 #include "MailtoComponents.h"
@@ -83,7 +84,7 @@ private:
     // that shows it; the router holds the waiting link.
     std::unique_ptr<AccountPickerView> m_picker;
     MailtoRouter m_router;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
 };
 
 } // namespace orvane

@@ -8,7 +8,7 @@
 namespace orvane {
 
 DownloadGuard::~DownloadGuard() {
-    *m_alive = false;
+    m_lifetime.end();
     for (auto& download : m_held)
         webkit_download_cancel(download.get());
 }
@@ -53,9 +53,9 @@ void DownloadGuard::ask(WebKitWebView* parentView) {
     request.responses = { { kBlock, "_Block" }, { kAllow, "_Allow" } };
     request.defaultResponse = kBlock;
     request.closeResponse = kBlock;
-    std::weak_ptr<bool> alive = m_alive;
+    Lifetime::Watch alive = m_lifetime.watch();
     bool asked = m_host.ask(parent, request, [this, alive](const ScriptDialogs::Answer& answer) {
-        if (alive.lock())
+        if (alive.alive())
             this->answer(answer.response == kAllow);
     });
     if (!asked)

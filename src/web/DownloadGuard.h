@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "DownloadGate.h"
 #include "GRef.h"
 #include "SignalConnection.h"
@@ -49,7 +50,7 @@ private:
     // Owned references
     DownloadGate m_gate;
     std::vector<Ref<WebKitDownload>> m_held;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for the question's answer
+    Lifetime m_lifetime; // for the question's answer
 };
 
 } // namespace orvane

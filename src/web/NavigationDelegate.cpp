@@ -62,7 +62,7 @@ NavigationDelegate::NavigationDelegate(WebHost& host, const MailService& service
 }
 
 NavigationDelegate::~NavigationDelegate() {
-    *m_alive = false;
+    m_lifetime.end();
     m_connections.clear();
     auto popups = std::move(m_popups);
     for (auto& popup : popups) {
@@ -215,16 +215,16 @@ void NavigationDelegate::closePopupSoon(WebKitWebView* view) {
         return;
     // Not while WebKit is still inside the response of this very view.
     struct Closing {
-        std::weak_ptr<bool> alive;
+        Lifetime::Watch alive;
         NavigationDelegate* delegate;
         Ref<GtkWindow> window;
     };
     g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
         auto* closing = static_cast<Closing*>(data);
-        if (closing->alive.lock())
+        if (closing->alive.alive())
             closing->delegate->forgetPopup(closing->window.get(), true);
         return G_SOURCE_REMOVE;
-    }, new Closing { m_alive, this, it->window }, +[](gpointer data) { delete static_cast<Closing*>(data); });
+    }, new Closing { m_lifetime.watch(), this, it->window }, +[](gpointer data) { delete static_cast<Closing*>(data); });
 }
 
 GtkWidget* NavigationDelegate::onCreate(WebKitWebView* opener, WebKitNavigationAction* action, gpointer self) {

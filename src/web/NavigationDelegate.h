@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
@@ -117,7 +118,7 @@ private:
     std::vector<WebKitWebView*> m_responseDownloads; // views whose response became a download
     DownloadGuard m_downloads;
     std::vector<SignalConnection> m_connections; // to the main view and its network session
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
 };
 
 } // namespace orvane

@@ -87,7 +87,7 @@ struct WebViewManager::Session {
 // What a poll timer and its script completion need; both hold the view and
 // the manager weakly.
 struct PollTask {
-    PollTask(WebViewManager* manager, std::weak_ptr<bool> alive, std::string accountID, std::string script,
+    PollTask(WebViewManager* manager, Lifetime::Watch alive, std::string accountID, std::string script,
         std::string sourceURI, WebKitWebView* view)
         : manager(manager), alive(std::move(alive)), accountID(std::move(accountID)), script(std::move(script))
         , sourceURI(std::move(sourceURI)) {
@@ -96,7 +96,7 @@ struct PollTask {
     ~PollTask() { g_weak_ref_clear(&view); }
 
     WebViewManager* manager; // valid while `alive` holds
-    std::weak_ptr<bool> alive;
+    Lifetime::Watch alive;
     std::string accountID;
     std::string script;
     std::string sourceURI;
@@ -123,17 +123,16 @@ WebViewManager::WebViewManager(WebHost& host, const ServiceCatalog& services)
 }
 
 WebViewManager::~WebViewManager() {
-    *m_alive = false;
-    m_alive.reset();
+    m_lifetime.end();
     g_cancellable_cancel(m_cancellable.get());
     m_sessions.clear();
 }
 
 void WebViewManager::configure(AccountStore& store) {
     m_store = &store;
-    std::weak_ptr<bool> alive = m_alive;
+    Lifetime::Watch alive = m_lifetime.watch();
     store.setDataStoreRemover([this, alive](const std::string& dataStoreID) {
-        if (alive.lock())
+        if (alive.alive())
             forgetDataStore(dataStoreID);
         AccountStore::removeWebsiteData(dataStoreID);
     });
@@ -190,9 +189,9 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     GdkRGBA transparent = { 0, 0, 0, 0 };
     webkit_web_view_set_background_color(view, &transparent);
 
-    std::weak_ptr<bool> alive = m_alive;
+    Lifetime::Watch alive = m_lifetime.watch();
     session->delegate = std::make_unique<NavigationDelegate>(m_host, m_services.forService(account.service), [this, alive, id = account.id] {
-        if (alive.lock())
+        if (alive.alive())
             pageDidFinish(id);
     });
     session->delegate->setPopupOpened([this, id = account.id](WebKitWebView* popup) {
@@ -292,11 +291,10 @@ bool WebViewManager::showsOwnPage(const std::string& accountID) const {
 }
 
 void WebViewManager::startPolling(Session& session, const std::string& script, const std::string& sourceURI) {
-    auto* task = new PollTask(this, m_alive, session.account.id, script, sourceURI, session.view.get());
+    auto* task = new PollTask(this, m_lifetime.watch(), session.account.id, script, sourceURI, session.view.get());
     session.pollTimer = g_timeout_add_full(G_PRIORITY_DEFAULT, kPollIntervalMs, +[](gpointer data) -> gboolean {
         auto* task = static_cast<PollTask*>(data);
-        auto manager = task->alive.lock();
-        if (!manager)
+        if (!task->alive.alive())
             return G_SOURCE_CONTINUE;
         Ref<WebKitWebView> view = adopt(static_cast<WebKitWebView*>(g_weak_ref_get(&task->view)));
         if (!view)
@@ -310,7 +308,7 @@ void WebViewManager::pollUnread(WebKitWebView* view, const std::string& accountI
     const std::string& sourceURI) {
     if (!showsOwnPage(accountID))
         return;
-    auto* completion = new PollTask(this, m_alive, accountID, {}, {}, view);
+    auto* completion = new PollTask(this, m_lifetime.watch(), accountID, {}, {}, view);
     webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr,
         sourceURI.c_str(), m_cancellable.get(),
         +[](GObject* source, GAsyncResult* result, gpointer data) {
@@ -318,7 +316,7 @@ void WebViewManager::pollUnread(WebKitWebView* view, const std::string& accountI
             GErrorPtr error;
             auto value = adopt(webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result,
                 GErrorOut(error)));
-            if (isCancelled(error.get()) || !task->alive.lock())
+            if (isCancelled(error.get()) || !task->alive.alive())
                 return;
             auto count = pollCount(value.get());
             if (!count)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
 #include "Observers.h"
@@ -131,7 +132,7 @@ private:
     PopupObservers m_popupObservers;
     PopupObservers::Subscription m_popupDropAttach;
     Ref<GCancellable> m_cancellable;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
     std::unique_ptr<NotificationRelay> m_notificationRelay; // after m_receivers: it unsets its receiver
     std::unique_ptr<PrintSupport> m_print; // after m_receivers: its receiver points at it
     std::unique_ptr<AvatarRefresher> m_avatars;
