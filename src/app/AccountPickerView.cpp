@@ -15,17 +15,6 @@ constexpr int kButtonSpacing = 12;
 constexpr int kButtonContentSpacing = 6;
 constexpr const char* kAccountIDKey = "orvane-account-id";
 
-void ensureStyle(GdkDisplay* display) {
-    if (!display || g_object_get_data(G_OBJECT(display), "orvane-picker-style"))
-        return;
-    ensureUIResources();
-    auto provider = adopt(gtk_css_provider_new());
-    gtk_css_provider_load_from_resource(provider.get(), "/app/orvane/Orvane/app/AccountPickerView.css");
-    gtk_style_context_add_provider_for_display(display, GTK_STYLE_PROVIDER(provider.get()),
-        GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-    g_object_set_data_full(G_OBJECT(display), "orvane-picker-style", provider.release(), g_object_unref);
-}
-
 GtkWidget* label(const char* text, std::initializer_list<const char*> classes) {
     GtkWidget* widget = gtk_label_new(text);
     for (const char* name : classes)
