@@ -1,10 +1,11 @@
 #pragma once
 
-#include "Lifetime.h"
 #include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
 #include "ExternalLink.h"
+#include "LinkPolicy.h"
+#include "PopupWindows.h"
 #include "DownloadGuard.h"
 
 #include <gtk/gtk.h>
@@ -22,15 +23,14 @@ namespace orvane {
 
 class WebHost;
 
-// The link, pop-up and load policy of one account: which link clicks stay in
-// Orvane and which go to the default browser or the mail-link routing
-// (ExternalLink), the pop-up windows its pages open, and a callback after
-// every finished load. It also decides which responses are downloaded,
-// whether its views' downloads may start (DownloadGuard) and where they land
-// (DownloadDestination), and answers their file choosers (FilePanels) and
-// script dialogs (ScriptDialogs). One per account, attached (by signal
-// connections) to the account's main view and to each pop-up it opens.
-// Main thread only.
+// One account's views as WebKit sees them: it decides where their links go
+// (by the account's LinkPolicy: kept, for the browser, for the mail-link
+// routing or nowhere), which responses are downloaded, whether their
+// downloads may start (DownloadGuard), and answers their file choosers
+// (FilePanels) and script dialogs (ScriptDialogs). The pop-up windows its
+// pages open are PopupWindows; it calls back after every finished load.
+// One per account, attached (by signal connections) to the account's main
+// view and to each pop-up. Main thread only.
 class NavigationDelegate {
 public:
     // The host outlives the delegate.
@@ -45,21 +45,8 @@ public:
     // the view, and the downloads of its network session that its views start.
     void attach(WebKitWebView* view);
 
-    // Where a link or window.open to `uri` in this account's pages leads
-    // outside them: the browser for an http(s) address (unwrapped from a
-    // redirect wrapper) whose host is not in-app, the mail-link routing for
-    // mailto:. Nothing when the account's pages keep it.
-    ExternalLink leavingLink(const std::string& uri) const;
-
-    const std::set<std::string>& inAppHosts() const { return m_inAppHosts; }
-    // A pop-up window's title while it shows `uri`: "Orvane" on the
-    // service's own hosts, else "Orvane — " and the page's host (the scheme
-    // for an address without one), so a page cannot pass for the service.
-    std::string popupTitle(const std::string& uri) const;
-    // The pop-up windows this delegate opened that are still open, oldest first.
-    std::vector<GtkWindow*> popupWindows() const;
-    // Their web views, in the same order.
-    std::vector<WebKitWebView*> popupViews() const;
+    const LinkPolicy& policy() const { return m_policy; }
+    const PopupWindows& popups() const { return m_popups; }
 
     // Called with each pop-up view right after it is made (before WebKit
     // loads its page), so others can watch or attach to it.
@@ -69,18 +56,7 @@ public:
     // its mail-link routing a Mail one; Nothing opens nothing.
     void openExternally(const ExternalLink& link, WebKitWebView* from);
 
-    // Size of a pop-up window's content.
-    static constexpr int kPopupWidth = 820;
-    static constexpr int kPopupHeight = 620;
-    // Pop-up windows open at once per account; further requests are refused.
-    static constexpr size_t kMaxPopups = 5;
-
 private:
-    struct Popup {
-        Ref<GtkWindow> window;
-        WebKitWebView* view; // owned by the window
-        std::vector<SignalConnection> connections;
-    };
     // A link activation the web-process extension saw inside an embedded frame.
     struct FrameLink {
         WebKitWebView* view;
@@ -93,32 +69,28 @@ private:
     static void onClose(WebKitWebView*, gpointer self);
     static void onLoadChanged(WebKitWebView*, WebKitLoadEvent, gpointer self);
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
-    static gboolean onPopupCloseRequest(GtkWindow*, gpointer self);
     static void onDownloadStarted(WebKitNetworkSession*, WebKitDownload*, gpointer self);
 
     void connectView(WebKitWebView* view, std::vector<SignalConnection>& connections);
     bool decideNavigation(WebKitWebView* view, WebKitNavigationPolicyDecision* decision);
     bool decideResponse(WebKitWebView* view, WebKitResponsePolicyDecision* decision);
     bool isOwnView(WebKitWebView* view) const;
-    void closePopupSoon(WebKitWebView* view);
     GtkWidget* createPopup(WebKitWebView* opener, WebKitNavigationAction* action);
     bool takeFrameLink(WebKitWebView* view, const std::string& uri);
-    void forgetPopup(GtkWindow* window, bool destroy);
 
     // Borrowed references
     WebHost& m_host;
     WebKitWebView* m_mainView = nullptr;
 
     // Owned references
+    LinkPolicy m_policy;
     std::function<void()> m_onDidFinish;
     std::function<void(WebKitWebView*)> m_popupOpened;
-    std::vector<Popup> m_popups;
-    std::set<std::string> m_inAppHosts;
     std::vector<FrameLink> m_frameLinks;
     std::vector<WebKitWebView*> m_responseDownloads; // views whose response became a download
     DownloadGuard m_downloads;
     std::vector<SignalConnection> m_connections; // to the main view and its network session
-    Lifetime m_lifetime; // for deferred work
+    PopupWindows m_popups; // last: its windows go first, while the rest still exists
 };
 
 } // namespace orvane

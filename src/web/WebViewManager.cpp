@@ -349,7 +349,7 @@ std::vector<WebKitWebView*> WebViewManager::popupViews(const std::string& accoun
     auto it = m_sessions.find(accountID);
     if (it == m_sessions.end() || !it->second->delegate)
         return {};
-    return it->second->delegate->popupViews();
+    return it->second->delegate->popups().views();
 }
 
 void WebViewManager::discard(const Account& account) {
@@ -425,7 +425,7 @@ void WebViewManager::printSelected() {
     for (const auto& [id, session] : m_sessions) {
         if (!session->delegate)
             continue;
-        for (WebKitWebView* popup : session->delegate->popupViews()) {
+        for (WebKitWebView* popup : session->delegate->popups().views()) {
             GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(popup));
             if (root && GTK_IS_WINDOW(root) && gtk_window_is_active(GTK_WINDOW(root))) {
                 m_print->print(popup, PrintSupport::Asker::User);
