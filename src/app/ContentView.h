@@ -56,7 +56,6 @@ public:
     // For tests: the parts of the layout.
     bool showsEmptyState() const;
     GtkWidget* addAccountButton() const;
-    GtkWidget* columnSlot() const { return m_columnSlot; }
 
 private:
     void updateDefaultWidget();

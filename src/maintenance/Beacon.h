@@ -50,7 +50,6 @@ public:
     // Pings (unless within the hour) once start() has run.
     void applicationBecameActive();
 
-    bool isStarted() const { return m_started; }
     bool isEnabled() const { return !m_configuration.endpoint.empty(); }
 
     // The endpoint with exactly the items id, v, os and t as its query (any
