@@ -41,7 +41,6 @@ public:
 
     void present(const MailtoComponents& mailto);
     void dismiss();
-    // Shown, or on its way in; false once dismissed.
 
     // The picker's key rules (without modifiers: 1 to 9, Return, Escape);
     // true when the key belongs to the picker.

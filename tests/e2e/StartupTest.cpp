@@ -71,6 +71,8 @@ TEST_F(StartupTest, AddAccountOverDBusLoadsItsPage) {
     EXPECT_TRUE(waitUntil([&] { return loads("red") == 1; }, 30s));
     EXPECT_EQ(server.requestCount("/e2e/red.html"), 1);
     EXPECT_TRUE(waitForColor(webAreaPoint(), kRed, "one-account"));
+    // A normal run leaves nothing of Orvane's own in its output.
+    EXPECT_EQ(orvane.log().find("Orvane-"), std::string::npos) << orvane.log();
 }
 
 TEST_F(StartupTest, LinksReachTheRunningInstance) {
