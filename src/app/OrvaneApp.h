@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AccountBridges.h"
 #include "AccountStore.h"
 #include "AppWebHost.h"
 #include "Beacon.h"
@@ -70,6 +71,7 @@ private:
     std::optional<ServiceCatalog> m_services; // before the manager, which uses it
     std::optional<AppWebHost> m_webHost; // before the manager, which uses it
     std::optional<WebViewManager> m_manager;
+    AccountBridges* m_bridges = nullptr; // owned by the manager
     std::optional<UpdaterController> m_updater;
     std::optional<Beacon> m_beacon;
     // Declared after the updater it watches, so it goes first.

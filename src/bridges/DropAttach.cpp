@@ -1,7 +1,7 @@
 #include "DropAttach.h"
 
 #include "PageScripts.h"
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 #include "PendingDrops.h"
 #include "MailService.h"
 #include "FileChooserInterceptor.h"
@@ -266,7 +266,7 @@ void DropAttach::attachFailed() {
 }
 
 void DropAttach::clickAt(double x, double y) {
-    std::string_view script = WebScripts::text(kClickScript);
+    std::string_view script = BridgeScripts::text(kClickScript);
     if (script.empty())
         return;
     GVariantBuilder arguments;

@@ -1,18 +1,18 @@
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 
 #include "PageScripts.h"
 
 #include <mutex>
 
-extern "C" void orvane_web_scripts_register_resource(void);
+extern "C" void orvane_bridge_scripts_register_resource(void);
 
-namespace orvane::WebScripts {
+namespace orvane::BridgeScripts {
 
 std::string_view text(std::string_view name) {
     // Registering a bundle twice corrupts GLib's list of static resources.
     static std::once_flag registered;
-    std::call_once(registered, [] { orvane_web_scripts_register_resource(); });
+    std::call_once(registered, [] { orvane_bridge_scripts_register_resource(); });
     return PageScripts::text(name);
 }
 
-} // namespace orvane::WebScripts
+} // namespace orvane::BridgeScripts
