@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GRef.h"
+#include "support/FixtureServer.h"
 
 #include <gio/gio.h>
 
@@ -81,17 +82,7 @@ private:
     unsigned m_port = 0;
 };
 
-// A loopback port nobody listens on: connections to it are refused.
-inline unsigned refusingLoopbackPort() {
-    Ref<GSocket> socket = adopt(g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, nullptr));
-    Ref<GInetAddress> loopback = adopt(g_inet_address_new_loopback(G_SOCKET_FAMILY_IPV4));
-    Ref<GSocketAddress> address = adopt(g_inet_socket_address_new(loopback.get(), 0));
-    if (!socket || !g_socket_bind(socket.get(), address.get(), FALSE, nullptr))
-        return 0;
-    Ref<GSocketAddress> bound = adopt(g_socket_get_local_address(socket.get(), nullptr));
-    unsigned port = bound ? g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound.get())) : 0;
-    g_socket_close(socket.get(), nullptr);
-    return port;
-}
+// A loopback port nobody listens on any more: connections to it are refused.
+inline unsigned refusingLoopbackPort() { return FixtureServer().port(); }
 
 } // namespace orvane::test
