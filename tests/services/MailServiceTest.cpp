@@ -2,6 +2,7 @@
 
 #include "Files.h"
 #include "ScriptTemplate.h"
+#include "support/TestServices.h"
 #include "support/TestEnvironment.h"
 
 #include <glib.h>
@@ -24,13 +25,13 @@ std::string writeOverrides(const std::string& content) {
 // Own hosts: the service's pages and frames, not its sign-in pages; any port,
 // http or https, addresses and serialized origins alike.
 TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
-    const auto& gmail = MailService::gmail();
-    const auto& calendar = MailService::calendar();
-    const auto& outlook = MailService::outlook();
-    EXPECT_EQ(&MailService::forService(std::nullopt), &gmail);
-    EXPECT_EQ(&MailService::forService(AccountService::Mail), &gmail);
-    EXPECT_EQ(&MailService::forService(AccountService::Calendar), &calendar);
-    EXPECT_EQ(&MailService::forService(AccountService::Outlook), &outlook);
+    const auto& gmail = test::testServices().gmail();
+    const auto& calendar = test::testServices().calendar();
+    const auto& outlook = test::testServices().outlook();
+    EXPECT_EQ(&test::testServices().forService(std::nullopt), &gmail);
+    EXPECT_EQ(&test::testServices().forService(AccountService::Mail), &gmail);
+    EXPECT_EQ(&test::testServices().forService(AccountService::Calendar), &calendar);
+    EXPECT_EQ(&test::testServices().forService(AccountService::Outlook), &outlook);
     const std::tuple<const MailService*, const char*, bool> cases[] = {
         { &gmail, "https://chat.google.com", true },
         { &gmail, "HTTPS://Mail.Google.COM:8443", true },
@@ -85,16 +86,16 @@ TEST(MailServiceTest, OverridesReplaceTheHomeAndHostsOfTheirEntriesOnly) {
     EXPECT_EQ(gmail.homeURL, "http://127.0.0.1:4321/gmail/");
     EXPECT_EQ(gmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
     EXPECT_EQ(gmail.ownHosts, gmail.inAppHosts) << "replaced hosts are the deployment's own";
-    EXPECT_EQ(gmail.attachClickJS, MailService::gmail().attachClickJS);
+    EXPECT_EQ(gmail.attachClickJS, test::testServices().gmail().attachClickJS);
     auto outlook = MailService::build(AccountService::Outlook, path);
-    EXPECT_EQ(outlook.inAppHosts, MailService::outlook().inAppHosts);
+    EXPECT_EQ(outlook.inAppHosts, test::testServices().outlook().inAppHosts);
     EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test") && outlook.ownsAddress("https://outlook.office.com"));
     auto calendar = MailService::build(AccountService::Calendar, path);
-    EXPECT_EQ(calendar.homeURL, MailService::calendar().homeURL);
+    EXPECT_EQ(calendar.homeURL, test::testServices().calendar().homeURL);
     EXPECT_EQ(calendar.inAppHosts, Hosts({ "localhost" }));
 
     // Bad overrides leave the built-in values; one bad field spares the other.
-    const auto& builtIn = MailService::gmail();
+    const auto& builtIn = test::testServices().gmail();
     for (const std::string& content : { std::string("not json"), std::string(R"({"gmail": {"homeURL": "file:///etc/passwd"}})"),
              std::string(R"x({"gmail": {"homeURL": "javascript:alert(1)"}})x"), std::string(R"({"gmail": {"inAppHosts": []}})"),
              std::string(R"({"gmail": {"inAppHosts": ["ok.example", "example.com/path"]}})"),
@@ -115,10 +116,10 @@ TEST(MailServiceTest, SharedEntriesReadTheOverridesFileOnce) {
     std::string path = writeOverrides(R"({"outlook": {"homeURL": "http://127.0.0.1:9/outlook/mail/"}})");
     EXPECT_EXIT({
         g_setenv("ORVANE_SERVICE_OVERRIDES", path.c_str(), TRUE);
-        bool first = MailService::outlook().homeURL == "http://127.0.0.1:9/outlook/mail/"
-            && MailService::gmail().homeURL == "https://mail.google.com/";
+        bool first = test::testServices().outlook().homeURL == "http://127.0.0.1:9/outlook/mail/"
+            && test::testServices().gmail().homeURL == "https://mail.google.com/";
         Files::replaceAtomically(path, R"({"outlook": {"homeURL": "http://127.0.0.1:10/"}})");
-        std::exit(first && MailService::outlook().homeURL == "http://127.0.0.1:9/outlook/mail/" ? 0 : 1);
+        std::exit(first && test::testServices().outlook().homeURL == "http://127.0.0.1:9/outlook/mail/" ? 0 : 1);
     }, ::testing::ExitedWithCode(0), "");
 }
 

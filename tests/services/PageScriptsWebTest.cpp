@@ -1,5 +1,6 @@
 #include "PageScripts.h"
 #include "MailService.h"
+#include "support/TestServices.h"
 #include "support/WebViewTest.h"
 
 namespace orvane::test {
@@ -73,7 +74,7 @@ TEST_F(PageScriptsWebTest, GmailComposeFillsTheFormWithTheValuesUnchangedAndPres
     link.cc = { "cc@example.com" };
     link.subject = std::string(kHostile) + " \u2028 ${x} `y` end";
     link.body = std::string(kHostile) + "\nsecond \\n\n\nlast";
-    compose(MailService::gmail(), link);
+    compose(test::testServices().gmail(), link);
     ASSERT_TRUE(waitForJS("__fixtureLog.some(e => e.type === 'keyup')"));
 
     auto dialogs = page("__fixture.dialogs()");
@@ -97,7 +98,7 @@ TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndLeavesToAndSubjectAlo
     MailtoComponents link;
     link.subject = "";
     link.body = "Only a body";
-    compose(MailService::gmail(), link);
+    compose(test::testServices().gmail(), link);
     page("setTimeout(() => document.querySelector('nav').prepend(__button), 700); true");
     ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1 && __fixture.dialogs()[0].body === 'Only a body'"));
     EXPECT_EQ(page("__fixture.dialogs()[0].subject"), "");
@@ -111,7 +112,7 @@ TEST_F(PageScriptsWebTest, OutlookComposeOpensTheFormAndTypesEachAddressWithEnte
     link.bcc = { "hidden@example.com" };
     link.subject = std::string(kHostile) + " \u2028 end";
     link.body = "Hello\n\"there\" \\ </script>";
-    compose(MailService::outlook(), link);
+    compose(test::testServices().outlook(), link);
     ASSERT_TRUE(waitForJS("__fixture.compose().body.includes('Hello')", 15s));
 
     auto form = page("__fixture.compose()");
@@ -129,7 +130,7 @@ TEST_F(PageScriptsWebTest, OutlookComposeOpensTheFormAndTypesEachAddressWithEnte
 
     // With the form showing, an empty link clicks nothing and types nothing
     // (the script has no waits then, so it is done when the program returns).
-    compose(MailService::outlook(), MailtoComponents {});
+    compose(test::testServices().outlook(), MailtoComponents {});
     EXPECT_EQ(logged("new-mail-clicked"), 1u);
     EXPECT_EQ(logged("keydown"), 2u);
 }
@@ -138,11 +139,11 @@ TEST_F(PageScriptsWebTest, GmailAttachPointsAtTheNewestFormsFileControlOpeningAF
     ASSERT_TRUE(loadFixture("/gmail/"));
     const std::string centre = "(b => ({x: b.left + b.width / 2, y: b.top + b.height / 2}))"
                                "(document.querySelector('.compose:not(.minimised) [command=\"Files\"]').getBoundingClientRect())";
-    auto first = callAsync(*MailService::gmail().attachClickJS).value; // opens a form
+    auto first = callAsync(*test::testServices().gmail().attachClickJS).value; // opens a form
     EXPECT_EQ(first, page(centre));
     page("document.querySelector('[gh=\"cm\"]').click(); true");
     ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 2"));
-    auto point = callAsync(*MailService::gmail().attachClickJS).value;
+    auto point = callAsync(*test::testServices().gmail().attachClickJS).value;
     EXPECT_EQ(point, page(centre));
     EXPECT_EQ(logged("compose-clicked"), 2u) << "a form was open: no new one";
     std::string hit = "document.elementFromPoint(" + point["x"].dump() + ", " + point["y"].dump() + ")";
@@ -154,12 +155,12 @@ TEST_F(PageScriptsWebTest, GmailAttachPointsAtTheNewestFormsFileControlOpeningAF
 TEST_F(PageScriptsWebTest, OutlookAttachPlacesTheUnfilteredFileInputUnderThePointAndPutsItBack) {
     ASSERT_TRUE(loadFixture("/outlook/mail/"));
     const std::string input = "document.querySelectorAll('input[type=file]')[1]";
-    auto point = callAsync(*MailService::outlook().attachClickJS).value;
+    auto point = callAsync(*test::testServices().outlook().attachClickJS).value;
     EXPECT_EQ(point, json({ { "x", 105 }, { "y", 82 } }));
     EXPECT_EQ(page("__fixture.compose().open"), true);
     EXPECT_EQ(page("document.elementFromPoint(105, 82) === " + input), true);
     EXPECT_EQ(page("document.querySelectorAll('input[type=file]')[0].getAttribute('style')"), "display:none");
-    EXPECT_EQ(callAsync(*MailService::outlook().attachClickJS).value, point) << "a second drop while the input is placed";
+    EXPECT_EQ(callAsync(*test::testServices().outlook().attachClickJS).value, point) << "a second drop while the input is placed";
     EXPECT_EQ(logged("new-mail-clicked"), 1u);
     page("document.elementFromPoint(105, 82).click(); true");
     ASSERT_TRUE(waitUntil([&] { return m_fileChoosers == 1; }));
@@ -168,8 +169,8 @@ TEST_F(PageScriptsWebTest, OutlookAttachPlacesTheUnfilteredFileInputUnderThePoin
 }
 
 TEST_F(PageScriptsWebTest, WhatTheOtherScriptsFallBackOnWhenThePageHasLess) {
-    const auto& gmail = MailService::gmail();
-    const auto& outlook = MailService::outlook();
+    const auto& gmail = test::testServices().gmail();
+    const auto& outlook = test::testServices().outlook();
     auto photo = [&](const MailService& service, const std::string& name) { return callAsync(*service.photoJS, { { "acctName", name } }).value; };
     auto poll = [&] { return evaluate(*outlook.unreadPollJS, outlook.unreadPollScriptName).value; };
     ASSERT_TRUE(loadFixture("/gmail/"));
