@@ -5,7 +5,7 @@
 #include "NotificationRelay.h"
 
 #include "Account.h"
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 #include "web/ManagerWebFixture.h"
 
 namespace orvane::test {
@@ -104,7 +104,7 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationThatPostsEachOneWith
     run("new (document.getElementById('frame').contentWindow.Notification)('In frame'); true"); // a frame counts on its own
     // A second injection into the same frame leaves the first shim working.
     run("window.firstShim = window.Notification; true");
-    run(std::string(WebScripts::text("bridges/notification-shim.js")) + "; true");
+    run(std::string(BridgeScripts::text("bridges/notification-shim.js")) + "; true");
     EXPECT_EQ(run("window.Notification === window.firstShim"), true);
     run("new Notification('After'); true");
     ASSERT_TRUE(waitUntil([&] { return received.size() == 4; }));

@@ -82,23 +82,6 @@ protected:
     std::string downloads, png, crossPNG;
 };
 
-TEST(NativeImageFetchTest, CookiesGoOnlyToTheirOwnHost) {
-    for (auto [domain, host, matches] : { std::tuple(".Google.COM", "LH3.google.com", true), std::tuple(".google.com", "google.com", true),
-             std::tuple(".google.com", "evilgoogle.com", false), std::tuple(".google.com", "google.com.evil.org", false),
-             std::tuple("google.com", "mail.google.com", false), std::tuple(".", "com", false), std::tuple("", "example.org", false) })
-        EXPECT_EQ(NativeImageFetch::domainMatches(domain, host), matches) << domain << " " << host;
-    GList* cookies = nullptr;
-    for (auto [name, domain, secure] : { std::tuple("parent", ".example.org", false), std::tuple("host", "img.example.org", false),
-             std::tuple("secure", "img.example.org", true), std::tuple("other", "mail.example.org", false), std::tuple("tail", "ample.org", false) }) {
-        cookies = g_list_append(cookies, soup_cookie_new(name, "v", domain, "/", 3600));
-        soup_cookie_set_secure(static_cast<SoupCookie*>(g_list_last(cookies)->data), secure);
-    }
-    EXPECT_EQ(NativeImageFetch::cookieHeader(cookies, "img.example.org", true), "parent=v; host=v; secure=v");
-    EXPECT_EQ(NativeImageFetch::cookieHeader(cookies, "img.example.org", false), "parent=v; host=v");
-    EXPECT_EQ(NativeImageFetch::cookieHeader(cookies, "elsewhere.net", true), "");
-    g_list_free_full(cookies, reinterpret_cast<GDestroyNotify>(soup_cookie_free));
-}
-
 TEST_F(SaveImageWebTest, ImagesSaveThroughThePageOrNativelyWithOnlyTheirHostsCookies) {
     ASSERT_TRUE(waitForJS(view, "__fixtureLog.some(e => e[0] === 'blob-ready')"));
     // Another account, with its own session and its own cookie for the same host.

@@ -1,7 +1,7 @@
 // The paste and input scripts of every account view, in a real page: pastes
 // are real ClipboardEvents carrying a DataTransfer, dispatched on the element
 // the user pastes into with the caret at its end.
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 #include "PageBridges.h"
 #include "MailService.h"
 #include "support/WebViewTest.h"
@@ -142,7 +142,7 @@ TEST_F(TablePasteWebTest, CellTextIsNeverMarkupAndEachFrameConvertsOnce) {
     EXPECT_EQ(js("window.__ran"), 0);
 
     // A second injection into the same frame adds nothing; the frame has its own copy.
-    ASSERT_TRUE(runJS(std::string(WebScripts::text("bridges/table-paste.js"))).ok);
+    ASSERT_TRUE(runJS(std::string(BridgeScripts::text("bridges/table-paste.js"))).ok);
     EXPECT_EQ(pasted("| a |\n|---|").size(), 1u);
     EXPECT_EQ(js("__paste('#nested', '| f |\\n| - |', '', document.querySelector('#frame').contentDocument).prevented"), true);
     EXPECT_EQ(js("document.querySelector('#frame').contentDocument.querySelectorAll('#nested table').length"), 1);
