@@ -17,58 +17,6 @@ namespace orvane {
 namespace {
 
 
-// Valid UTF-8 without control characters (newlines kept when asked, carriage
-// returns folded into them), at most `maxChars` characters: a longer text is
-// cut and ends in "…".
-std::string plainText(std::string raw, size_t maxChars, bool keepNewlines) {
-    std::replace(raw.begin(), raw.end(), '\0', ' ');
-    GCharPtr valid(g_utf8_make_valid(raw.data(), static_cast<gssize>(raw.size())));
-    std::string out;
-    size_t chars = 0;
-    bool cut = false;
-    const char* p = valid.get();
-    while (*p) {
-        gunichar c = g_utf8_get_char(p);
-        const char* next = g_utf8_next_char(p);
-        if (chars == maxChars) {
-            cut = true;
-            break;
-        }
-        if (c == '\r') {
-            if (*next != '\n')
-                out += keepNewlines ? '\n' : ' ';
-        } else if (c == '\n') {
-            out += keepNewlines ? '\n' : ' ';
-        } else if (g_unichar_iscntrl(c)) {
-            out += ' ';
-        } else {
-            out.append(p, next);
-        }
-        if (c != '\r' || *next != '\n')
-            ++chars;
-        p = next;
-    }
-    if (cut) {
-        // Room for the ellipsis within the bound.
-        const char* start = out.c_str();
-        const char* last = g_utf8_find_prev_char(start, start + out.size());
-        if (last)
-            out.resize(size_t(last - start));
-        out += "…";
-    }
-    return out;
-}
-
-std::string trimmed(std::string text) {
-    auto space = [](unsigned char c) { return c == ' ' || c == '\t' || c == '\n'; };
-    while (!text.empty() && space(text.back()))
-        text.pop_back();
-    size_t start = 0;
-    while (start < text.size() && space(text[start]))
-        ++start;
-    return text.substr(start);
-}
-
 // What the fdo notification servers that read markup in bodies need: the
 // three characters that start markup or entities.
 std::string escapedMarkup(const std::string& text) {
@@ -123,20 +71,13 @@ NotificationRelay::~NotificationRelay() {
 std::optional<NotificationRelay::Message> NotificationRelay::parse(JSCValue* body) {
     if (!body || !jsc_value_is_object(body) || jsc_value_is_array(body) || jsc_value_is_function(body))
         return std::nullopt;
-    auto id = textMember(body, "id");
-    if (!id || !g_utf8_validate(id->data(), gssize(id->size()), nullptr) || g_utf8_strlen(id->c_str(), -1) > long(kMaxIDChars))
-        return std::nullopt;
-    Message message;
-    message.id = *id;
-    message.title = trimmed(plainText(textMember(body, "title").value_or(""), kMaxTitleChars, false));
-    message.body = plainText(textMember(body, "body").value_or(""), kMaxBodyChars, true);
-    message.tag = plainText(textMember(body, "tag").value_or(""), kMaxTagChars, false);
-    return message;
+    return NotificationFields::from({ textMember(body, "id"), textMember(body, "title"), textMember(body, "body"),
+        textMember(body, "tag") });
 }
 
 NotificationRelay::Content NotificationRelay::content(const Message& message, const std::string& accountID,
     const std::string& label, bool markupBody) {
-    std::string name = trimmed(plainText(label, kMaxTitleChars, false));
+    std::string name = NotificationFields::trimmed(NotificationFields::plainText(label, kMaxTitleChars, false));
     if (name.empty())
         name = "Orvane";
     Content content;

@@ -79,8 +79,8 @@ std::optional<std::vector<QueryItem>> queryItems(std::string_view query) {
 
 std::optional<MailtoComponents> MailtoComponents::fromURL(std::string_view url) {
     std::string text(url);
-    const char* scheme = g_uri_peek_scheme(text.c_str()); // lower-cased, interned by GLib
-    if (!scheme || std::string_view(scheme) != "mailto")
+    // Not g_uri_peek_scheme: it interns every scheme it is shown, for good.
+    if (g_ascii_strncasecmp(text.c_str(), "mailto:", 7) != 0)
         return std::nullopt;
 
     MailtoComponents components;

@@ -108,6 +108,8 @@ std::optional<std::string> outlookName(const std::optional<std::string>& title) 
         return std::nullopt;
     std::vector<std::string> pieces;
     const std::string& t = *title;
+    if (!g_utf8_validate(t.data(), static_cast<gssize>(t.size()), nullptr))
+        return std::nullopt;
     size_t start = 0;
     for (;;) {
         size_t at = t.find(" - ", start);
