@@ -16,21 +16,10 @@ namespace orvane {
 
 namespace {
 
-
-// What the fdo notification servers that read markup in bodies need: the
-// three characters that start markup or entities.
+// For the fdo notification servers that read markup in bodies.
 std::string escapedMarkup(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        default: out += c;
-        }
-    }
-    return out;
+    GCharPtr escaped(g_markup_escape_text(text.data(), static_cast<gssize>(text.size())));
+    return escaped ? escaped.get() : "";
 }
 
 // A member of the message when it is a text; nothing otherwise.

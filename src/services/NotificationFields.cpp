@@ -1,6 +1,7 @@
 #include "NotificationFields.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 
@@ -47,14 +48,8 @@ std::string NotificationFields::plainText(std::string raw, size_t maxChars, bool
     return out;
 }
 
-std::string NotificationFields::trimmed(std::string text) {
-    auto space = [](unsigned char c) { return c == ' ' || c == '\t' || c == '\n'; };
-    while (!text.empty() && space(text.back()))
-        text.pop_back();
-    size_t start = 0;
-    while (start < text.size() && space(text[start]))
-        ++start;
-    return text.substr(start);
+std::string NotificationFields::trimmed(const std::string& text) {
+    return std::string(Text::trimmed(text, [](gunichar c) { return c == ' ' || c == '\t' || c == '\n'; }));
 }
 
 std::optional<NotificationFields> NotificationFields::from(const Members& members) {

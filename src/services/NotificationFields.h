@@ -37,7 +37,7 @@ struct NotificationFields {
     // carriage returns folded into them), at most `maxChars` characters.
     static std::string plainText(std::string raw, size_t maxChars, bool keepNewlines);
     // Without spaces, tabs and line breaks at either end.
-    static std::string trimmed(std::string text);
+    static std::string trimmed(const std::string& text);
 
     // Bounds on what a page hands over, in characters.
     static constexpr size_t kMaxTitleChars = 200;
