@@ -51,6 +51,9 @@ struct QueryItem {
 };
 
 // The query in link order: items at "&", name and value at the first "=".
+// Not GLib's GUriParamsIter: it refuses an item without "=" and a "%" that
+// starts no escape, both of which mail links in the wild carry ("?subject",
+// "50% off"), and a mail link is read leniently, as mail programs do.
 std::optional<std::vector<QueryItem>> queryItems(std::string_view query) {
     std::vector<QueryItem> items;
     size_t start = 0;
