@@ -1,6 +1,7 @@
 #include "AvatarStyle.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <pango/pango.h>
 
@@ -43,15 +44,6 @@ RGB colorForSeed(int64_t colorSeed) {
     return fromHSB(hueForSeed(colorSeed), 0.5, 0.8);
 }
 
-static std::string_view trimSpacesAndTabs(std::string_view text) {
-    auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    return text;
-}
-
 // Byte length of the first grapheme cluster of valid UTF-8 text.
 static size_t firstClusterLength(const std::string& text) {
     glong chars = g_utf8_strlen(text.c_str(), -1);
@@ -69,7 +61,7 @@ static size_t firstClusterLength(const std::string& text) {
 
 std::string initialForLabel(std::string_view label) {
     GCharPtr valid(g_utf8_make_valid(label.data(), static_cast<gssize>(label.size())));
-    std::string_view trimmed = trimSpacesAndTabs(valid.get());
+    std::string_view trimmed = Text::trimmed(valid.get(), Text::isSpaceOrTab);
     if (trimmed.empty())
         return "+";
 

@@ -1,6 +1,7 @@
 #include "AccountPickerView.h"
 
 #include "AppResources.h"
+#include "GRef.h"
 #include "AvatarView.h"
 #include "SenderChoice.h"
 
@@ -10,21 +11,8 @@ namespace orvane {
 
 namespace {
 
-constexpr int kCardSpacing = 14;
-constexpr int kButtonSpacing = 12;
 constexpr int kButtonContentSpacing = 6;
 constexpr const char* kAccountIDKey = "orvane-account-id";
-
-void ensureStyle(GdkDisplay* display) {
-    if (!display || g_object_get_data(G_OBJECT(display), "orvane-picker-style"))
-        return;
-    ensureUIResources();
-    auto provider = adopt(gtk_css_provider_new());
-    gtk_css_provider_load_from_resource(provider.get(), "/app/orvane/Orvane/app/AccountPickerView.css");
-    gtk_style_context_add_provider_for_display(display, GTK_STYLE_PROVIDER(provider.get()),
-        GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-    g_object_set_data_full(G_OBJECT(display), "orvane-picker-style", provider.release(), g_object_unref);
-}
 
 GtkWidget* label(const char* text, std::initializer_list<const char*> classes) {
     GtkWidget* widget = gtk_label_new(text);
@@ -59,7 +47,6 @@ AccountPickerView::AccountPickerView(AccountStore& store, PickHandler onPick, Ca
     : m_store(store)
     , m_onPick(std::move(onPick))
     , m_onCancel(std::move(onCancel))
-    , m_revealer(gtk_revealer_new())
     , m_keys(gtk_event_controller_key_new()) {
     build();
     gtk_event_controller_set_propagation_phase(m_keys.get(), GTK_PHASE_CAPTURE);
@@ -69,7 +56,7 @@ AccountPickerView::AccountPickerView(AccountStore& store, PickHandler onPick, Ca
 }
 
 AccountPickerView::~AccountPickerView() {
-    *m_alive = false;
+    m_lifetime.end();
     m_storeSubscription.reset();
     detachKeys();
     g_signal_handlers_disconnect_by_data(m_keys.get(), this);
@@ -85,54 +72,27 @@ AccountPickerView::~AccountPickerView() {
 }
 
 void AccountPickerView::build() {
+    ensureUIResources();
+    auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/AccountPickerView.ui"));
+    auto widget = [&builder](const char* id) { return GTK_WIDGET(gtk_builder_get_object(builder.get(), id)); };
+    m_revealer = Ref<GtkWidget>(widget("revealer"));
     GtkWidget* revealer = m_revealer.get();
-    gtk_revealer_set_transition_type(GTK_REVEALER(revealer), GTK_REVEALER_TRANSITION_TYPE_CROSSFADE);
     gtk_revealer_set_transition_duration(GTK_REVEALER(revealer), kFadeMilliseconds);
-    gtk_widget_set_hexpand(revealer, TRUE);
-    gtk_widget_set_vexpand(revealer, TRUE);
-    // An empty layer would still take the content's clicks.
-    gtk_widget_set_visible(revealer, FALSE);
     ensureStyle(gtk_widget_get_display(revealer));
+    m_layer = widget("layer");
+    m_backdrop = widget("backdrop");
+    m_card = widget("card");
+    m_title = widget("title");
+    m_recipients = widget("recipients");
+    m_buttonRow = widget("button_row");
+    m_hint = widget("hint");
 
-    m_layer = gtk_overlay_new();
-    gtk_revealer_set_child(GTK_REVEALER(revealer), m_layer);
-
-    m_backdrop = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-    gtk_widget_add_css_class(m_backdrop, "orvane-picker-backdrop");
-    gtk_widget_set_hexpand(m_backdrop, TRUE);
-    gtk_widget_set_vexpand(m_backdrop, TRUE);
-    gtk_overlay_set_child(GTK_OVERLAY(m_layer), m_backdrop);
-    GtkGesture* click = gtk_gesture_click_new();
-    g_signal_connect(click, "released", G_CALLBACK(+[](GtkGestureClick* gesture, int presses, double x, double y, gpointer self) {
-        GtkWidget* backdrop = gtk_event_controller_get_widget(GTK_EVENT_CONTROLLER(gesture));
-        if (presses == 1 && gtk_widget_contains(backdrop, x, y))
-            static_cast<AccountPickerView*>(self)->cancel();
-    }), this);
-    gtk_widget_add_controller(m_backdrop, GTK_EVENT_CONTROLLER(click));
-
-    m_card = gtk_box_new(GTK_ORIENTATION_VERTICAL, kCardSpacing);
-    gtk_widget_add_css_class(m_card, "orvane-picker-card");
-    gtk_widget_set_halign(m_card, GTK_ALIGN_CENTER);
-    gtk_widget_set_valign(m_card, GTK_ALIGN_CENTER);
-    gtk_widget_set_focusable(m_card, TRUE);
-    gtk_accessible_update_property(GTK_ACCESSIBLE(m_card), GTK_ACCESSIBLE_PROPERTY_LABEL, "Send from which account?", -1);
-    gtk_overlay_add_overlay(GTK_OVERLAY(m_layer), m_card);
-
-    m_title = label("Send from which account?", { "heading" });
-    gtk_box_append(GTK_BOX(m_card), m_title);
-
-    m_recipients = label("", { "dim-label" });
-    gtk_label_set_single_line_mode(GTK_LABEL(m_recipients), TRUE);
-    gtk_label_set_ellipsize(GTK_LABEL(m_recipients), PANGO_ELLIPSIZE_MIDDLE);
-    gtk_label_set_max_width_chars(GTK_LABEL(m_recipients), 56);
-    gtk_box_append(GTK_BOX(m_card), m_recipients);
-
-    m_buttonRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, kButtonSpacing);
-    gtk_widget_set_halign(m_buttonRow, GTK_ALIGN_CENTER);
-    gtk_box_append(GTK_BOX(m_card), m_buttonRow);
-
-    m_hint = label("", { "caption", "orvane-picker-hint" });
-    gtk_box_append(GTK_BOX(m_card), m_hint);
+    g_signal_connect(gtk_builder_get_object(builder.get(), "backdrop_click"), "released",
+        G_CALLBACK(+[](GtkGestureClick* gesture, int presses, double x, double y, gpointer self) {
+            GtkWidget* backdrop = gtk_event_controller_get_widget(GTK_EVENT_CONTROLLER(gesture));
+            if (presses == 1 && gtk_widget_contains(backdrop, x, y))
+                static_cast<AccountPickerView*>(self)->cancel();
+        }), this);
 
     m_mapped = SignalConnection::connect(m_layer, "map", &AccountPickerView::onMapped, this);
     m_unmapped = SignalConnection::connect(m_layer, "unmap", &AccountPickerView::onUnmapped, this);
@@ -181,15 +141,15 @@ void AccountPickerView::scheduleRebuild() {
         return;
     m_rebuildScheduled = true;
     struct Deferred {
-        std::weak_ptr<bool> alive;
+        Lifetime::Watch alive;
         AccountPickerView* picker;
     };
     g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, [](gpointer data) -> gboolean {
         auto* deferred = static_cast<Deferred*>(data);
-        if (auto alive = deferred->alive.lock(); alive && *alive && deferred->picker->m_rebuildScheduled)
+        if (deferred->alive.alive() && deferred->picker->m_rebuildScheduled)
             deferred->picker->rebuildButtons();
         return G_SOURCE_REMOVE;
-    }, new Deferred { m_alive, this }, [](gpointer data) { delete static_cast<Deferred*>(data); });
+    }, new Deferred { m_lifetime.watch(), this }, [](gpointer data) { delete static_cast<Deferred*>(data); });
 }
 
 void AccountPickerView::rebuildButtons() {
@@ -211,6 +171,7 @@ GtkWidget* AccountPickerView::makeButton(const Account& account, size_t position
     gtk_widget_set_valign(button, GTK_ALIGN_START);
     gtk_widget_set_focus_on_click(button, FALSE);
     gtk_widget_set_tooltip_text(button, account.label.c_str());
+    gtk_accessible_update_property(GTK_ACCESSIBLE(button), GTK_ACCESSIBLE_PROPERTY_LABEL, account.label.c_str(), -1);
     g_object_set_data_full(G_OBJECT(button), kAccountIDKey, g_strdup(account.id.c_str()), g_free);
 
     GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, kButtonContentSpacing);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
 #include "SignalConnection.h"
@@ -40,8 +41,6 @@ public:
 
     void present(const MailtoComponents& mailto);
     void dismiss();
-    // Shown, or on its way in; false once dismissed.
-    bool isPresented() const { return m_presented; }
 
     // The picker's key rules (without modifiers: 1 to 9, Return, Escape);
     // true when the key belongs to the picker.
@@ -94,7 +93,7 @@ private:
     SignalConnection m_mapped;
     SignalConnection m_unmapped;
     SignalConnection m_revealed;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
 
     // Template widgets (inside m_revealer)
     GtkWidget* m_layer = nullptr;

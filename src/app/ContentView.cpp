@@ -45,7 +45,7 @@ ContentView::ContentView(AccountStore& store, WebViewManager& manager)
     refresh();
 }
 
-ContentView::~ContentView() { *m_alive = false; }
+ContentView::~ContentView() { m_lifetime.end(); }
 
 void ContentView::refresh() {
     const auto& accounts = m_store.accounts();
@@ -101,7 +101,7 @@ void ContentView::openComposeForm(const Account& account, const MailtoComponents
         return;
     }
     struct Deferred {
-        std::weak_ptr<bool> alive;
+        Lifetime::Watch alive;
         ContentView* content;
         Account account;
         MailtoComponents mailto;
@@ -111,9 +111,9 @@ void ContentView::openComposeForm(const Account& account, const MailtoComponents
             return;
         Deferred deferred = *static_cast<Deferred*>(data);
         g_signal_handlers_disconnect_by_data(view, data); // deletes data
-        if (auto alive = deferred.alive.lock(); alive && *alive)
+        if (deferred.alive.alive())
             deferred.content->m_manager.compose(deferred.account, deferred.mailto);
-    }), new Deferred { m_alive, this, account, mailto },
+    }), new Deferred { m_lifetime.watch(), this, account, mailto },
         [](gpointer data, GClosure*) { delete static_cast<Deferred*>(data); }, GConnectFlags(0));
 }
 

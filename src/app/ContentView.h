@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
 #include "MailtoComponents.h"
@@ -55,7 +56,6 @@ public:
     // For tests: the parts of the layout.
     bool showsEmptyState() const;
     GtkWidget* addAccountButton() const;
-    GtkWidget* columnSlot() const { return m_columnSlot; }
 
 private:
     void updateDefaultWidget();
@@ -83,7 +83,7 @@ private:
     // that shows it; the router holds the waiting link.
     std::unique_ptr<AccountPickerView> m_picker;
     MailtoRouter m_router;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
 };
 
 } // namespace orvane

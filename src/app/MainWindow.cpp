@@ -1,31 +1,24 @@
 #include "MainWindow.h"
 
+#include "AppResources.h"
 #include "ContentView.h"
+#include "GRef.h"
 
 namespace orvane {
 
 MainWindow::MainWindow(GtkApplication* application, AccountStore& store, WebViewManager& manager, GMenuModel* primaryMenu) {
-    GtkWidget* window = adw_application_window_new(application);
-    m_window = GTK_WINDOW(window);
+    adw_init();
+    ensureUIResources();
+    ensureStyle(gdk_display_get_default());
+    auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/MainWindow.ui"));
+    m_window = GTK_WINDOW(gtk_builder_get_object(builder.get(), "window"));
     g_object_add_weak_pointer(G_OBJECT(m_window), reinterpret_cast<gpointer*>(&m_window));
-    gtk_window_set_title(m_window, "Orvane");
-    gtk_window_set_default_size(m_window, 1100, 720);
-    gtk_widget_set_size_request(window, kMinimumWidth, kMinimumHeight);
-
-    GtkWidget* header = adw_header_bar_new();
-    GtkWidget* menuButton = gtk_menu_button_new();
-    gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(menuButton), "open-menu-symbolic");
-    gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(menuButton), primaryMenu);
-    gtk_menu_button_set_primary(GTK_MENU_BUTTON(menuButton), TRUE);
-    gtk_widget_set_tooltip_text(menuButton, "Main Menu");
-    adw_header_bar_pack_end(ADW_HEADER_BAR(header), menuButton);
+    gtk_window_set_application(m_window, application);
+    gtk_widget_set_size_request(GTK_WIDGET(m_window), kMinimumWidth, kMinimumHeight);
+    gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(gtk_builder_get_object(builder.get(), "menu_button")), primaryMenu);
 
     m_content = std::make_unique<ContentView>(store, manager);
-
-    GtkWidget* layout = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-    gtk_box_append(GTK_BOX(layout), header);
-    gtk_box_append(GTK_BOX(layout), m_content->widget());
-    adw_application_window_set_content(ADW_APPLICATION_WINDOW(window), layout);
+    gtk_box_append(GTK_BOX(gtk_builder_get_object(builder.get(), "layout")), m_content->widget());
     m_content->refresh();
     // Typing goes to the page from the start (a page's own shortcuts, its
     // search field), not to the first button of the header bar.

@@ -29,7 +29,10 @@ struct Pending {
 
 constexpr const char* kPendingKey = "orvane-script-dialog";
 
+} // namespace
+
 void present(GtkWindow* parent, const ScriptDialogs::Request& request, ScriptDialogs::Completion completion) {
+    adw_init();
     auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(parent, request.message.c_str(), nullptr));
     for (const auto& response : request.responses)
         adw_message_dialog_add_response(dialog, response.id.c_str(), response.label.c_str());
@@ -60,13 +63,6 @@ void present(GtkWindow* parent, const ScriptDialogs::Request& request, ScriptDia
     if (parent)
         gtk_window_set_destroy_with_parent(GTK_WINDOW(dialog), TRUE);
     gtk_window_present(GTK_WINDOW(dialog));
-}
-
-} // namespace
-
-void install() {
-    adw_init();
-    ScriptDialogs::setPresenter(present);
 }
 
 } // namespace orvane::MessageDialogPresenter

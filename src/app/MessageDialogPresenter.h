@@ -1,10 +1,13 @@
 #pragma once
 
+#include "ScriptDialogs.h"
+
 namespace orvane::MessageDialogPresenter {
 
-// Shows the pages' alert, confirm and prompt dialogs (ScriptDialogs) as modal
-// AdwMessageDialogs over the page's window. Called once at start-up; calling
-// it again changes nothing.
-void install();
+// Shows a question (a page's alert, confirm or prompt, or Orvane's own about
+// a page) as a modal AdwMessageDialog over `parent` (may be null) and calls
+// the completion once: with the response chosen or, when the dialog goes
+// away unanswered, the close response.
+void present(GtkWindow* parent, const ScriptDialogs::Request& request, ScriptDialogs::Completion completion);
 
 } // namespace orvane::MessageDialogPresenter

@@ -4,9 +4,7 @@
 
 #include "ContentView.h"
 #include "MainWindow.h"
-#include "MessageDialogPresenter.h"
 #include "BuildConfig.h"
-#include "NavigationDelegate.h"
 
 #include <csignal>
 
@@ -49,15 +47,12 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     useIconFromSourceTree();
     gtk_window_set_default_icon_name(build::kAppID);
     self->m_store.emplace();
-    self->m_manager.emplace();
+    self->m_webHost.emplace(GTK_APPLICATION(self->m_app.get()));
+    self->m_services.emplace(ServiceCatalog::fromEnvironment());
+    self->m_manager.emplace(*self->m_webHost, *self->m_services);
+    self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
     self->m_updater.emplace();
-    MessageDialogPresenter::install();
-    // A mail link in a page is routed as if the desktop had opened it with Orvane.
-    NavigationDelegate::setMailOpener([app = self->m_app.get()](const std::string& address) {
-        Ref<GFile> file = adopt(g_file_new_for_uri(address.c_str()));
-        GFile* files[] = { file.get() };
-        g_application_open(G_APPLICATION(app), files, 1, "");
-    });
+    self->m_beacon.emplace(Beacon::defaultConfiguration());
     self->m_primaryMenu = self->buildPrimaryMenu();
     self->addActions();
     self->m_checkForUpdates = std::make_unique<CheckForUpdatesAction>(GTK_APPLICATION(self->m_app.get()), *self->m_updater);
@@ -81,7 +76,6 @@ void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpo
 
 void OrvaneApp::onShutdown(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
-    NavigationDelegate::setMailOpener({});
     self->m_checkForUpdates.reset();
     self->m_mainWindowDestroyed.disconnect();
     self->m_mainWindow.reset();
@@ -93,7 +87,7 @@ MainWindow& OrvaneApp::presentMainWindow() {
         m_mainWindow = std::make_unique<MainWindow>(GTK_APPLICATION(m_app.get()), *m_store, *m_manager, m_primaryMenu.get());
         m_mainWindow->setOnBecameActive([this] {
             m_manager->applicationBecameActive();
-            Beacon::shared().applicationBecameActive();
+            m_beacon->applicationBecameActive();
         });
         m_mainWindowDestroyed = SignalConnection::connect(m_mainWindow->window(), "destroy", +[](GtkWidget*, gpointer data) {
             auto* self = static_cast<OrvaneApp*>(data);
@@ -110,7 +104,7 @@ MainWindow& OrvaneApp::presentMainWindow() {
 // ping starts here too; it ignores repeated starts.
 void OrvaneApp::mainContentAppears() {
     m_manager->configure(*m_store);
-    Beacon::shared().start();
+    m_beacon->start();
 }
 
 void OrvaneApp::closeAllWindows() {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "AccountBridges.h"
 #include "AccountStore.h"
+#include "AppWebHost.h"
+#include "Beacon.h"
 #include "GRef.h"
 #include "SignalConnection.h"
 #include "UpdaterController.h"
@@ -65,8 +68,12 @@ private:
     // outlives it; both exist only in the primary instance, from start-up on.
     Ref<AdwApplication> m_app;
     std::optional<AccountStore> m_store;
+    std::optional<ServiceCatalog> m_services; // before the manager, which uses it
+    std::optional<AppWebHost> m_webHost; // before the manager, which uses it
     std::optional<WebViewManager> m_manager;
+    AccountBridges* m_bridges = nullptr; // owned by the manager
     std::optional<UpdaterController> m_updater;
+    std::optional<Beacon> m_beacon;
     // Declared after the updater it watches, so it goes first.
     std::unique_ptr<CheckForUpdatesAction> m_checkForUpdates;
     Ref<GMenuModel> m_primaryMenu;

@@ -38,7 +38,7 @@ void OrvaneApp::addActions() {
         { "add-account", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_store->addAccount(); }, nullptr, nullptr, nullptr, {} },
         { "add-outlook-account", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_store->addOutlookAccount(); }, nullptr, nullptr, nullptr, {} },
         { "select-account", +[](GSimpleAction*, GVariant* number, gpointer data) { appFrom(data)->selectAccount(g_variant_get_int32(number)); }, "i", nullptr, nullptr, {} },
-        { "print", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_manager->printSelected(); }, nullptr, nullptr, nullptr, {} },
+        { "print", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->m_bridges->printSelected(); }, nullptr, nullptr, nullptr, {} },
         { "paste-plain", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->pasteAsPlainText(); }, nullptr, nullptr, nullptr, {} },
         { "make-default", +[](GSimpleAction*, GVariant*, gpointer) { DefaultMailClient::makeDefault(); }, nullptr, nullptr, nullptr, {} },
         { "preferences", +[](GSimpleAction*, GVariant*, gpointer data) { appFrom(data)->showPreferences(); }, nullptr, nullptr, nullptr, {} },
@@ -53,7 +53,7 @@ void OrvaneApp::addActions() {
             g_variant_get(target, "(&s&s)", &account, &notif);
             OrvaneApp* self = appFrom(data);
             self->presentMainWindow();
-            self->m_manager->notificationRelay().clicked(account, notif);
+            self->m_bridges->notifications().clicked(account, notif);
         }, NotificationRelay::kClickActionTarget, nullptr, nullptr, {} },
     };
     g_action_map_add_action_entries(G_ACTION_MAP(m_app.get()), entries, G_N_ELEMENTS(entries), this);

@@ -1,6 +1,8 @@
 #include "SettingsView.h"
 
+#include "AppResources.h"
 #include "DefaultMailClient.h"
+#include "GRef.h"
 #include "WebViewManager.h"
 
 #include <algorithm>
@@ -10,17 +12,6 @@ namespace orvane {
 namespace {
 
 constexpr const char* kViewKey = "orvane-settings-view";
-constexpr int kWidth = 440;
-constexpr int kHeight = 640;
-
-GtkWidget* captionLabel(const char* text) {
-    GtkWidget* label = gtk_label_new(text);
-    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
-    gtk_label_set_xalign(GTK_LABEL(label), 0);
-    gtk_widget_add_css_class(label, "caption");
-    gtk_widget_add_css_class(label, "dim-label");
-    return label;
-}
 
 // A menu item's label shows underscores as they are.
 std::string menuLabel(const std::string& text) {
@@ -57,7 +48,10 @@ SettingsView::SettingsView(AccountStore& store, WebViewManager& manager, GtkAppl
     : m_store(store)
     , m_manager(manager)
     , m_isDefaultMailClient(DefaultMailClient::isDefault()) {
-    GtkWidget* window = adw_preferences_window_new();
+    adw_init();
+    ensureUIResources();
+    auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/SettingsView.ui"));
+    GtkWidget* window = GTK_WIDGET(gtk_builder_get_object(builder.get(), "window"));
     m_window = GTK_WINDOW(window);
     if (application)
         gtk_window_set_application(m_window, application);
@@ -66,7 +60,7 @@ SettingsView::SettingsView(AccountStore& store, WebViewManager& manager, GtkAppl
         g_object_set_data(G_OBJECT(window), kViewKey, nullptr);
         delete static_cast<SettingsView*>(self);
     }), this);
-    build();
+    build(builder.get());
     m_storeSubscription = m_store.observe([this](unsigned) { syncFromStore(); });
     syncFromStore();
     syncDefaultRow();
@@ -77,53 +71,28 @@ SettingsView::~SettingsView() {
     m_connections.clear();
 }
 
-void SettingsView::build() {
-    GtkWindow* window = m_window;
-    gtk_window_set_title(window, "Preferences");
-    gtk_window_set_modal(window, FALSE);
-    gtk_window_set_default_size(window, kWidth, kHeight);
-    adw_preferences_window_set_search_enabled(ADW_PREFERENCES_WINDOW(window), FALSE);
+void SettingsView::build(GtkBuilder* builder) {
+    auto widget = [builder](const char* id) { return GTK_WIDGET(gtk_builder_get_object(builder, id)); };
     // Asked again each time the window appears.
-    m_connections.push_back(SignalConnection::connect(window, "map", +[](GtkWidget*, gpointer self) {
+    m_connections.push_back(SignalConnection::connect(m_window, "map", +[](GtkWidget*, gpointer self) {
         static_cast<SettingsView*>(self)->refreshDefaultMailClient();
     }, this));
 
-    GtkWidget* page = adw_preferences_page_new();
-    adw_preferences_window_add(ADW_PREFERENCES_WINDOW(window), ADW_PREFERENCES_PAGE(page));
-
-    // Email links (mailto:)
-    GtkWidget* links = adw_preferences_group_new();
-    adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(links), "Email links (mailto:)");
-    adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(links));
-
-    GtkWidget* defaultRow = adw_action_row_new();
-    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(defaultRow), "Default email app");
-    m_isDefaultBox = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
-    gtk_widget_add_css_class(m_isDefaultBox, "success");
-    gtk_widget_set_valign(m_isDefaultBox, GTK_ALIGN_CENTER);
-    gtk_box_append(GTK_BOX(m_isDefaultBox), gtk_image_new_from_icon_name("emblem-ok-symbolic"));
-    gtk_box_append(GTK_BOX(m_isDefaultBox), gtk_label_new("Orvane is your default"));
-    adw_action_row_add_suffix(ADW_ACTION_ROW(defaultRow), m_isDefaultBox);
-    m_makeDefaultButton = gtk_button_new_with_label("Make Orvane the Default");
-    gtk_widget_set_valign(m_makeDefaultButton, GTK_ALIGN_CENTER);
-    adw_action_row_add_suffix(ADW_ACTION_ROW(defaultRow), m_makeDefaultButton);
+    m_isDefaultBox = widget("is_default_box");
+    m_makeDefaultButton = widget("make_default_button");
     m_connections.push_back(SignalConnection::connect(m_makeDefaultButton, "clicked", +[](GtkButton*, gpointer self) {
         static_cast<SettingsView*>(self)->makeDefault();
     }, this));
-    adw_preferences_group_add(ADW_PREFERENCES_GROUP(links), defaultRow);
+    m_failureRow = widget("failure_row");
+    gtk_label_set_text(GTK_LABEL(widget("failure_label")), kFailureText);
 
-    m_failureRow = adw_preferences_row_new();
-    gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(m_failureRow), FALSE);
-    gtk_list_box_row_set_selectable(GTK_LIST_BOX_ROW(m_failureRow), FALSE);
-    GtkWidget* failure = captionLabel(kFailureText);
-    gtk_widget_set_margin_start(failure, 12);
-    gtk_widget_set_margin_end(failure, 12);
-    gtk_widget_set_margin_top(failure, 8);
-    gtk_widget_set_margin_bottom(failure, 8);
-    gtk_list_box_row_set_child(GTK_LIST_BOX_ROW(m_failureRow), failure);
-    adw_preferences_group_add(ADW_PREFERENCES_GROUP(links), m_failureRow);
-
-    m_alwaysAskSwitch = addSwitchRow(ADW_PREFERENCES_GROUP(links), "_Always ask which account to send from", &SettingsView::onAlwaysAsk);
+    // Titles carry a mnemonic: Alt and the underlined letter flip the switch.
+    m_alwaysAskSwitch = widget("always_ask_switch");
+    m_connections.push_back(SignalConnection::connect(m_alwaysAskSwitch, "notify::active", &SettingsView::onAlwaysAsk, this));
+    m_notificationsSwitch = widget("notifications_switch");
+    m_connections.push_back(SignalConnection::connect(m_notificationsSwitch, "notify::active", &SettingsView::onNotifications, this));
+    m_dockSwitch = widget("dock_switch");
+    m_connections.push_back(SignalConnection::connect(m_dockSwitch, "notify::active", &SettingsView::onDock, this));
 
     // A pop-up menu of the mail accounts, as radio items of a string action:
     // choosing the account already shown stores it too.
@@ -134,48 +103,9 @@ void SettingsView::build() {
     }, this));
     g_action_map_add_action(G_ACTION_MAP(m_actions.get()), G_ACTION(choice));
     g_object_unref(choice);
-    gtk_widget_insert_action_group(GTK_WIDGET(window), "settings", G_ACTION_GROUP(m_actions.get()));
-
-    m_defaultAccountRow = adw_action_row_new();
-    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(m_defaultAccountRow), "Default sending account");
-    m_defaultAccountButton = gtk_menu_button_new();
-    gtk_menu_button_set_always_show_arrow(GTK_MENU_BUTTON(m_defaultAccountButton), TRUE);
-    gtk_widget_add_css_class(m_defaultAccountButton, "flat");
-    gtk_widget_set_valign(m_defaultAccountButton, GTK_ALIGN_CENTER);
-    adw_action_row_add_suffix(ADW_ACTION_ROW(m_defaultAccountRow), m_defaultAccountButton);
-    adw_action_row_set_activatable_widget(ADW_ACTION_ROW(m_defaultAccountRow), m_defaultAccountButton);
-    adw_preferences_group_add(ADW_PREFERENCES_GROUP(links), m_defaultAccountRow);
-
-    // Notifications
-    GtkWidget* notifications = adw_preferences_group_new();
-    adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(notifications), "Notifications");
-    adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(notifications));
-    m_notificationsSwitch = addSwitchRow(ADW_PREFERENCES_GROUP(notifications), "Show _notifications for new mail and events", &SettingsView::onNotifications);
-    GtkWidget* footnote = captionLabel("Relays Gmail and Calendar's own notifications. Turn desktop notifications on in "
-                                       "each account's Gmail and Calendar settings too.");
-    gtk_widget_set_margin_top(footnote, 12);
-    // Below the group's list, as a footnote.
-    adw_preferences_group_add(ADW_PREFERENCES_GROUP(notifications), footnote);
-
-    // Dock
-    GtkWidget* dock = adw_preferences_group_new();
-    adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(dock), "Dock");
-    adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(dock));
-    m_dockSwitch = addSwitchRow(ADW_PREFERENCES_GROUP(dock), "Show total unread count on the _Dock icon", &SettingsView::onDock);
-}
-
-GtkWidget* SettingsView::addSwitchRow(AdwPreferencesGroup* group, const char* title, void (*changed)(GObject*, GParamSpec*, gpointer)) {
-    // Titles carry a mnemonic: Alt and the underlined letter flip the switch.
-    GtkWidget* row = adw_action_row_new();
-    adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), title);
-    adw_preferences_row_set_use_underline(ADW_PREFERENCES_ROW(row), TRUE);
-    GtkWidget* toggle = gtk_switch_new();
-    gtk_widget_set_valign(toggle, GTK_ALIGN_CENTER);
-    adw_action_row_add_suffix(ADW_ACTION_ROW(row), toggle);
-    adw_action_row_set_activatable_widget(ADW_ACTION_ROW(row), toggle);
-    adw_preferences_group_add(group, row);
-    m_connections.push_back(SignalConnection::connect(toggle, "notify::active", changed, this));
-    return toggle;
+    gtk_widget_insert_action_group(GTK_WIDGET(m_window), "settings", G_ACTION_GROUP(m_actions.get()));
+    m_defaultAccountRow = widget("default_account_row");
+    m_defaultAccountButton = widget("default_account_button");
 }
 
 void SettingsView::present(GtkWindow* parent) {

@@ -60,8 +60,8 @@ private:
     SettingsView(AccountStore& store, WebViewManager& manager, GtkApplication* application);
     ~SettingsView();
 
-    void build();
-    GtkWidget* addSwitchRow(AdwPreferencesGroup* group, const char* title, void (*changed)(GObject*, GParamSpec*, gpointer));
+    // Takes the widgets of SettingsView.ui and connects them.
+    void build(GtkBuilder* builder);
     void syncFromStore();
     void syncDefaultRow();
     void makeDefault();

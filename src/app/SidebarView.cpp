@@ -18,18 +18,6 @@ constexpr int kDividerWidth = 28;
 constexpr int kDividerGap = 2;
 constexpr const char* kRemoveLabel = "Remove Account";
 
-// The column's look, loaded once per display.
-void ensureStyle(GdkDisplay* display) {
-    if (!display || g_object_get_data(G_OBJECT(display), "orvane-sidebar-style"))
-        return;
-    ensureUIResources();
-    auto provider = adopt(gtk_css_provider_new());
-    gtk_css_provider_load_from_resource(provider.get(), "/app/orvane/Orvane/app/SidebarView.css");
-    gtk_style_context_add_provider_for_display(display, GTK_STYLE_PROVIDER(provider.get()),
-        GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-    g_object_set_data_full(G_OBJECT(display), "orvane-sidebar-style", provider.release(), g_object_unref);
-}
-
 // --- Tile input ------------------------------------------------------------
 // These handlers hold no pointer to the SidebarView: they turn input into the
 // column's actions, found through the widget tree.

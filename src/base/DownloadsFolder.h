@@ -5,9 +5,9 @@
 
 namespace orvane::DownloadsFolder {
 
-// The user's Downloads folder: XDG_DOWNLOAD_DIR from
-// $XDG_CONFIG_HOME/user-dirs.dirs (read anew on every call, unlike GLib's
-// cached g_get_user_special_dir), else $HOME/Downloads. A folder that does
+// The user's Downloads folder: GLib's G_USER_DIRECTORY_DOWNLOAD (XDG_DOWNLOAD_DIR
+// of $XDG_CONFIG_HOME/user-dirs.dirs, read anew on every call), else
+// $HOME/Downloads. A folder that does
 // not exist yet is created (0700, with its parents). Nothing when the path
 // is not a folder and cannot be made one: callers then refuse to save.
 std::optional<std::string> path();

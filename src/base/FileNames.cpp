@@ -1,6 +1,7 @@
 #include "FileNames.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 
@@ -25,20 +26,12 @@ bool isSpaceOrDot(gunichar c) { return c == '.' || isSpace(c); }
 
 // Drops trailing spaces and dots only (a shortened base must not end in them).
 std::string trimmedEnd(const std::string& text) {
-    const char* begin = text.c_str();
-    const char* end = begin + text.size();
-    while (end > begin && isSpaceOrDot(g_utf8_get_char(g_utf8_prev_char(end))))
-        end = g_utf8_prev_char(end);
-    return std::string(begin, end);
+    return std::string(Text::trimmedEnd(text, isSpaceOrDot));
 }
 
 // Drops spaces and dots from the front and from the back.
 std::string trimmed(const std::string& text) {
-    const char* begin = text.c_str();
-    const char* end = begin + text.size();
-    while (begin < end && isSpaceOrDot(g_utf8_get_char(begin)))
-        begin = g_utf8_next_char(begin);
-    return trimmedEnd(std::string(begin, end));
+    return std::string(Text::trimmed(text, isSpaceOrDot));
 }
 
 } // namespace

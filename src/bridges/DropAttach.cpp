@@ -1,7 +1,7 @@
 #include "DropAttach.h"
 
 #include "PageScripts.h"
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 #include "PendingDrops.h"
 #include "MailService.h"
 #include "FileChooserInterceptor.h"
@@ -61,7 +61,7 @@ struct DropAttach::Task {
     int waits = 0;
 };
 
-DropAttach::DropAttach(WebKitWebView* view, std::optional<AccountService> service,
+DropAttach::DropAttach(WebKitWebView* view, const MailService& service,
     const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner)
     : m_view(view)
     , m_service(service)
@@ -95,17 +95,18 @@ DropAttach::~DropAttach() {
     g_weak_ref_clear(&m_owner);
 }
 
-void DropAttach::attach(WebKitWebView* view, std::optional<AccountService> service,
+void DropAttach::attach(WebKitWebView* view, const MailService& service,
     const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
-    FileChooserInterceptor::set([](WebKitWebView* chooserView, WebKitFileChooserRequest* request) {
-        DropAttach* attachment = of(chooserView);
-        return attachment && attachment->answer(request);
-    });
     if (!view || of(view))
         return;
     auto* attachment = new DropAttach(view, service, drops, owner);
     g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
         +[](gpointer data) { delete static_cast<DropAttach*>(data); });
+    // Both live as long as the view; the interceptor finds the attachment anew.
+    FileChooserInterceptor::set(view, [view](WebKitFileChooserRequest* request) {
+        DropAttach* attached = of(view);
+        return attached && attached->answer(request);
+    });
 }
 
 DropAttach* DropAttach::of(WebKitWebView* view) {
@@ -144,7 +145,7 @@ bool DropAttach::answer(WebKitFileChooserRequest* request) {
         g_info("Dropped files were kept from a file chooser opened without a click on a file input");
         return false;
     }
-    if (!MailService::forService(m_service).ownsAddress(click->origin)) {
+    if (!m_service.ownsAddress(click->origin)) {
         g_info("Dropped files were kept from a file chooser of %s", click->origin.c_str());
         return false;
     }
@@ -195,7 +196,7 @@ void DropAttach::openComposeAndClickAttach(Task* task) {
         delete task;
         return;
     }
-    const MailService& service = MailService::forService(attachment->m_service);
+    const MailService& service = attachment->m_service;
     if (!service.attachClickJS || service.attachClickJS->empty()) {
         // Nothing to click (Google Calendar): the files wait and expire.
         delete task;
@@ -229,7 +230,7 @@ void DropAttach::runAttachScript(Task* task) {
     delete task;
     if (!attachment)
         return;
-    const MailService& service = MailService::forService(attachment->m_service);
+    const MailService& service = attachment->m_service;
     if (!service.attachClickJS)
         return;
     const std::string& script = *service.attachClickJS;
@@ -265,7 +266,7 @@ void DropAttach::attachFailed() {
 }
 
 void DropAttach::clickAt(double x, double y) {
-    std::string_view script = WebScripts::text(kClickScript);
+    std::string_view script = BridgeScripts::text(kClickScript);
     if (script.empty())
         return;
     GVariantBuilder arguments;

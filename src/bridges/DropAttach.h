@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AccountService.h"
+#include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
 
@@ -41,7 +41,7 @@ public:
     // the hosts whose choosers may take dropped files. `drops` keeps the
     // files; `owner` is the account's main view when `view` is a pop-up,
     // whose dropped files the pop-up's choosers may take as well.
-    static void attach(WebKitWebView* view, std::optional<AccountService> service,
+    static void attach(WebKitWebView* view, const MailService& service,
         const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner = nullptr);
     // The view's drop attachment, or null.
     static DropAttach* of(WebKitWebView* view);
@@ -82,7 +82,7 @@ private:
         gint64 at; // monotonic microseconds
     };
 
-    DropAttach(WebKitWebView* view, std::optional<AccountService> service, const std::shared_ptr<PendingDrops>& drops,
+    DropAttach(WebKitWebView* view, const MailService& service, const std::shared_ptr<PendingDrops>& drops,
         WebKitWebView* owner);
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
     WebKitWebView* owner();
@@ -99,7 +99,7 @@ private:
     GtkDropTarget* m_target = nullptr; // owned by the view
 
     // Owned references
-    std::optional<AccountService> m_service;
+    const MailService& m_service; // the application's catalogue outlives every view
     std::weak_ptr<PendingDrops> m_drops; // the manager's
     GWeakRef m_owner;
     std::optional<FileInputClick> m_fileInputClick;

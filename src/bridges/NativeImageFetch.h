@@ -7,16 +7,15 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace orvane {
 
-// Fetches an image outside the page, through Orvane's shared libsoup session,
-// with the account's cookies for the image's host taken from the account's own
-// network session. Cookies go only to that host (a cookie of a parent domain
-// counts, a host-only cookie of another host does not), never a Secure cookie
-// over plain http, and not at all after a redirect to another host. Redirects
-// are followed here, at most kMaxRedirects, and only to http or https.
+// Fetches an image outside the page (HTTPFetch, through Orvane's shared
+// libsoup session), with the account's cookies for the image's address taken
+// from the account's own network session. Cookies go only where libsoup says
+// they apply on the image's host (domain, path, Secure, expiry), and not at
+// all after a redirect to another host. Redirects are followed at most
+// HTTPFetch::kMaxRedirects times, and only to http or https.
 class NativeImageFetch {
 public:
     struct Result {
@@ -26,7 +25,6 @@ public:
     using Completion = std::function<void(std::optional<Result>)>;
 
     static constexpr size_t kMaxBytes = 32 * 1024 * 1024;
-    static constexpr int kMaxRedirects = 5;
     static constexpr unsigned kTimeoutSeconds = 60;
 
     // Fetches `src` (http or https only). The completion runs on the main
@@ -35,14 +33,6 @@ public:
     // the time-out); when `cancellable` is cancelled it is not called at all.
     static void start(WebKitNetworkSession* session, const std::string& src, const std::string& userAgent,
         GCancellable* cancellable, Completion completion);
-
-    // Whether a cookie of `domain` goes to `host` (both compared in lower case).
-    static bool domainMatches(std::string_view domain, std::string_view host);
-    // The Cookie header for a request to `host` out of a list of SoupCookie,
-    // or "" when none applies.
-    static std::string cookieHeader(GList* cookies, std::string_view host, bool secureScheme);
-
-    struct Task; // one fetch in flight (NativeImageFetch.cpp)
 };
 
 } // namespace orvane

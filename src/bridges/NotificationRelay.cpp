@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "PageBridges.h"
 #include "MailService.h"
+#include "WebHost.h"
 #include "WebViewManager.h"
 
 #include <gio/gio.h>
@@ -15,74 +16,10 @@ namespace orvane {
 
 namespace {
 
-constexpr int kBusTimeoutMs = 1000;
-
-// Valid UTF-8 without control characters (newlines kept when asked, carriage
-// returns folded into them), at most `maxChars` characters: a longer text is
-// cut and ends in "…".
-std::string plainText(std::string raw, size_t maxChars, bool keepNewlines) {
-    std::replace(raw.begin(), raw.end(), '\0', ' ');
-    GCharPtr valid(g_utf8_make_valid(raw.data(), static_cast<gssize>(raw.size())));
-    std::string out;
-    size_t chars = 0;
-    bool cut = false;
-    const char* p = valid.get();
-    while (*p) {
-        gunichar c = g_utf8_get_char(p);
-        const char* next = g_utf8_next_char(p);
-        if (chars == maxChars) {
-            cut = true;
-            break;
-        }
-        if (c == '\r') {
-            if (*next != '\n')
-                out += keepNewlines ? '\n' : ' ';
-        } else if (c == '\n') {
-            out += keepNewlines ? '\n' : ' ';
-        } else if (g_unichar_iscntrl(c)) {
-            out += ' ';
-        } else {
-            out.append(p, next);
-        }
-        if (c != '\r' || *next != '\n')
-            ++chars;
-        p = next;
-    }
-    if (cut) {
-        // Room for the ellipsis within the bound.
-        const char* start = out.c_str();
-        const char* last = g_utf8_find_prev_char(start, start + out.size());
-        if (last)
-            out.resize(size_t(last - start));
-        out += "…";
-    }
-    return out;
-}
-
-std::string trimmed(std::string text) {
-    auto space = [](unsigned char c) { return c == ' ' || c == '\t' || c == '\n'; };
-    while (!text.empty() && space(text.back()))
-        text.pop_back();
-    size_t start = 0;
-    while (start < text.size() && space(text[start]))
-        ++start;
-    return text.substr(start);
-}
-
-// What the fdo notification servers that read markup in bodies need: the
-// three characters that start markup or entities.
+// For the fdo notification servers that read markup in bodies.
 std::string escapedMarkup(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        default: out += c;
-        }
-    }
-    return out;
+    GCharPtr escaped(g_markup_escape_text(text.data(), static_cast<gssize>(text.size())));
+    return escaped ? escaped.get() : "";
 }
 
 // A member of the message when it is a text; nothing otherwise.
@@ -99,61 +36,6 @@ std::optional<std::string> textMember(JSCValue* object, const char* name) {
     gsize size = 0;
     const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
     return std::string(data ? data : "", data ? size : 0);
-}
-
-bool nameHasOwner(GDBusConnection* bus, const char* name) {
-    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-        "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"),
-        G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
-    gboolean owned = FALSE;
-    if (reply)
-        g_variant_get(reply.get(), "(b)", &owned);
-    return owned;
-}
-
-bool serverAdvertisesBodyMarkup(GDBusConnection* bus) {
-    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.Notifications",
-        "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "GetCapabilities", nullptr,
-        G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
-    // A server that does not answer is taken to read markup: escaping is the
-    // side on which a page's text can never become a link or an image.
-    if (!reply)
-        return true;
-    GVariantIter* capabilities = nullptr;
-    g_variant_get(reply.get(), "(as)", &capabilities);
-    bool markup = false;
-    const char* capability = nullptr;
-    while (g_variant_iter_next(capabilities, "&s", &capability))
-        markup = markup || g_str_equal(capability, "body-markup");
-    g_variant_iter_free(capabilities);
-    return markup;
-}
-
-// Whether the bodies Orvane sends are read as markup. GLib picks its
-// notification backend once per process, at the first notification:
-// GNOTIFICATION_BACKEND when set, else the portal inside a sandbox, else
-// org.gtk.Notifications when that name is owned, else
-// org.freedesktop.Notifications. The first three take plain text; only the
-// last passes the body on as it is, and its server reads markup in it when
-// it has the "body-markup" capability. Decided once, right before the first
-// notification, the way GLib decides.
-bool bodyIsMarkup(GApplication* app) {
-    static std::optional<bool> decided;
-    if (decided)
-        return *decided;
-    GDBusConnection* bus = g_application_get_dbus_connection(app);
-    std::string backend = g_getenv("GNOTIFICATION_BACKEND") ? g_getenv("GNOTIFICATION_BACKEND") : "";
-    if (backend != "gtk" && backend != "freedesktop" && backend != "portal") {
-        const char* portal = g_getenv("GTK_USE_PORTAL");
-        if (g_file_test("/.flatpak-info", G_FILE_TEST_EXISTS) || (portal && portal[0] == '1'))
-            backend = "portal";
-        else if (bus && nameHasOwner(bus, "org.gtk.Notifications"))
-            backend = "gtk";
-        else
-            backend = "freedesktop";
-    }
-    decided = backend == "freedesktop" && (!bus || serverAdvertisesBodyMarkup(bus));
-    return *decided;
 }
 
 } // namespace
@@ -178,20 +60,13 @@ NotificationRelay::~NotificationRelay() {
 std::optional<NotificationRelay::Message> NotificationRelay::parse(JSCValue* body) {
     if (!body || !jsc_value_is_object(body) || jsc_value_is_array(body) || jsc_value_is_function(body))
         return std::nullopt;
-    auto id = textMember(body, "id");
-    if (!id || !g_utf8_validate(id->data(), gssize(id->size()), nullptr) || g_utf8_strlen(id->c_str(), -1) > long(kMaxIDChars))
-        return std::nullopt;
-    Message message;
-    message.id = *id;
-    message.title = trimmed(plainText(textMember(body, "title").value_or(""), kMaxTitleChars, false));
-    message.body = plainText(textMember(body, "body").value_or(""), kMaxBodyChars, true);
-    message.tag = plainText(textMember(body, "tag").value_or(""), kMaxTagChars, false);
-    return message;
+    return NotificationFields::from({ textMember(body, "id"), textMember(body, "title"), textMember(body, "body"),
+        textMember(body, "tag") });
 }
 
 NotificationRelay::Content NotificationRelay::content(const Message& message, const std::string& accountID,
     const std::string& label, bool markupBody) {
-    std::string name = trimmed(plainText(label, kMaxTitleChars, false));
+    std::string name = NotificationFields::trimmed(NotificationFields::plainText(label, kMaxTitleChars, false));
     if (name.empty())
         name = "Orvane";
     Content content;
@@ -268,11 +143,10 @@ void NotificationRelay::post(const std::string& accountID, const Message& messag
     AccountStore* store = m_manager.store();
     if (!store || !store->notificationsEnabled() || !m_manager.webView(accountID))
         return;
-    GApplication* app = g_application_get_default();
-    if (!app || !g_application_get_is_registered(app) || g_application_get_is_remote(app))
-        return;
+    WebHost& host = m_manager.host();
     const Account* account = store->account(accountID);
-    Content shown = content(message, accountID, account ? account->label : std::string(), bodyIsMarkup(app));
+    Content shown = content(message, accountID, account ? account->label : std::string(),
+        host.notificationBodyIsMarkup());
 
     auto notification = adopt(g_notification_new(shown.title.c_str()));
     if (shown.body)
@@ -280,7 +154,7 @@ void NotificationRelay::post(const std::string& accountID, const Message& messag
     std::string action = std::string("app.") + kClickAction;
     g_notification_set_default_action_and_target_value(notification.get(), action.c_str(),
         g_variant_new("(ss)", accountID.c_str(), message.id.c_str()));
-    g_application_send_notification(app, shown.id.c_str(), notification.get());
+    host.sendNotification(shown.id, notification.get());
 }
 
 void NotificationRelay::clicked(const std::string& account, const std::string& notif) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "NotificationFields.h"
+
 #include <glib.h>
 #include <jsc/jsc.h>
 #include <webkit/webkit.h>
@@ -35,12 +37,7 @@ class WebViewManager;
 class NotificationRelay {
 public:
     // What the shim posted, after validation.
-    struct Message {
-        std::string id;
-        std::string title;
-        std::string body;
-        std::string tag;
-    };
+    using Message = NotificationFields;
 
     // What one desktop notification shows.
     struct Content {
@@ -78,10 +75,10 @@ public:
     static constexpr const char* kClickActionTarget = "(ss)";
 
     // Bounds on what a page hands over, in characters.
-    static constexpr size_t kMaxTitleChars = 200;
-    static constexpr size_t kMaxBodyChars = 1000;
-    static constexpr size_t kMaxTagChars = 100;
-    static constexpr size_t kMaxIDChars = 64;
+    static constexpr size_t kMaxTitleChars = NotificationFields::kMaxTitleChars;
+    static constexpr size_t kMaxBodyChars = NotificationFields::kMaxBodyChars;
+    static constexpr size_t kMaxTagChars = NotificationFields::kMaxTagChars;
+    static constexpr size_t kMaxIDChars = NotificationFields::kMaxIDChars;
 
     // Each account may show kBurst notifications at once, then one more
     // every kRefillMs. What comes faster is folded into one waiting

@@ -1,7 +1,7 @@
 #include "PageBridges.h"
 
 #include "PageScripts.h"
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 
 #include <map>
 #include <string>
@@ -24,7 +24,7 @@ const std::vector<PageBridges::Item>& PageBridges::items() {
 }
 
 static WebKitUserScript* newScript(const PageBridges::Item& item) {
-    std::string_view text = WebScripts::text(item.name);
+    std::string_view text = BridgeScripts::text(item.name);
     if (text.empty())
         return nullptr;
     return webkit_user_script_new(std::string(text).c_str(), WEBKIT_USER_CONTENT_INJECT_ALL_FRAMES, item.time, nullptr,

@@ -33,7 +33,7 @@ struct PendingDrops::ViewFiles {
 // What an expiry timer needs; the lists are held weakly.
 struct PendingDrops::Expiry {
     PendingDrops* owner; // valid while `alive` holds
-    std::weak_ptr<bool> alive;
+    Lifetime::Watch alive;
     uint64_t token;
     guint id = 0;
 };
@@ -43,7 +43,7 @@ PendingDrops::PendingDrops(std::chrono::milliseconds expiry)
 }
 
 PendingDrops::~PendingDrops() {
-    *m_alive = false;
+    m_lifetime.end();
     for (guint id : m_timers)
         g_source_remove(id);
 }
@@ -72,11 +72,11 @@ uint64_t PendingDrops::add(WebKitWebView* view, std::vector<std::string> paths) 
         m_views.push_back(std::make_unique<ViewFiles>(view, std::move(paths), token));
     }
 
-    auto* expiry = new Expiry { this, m_alive, token };
+    auto* expiry = new Expiry { this, m_lifetime.watch(), token };
     guint interval = static_cast<guint>(std::clamp<int64_t>(m_expiry.count(), 0, G_MAXUINT));
     expiry->id = g_timeout_add_full(G_PRIORITY_DEFAULT, interval, +[](gpointer data) -> gboolean {
         auto* expiry = static_cast<Expiry*>(data);
-        if (expiry->alive.lock()) {
+        if (expiry->alive.alive()) {
             std::erase(expiry->owner->m_timers, expiry->id);
             expiry->owner->expire(expiry->token);
         }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include <webkit/webkit.h>
 
 #include <chrono>
@@ -58,7 +59,7 @@ private:
     std::vector<guint> m_timers;
     uint64_t m_token = 0;
     std::chrono::milliseconds m_expiry;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for the expiry timers
+    Lifetime m_lifetime; // for the expiry timers
 };
 
 } // namespace orvane

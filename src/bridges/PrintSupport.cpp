@@ -6,20 +6,15 @@
 
 namespace orvane {
 
-PrintSupport& PrintSupport::shared() {
-    static PrintSupport* instance = new PrintSupport(); // lives for the run
-    return *instance;
-}
-
 PrintSupport::PrintSupport()
     : m_settings(adopt(gtk_print_settings_new())) {
 }
 
 void PrintSupport::serve(WebViewManager& manager) {
     // The body is the page's stamp, already turned into `sender`.
-    manager.setMessageReceiver(std::string(PageBridges::kPrintHandler), [](WebKitWebView* sender, JSCValue*) {
+    manager.setMessageReceiver(std::string(PageBridges::kPrintHandler), [this](WebKitWebView* sender, JSCValue*) {
         if (sender)
-            PrintSupport::shared().print(sender);
+            print(sender);
     });
 }
 

@@ -19,10 +19,10 @@ namespace orvane {
 // With ORVANE_PRINT_TO_PDF=/absolute/path.pdf set, every print goes straight
 // into that file instead, without a dialog.
 //
-// One per run (shared()). Main thread only.
+// One per WebViewManager, which owns it. Main thread only.
 class PrintSupport {
 public:
-    static PrintSupport& shared();
+    PrintSupport();
 
     // Receives orvanePrint for the manager's views from now on.
     void serve(WebViewManager& manager);
@@ -39,8 +39,6 @@ public:
     PrintSupport& operator=(const PrintSupport&) = delete;
 
 private:
-    PrintSupport();
-
     bool printToFile(WebKitWebView* view, const char* path);
     void printWithDialog(WebKitWebView* view);
 

@@ -3,7 +3,7 @@
 #include "DownloadsFolder.h"
 #include "ImageBytes.h"
 #include "PageScripts.h"
-#include "WebScripts.h"
+#include "BridgeScripts.h"
 #include "UniqueFile.h"
 #include "NativeImageFetch.h"
 #include "PageBridges.h"
@@ -92,11 +92,14 @@ SaveImageWebView::~SaveImageWebView() {
     g_cancellable_cancel(m_cancellable.get());
 }
 
-void SaveImageWebView::enable(WebViewManager& manager, WebKitWebView* view, std::optional<AccountService> service) {
+void SaveImageWebView::serve(WebViewManager& manager) {
     manager.setMessageReceiver(std::string(PageBridges::kContextImageHandler), [](WebKitWebView* sender, JSCValue* body) {
         if (SaveImageWebView* saving = sender ? of(sender) : nullptr)
             saving->receive(body);
     });
+}
+
+void SaveImageWebView::enable(WebKitWebView* view, std::optional<AccountService> service) {
     if (!view || of(view))
         return;
     g_object_set_data_full(G_OBJECT(view), kCompanionKey, new SaveImageWebView(view, service),
@@ -161,7 +164,7 @@ void SaveImageWebView::fetchInPage(std::shared_ptr<SaveTask> task) {
     SaveImageWebView* self = of(view.get());
     if (!self)
         return;
-    std::string_view body = WebScripts::text(kFetchScript);
+    std::string_view body = BridgeScripts::text(kFetchScript);
     GVariantBuilder arguments;
     g_variant_builder_init(&arguments, G_VARIANT_TYPE_VARDICT);
     g_variant_builder_add(&arguments, "{sv}", "src", g_variant_new_string(task->src.c_str()));

@@ -31,9 +31,11 @@ class WebViewManager;
 // thread only.
 class SaveImageWebView {
 public:
-    // Makes the view image-saving (once; later calls do nothing) and routes
-    // the manager's orvaneContextImage messages to the sending view's capturer.
-    static void enable(WebViewManager& manager, WebKitWebView* view, std::optional<AccountService> service);
+    // Routes the manager's orvaneContextImage messages to the sending view's
+    // capturer from now on.
+    static void serve(WebViewManager& manager);
+    // Makes the view image-saving (once; later calls do nothing).
+    static void enable(WebKitWebView* view, std::optional<AccountService> service);
     // The view's image saving, or null (pop-ups, other views).
     static SaveImageWebView* of(WebKitWebView* view);
 

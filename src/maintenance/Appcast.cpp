@@ -1,6 +1,7 @@
 #include "Appcast.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 #include <libxml/HTMLparser.h>
@@ -39,13 +40,7 @@ bool isNamed(const xmlNode* node, const char* name, const char* namespaceURI = n
 }
 
 std::string trimmed(std::string_view text) {
-    size_t begin = 0;
-    size_t end = text.size();
-    while (begin < end && g_ascii_isspace(text[begin]))
-        ++begin;
-    while (end > begin && g_ascii_isspace(text[end - 1]))
-        --end;
-    return std::string(text.substr(begin, end - begin));
+    return std::string(Text::trimmed(text, Text::isASCIISpace));
 }
 
 // The element's text, trimmed; nothing when it is longer than maxBytes.
@@ -240,9 +235,13 @@ public:
             result += line;
         }
         if (result.size() > m_maxBytes) {
-            const char* cut = g_utf8_find_prev_char(result.c_str(), result.c_str() + m_maxBytes);
+            // The ellipsis counts within the bound.
+            constexpr std::string_view ellipsis = "…";
+            if (m_maxBytes < ellipsis.size())
+                return {};
+            const char* cut = g_utf8_find_prev_char(result.c_str(), result.c_str() + m_maxBytes - ellipsis.size() + 1);
             result.resize(cut ? static_cast<size_t>(cut - result.c_str()) : 0);
-            result = trimmed(result) + "…";
+            result = trimmed(result) + std::string(ellipsis);
         }
         return result;
     }
@@ -273,7 +272,9 @@ private:
     void text(const char* content) {
         if (!content)
             return;
-        for (const char* p = content; *p && !full(); p = g_utf8_next_char(p)) {
+        // A broken document can leave bytes that are not UTF-8 in the text.
+        GCharPtr valid(g_utf8_make_valid(content, -1));
+        for (const char* p = valid.get(); *p && !full(); p = g_utf8_next_char(p)) {
             gunichar c = g_utf8_get_char(p);
             if (g_unichar_isspace(c) || isHiddenCharacter(c)) {
                 if (!m_out.empty() && m_out.back() != ' ' && m_out.back() != '\n')

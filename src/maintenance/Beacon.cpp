@@ -78,12 +78,6 @@ Beacon::Configuration Beacon::defaultConfiguration() {
     return configuration;
 }
 
-Beacon& Beacon::shared() {
-    // Never destroyed: the ping may still be in flight when Orvane exits.
-    static Beacon* beacon = new Beacon(defaultConfiguration());
-    return *beacon;
-}
-
 Beacon::Beacon(Configuration configuration, Clock clock, Sender sender)
     : m_configuration(std::move(configuration))
     , m_preferences(m_configuration.preferencesPath)

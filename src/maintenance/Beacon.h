@@ -17,9 +17,9 @@ namespace orvane {
 // goes out, so a failed ping counts; the answer is never read and nothing is
 // retried or logged. No endpoint configured means no ping at all.
 //
-// The application uses Beacon::shared(): start() when the main window first
-// appears, applicationBecameActive() each time it becomes active. Main thread
-// only.
+// The application owns one, made from defaultConfiguration(): start() when
+// the main window first appears, applicationBecameActive() each time it
+// becomes active. Main thread only.
 class Beacon {
 public:
     // Seconds since 1970-01-01 00:00 UTC, with fractions.
@@ -39,8 +39,6 @@ public:
     // the empty text), the build's version, the system version from
     // os-release and $XDG_CONFIG_HOME/Orvane/preferences.ini.
     static Configuration defaultConfiguration();
-    // The one instance for the whole run, made from defaultConfiguration().
-    static Beacon& shared();
 
     explicit Beacon(Configuration configuration, Clock clock = {}, Sender sender = {});
     ~Beacon();
@@ -52,7 +50,6 @@ public:
     // Pings (unless within the hour) once start() has run.
     void applicationBecameActive();
 
-    bool isStarted() const { return m_started; }
     bool isEnabled() const { return !m_configuration.endpoint.empty(); }
 
     // The endpoint with exactly the items id, v, os and t as its query (any

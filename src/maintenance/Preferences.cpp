@@ -18,20 +18,28 @@ struct KeyFileDeleter {
 };
 using KeyFilePtr = std::unique_ptr<GKeyFile, KeyFileDeleter>;
 
-enum class Loaded { Missing, Parsed, Unusable };
+struct StrvDeleter {
+    void operator()(char** strings) const { g_strfreev(strings); }
+};
+using StrvPtr = std::unique_ptr<char*, StrvDeleter>;
 
-// Loads the file into `file`, keeping comments and translations so that a
-// rewrite changes nothing but the key being set.
-Loaded load(const std::string& path, GKeyFile* file) {
-    if (!Files::exists(path))
-        return Loaded::Missing;
-    auto bytes = Files::read(path, Preferences::kMaxFileBytes);
-    if (!bytes)
-        return Loaded::Unusable;
+// The file's text parsed, keeping comments and translations so that a
+// rewrite changes nothing but the key being set; null when it cannot be.
+KeyFilePtr parsed(std::string_view bytes) {
+    if (bytes.size() > Preferences::kMaxFileBytes)
+        return nullptr;
+    KeyFilePtr file(g_key_file_new());
     auto flags = static_cast<GKeyFileFlags>(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS);
-    if (!g_key_file_load_from_data(file, bytes->data(), bytes->size(), flags, nullptr))
-        return Loaded::Unusable;
-    return Loaded::Parsed;
+    if (!g_key_file_load_from_data(file.get(), bytes.empty() ? "" : bytes.data(), bytes.size(), flags, nullptr))
+        return nullptr;
+    return file;
+}
+
+// The file's text: empty when there is no file, nothing when it cannot be read.
+std::optional<std::string> fileText(const std::string& path) {
+    if (!Files::exists(path))
+        return std::string();
+    return Files::read(path, Preferences::kMaxFileBytes);
 }
 
 } // namespace
@@ -44,29 +52,52 @@ Preferences::Preferences(std::string path)
     : m_path(std::move(path)) {
 }
 
-std::optional<Preferences::Value> Preferences::fileValue(const std::string& key, bool wantNumber) const {
-    KeyFilePtr file(g_key_file_new());
-    if (load(m_path, file.get()) != Loaded::Parsed)
+std::optional<Preferences::Values> Preferences::parse(std::string_view bytes) {
+    KeyFilePtr file = parsed(bytes);
+    if (!file)
         return std::nullopt;
-    GErrorPtr error;
-    if (wantNumber) {
-        double value = g_key_file_get_double(file.get(), kGroup, key.c_str(), GErrorOut(error));
-        if (error)
-            return std::nullopt;
-        return value;
+    Values values;
+    StrvPtr keys(g_key_file_get_keys(file.get(), kGroup, nullptr, nullptr));
+    for (char** key = keys.get(); key && *key; ++key) {
+        if (GCharPtr text { g_key_file_get_string(file.get(), kGroup, *key, nullptr) })
+            values.strings[*key] = text.get();
+        GErrorPtr error;
+        double number = g_key_file_get_double(file.get(), kGroup, *key, GErrorOut(error));
+        if (!error && std::isfinite(number))
+            values.numbers[*key] = number;
     }
-    GCharPtr value(g_key_file_get_string(file.get(), kGroup, key.c_str(), GErrorOut(error)));
-    if (!value)
+    return values;
+}
+
+std::optional<std::string> Preferences::withValue(std::string_view bytes, const std::string& key, const Value& value) {
+    KeyFilePtr file = parsed(bytes);
+    if (!file)
         return std::nullopt;
-    return std::string(value.get());
+    if (auto* text = std::get_if<std::string>(&value)) {
+        g_key_file_set_string(file.get(), kGroup, key.c_str(), text->c_str());
+    } else {
+        // Shortest text that reads back as the same double, in the C locale.
+        char buffer[G_ASCII_DTOSTR_BUF_SIZE];
+        g_key_file_set_value(file.get(), kGroup, key.c_str(), g_ascii_dtostr(buffer, sizeof buffer, std::get<double>(value)));
+    }
+    gsize length = 0;
+    GCharPtr data(g_key_file_to_data(file.get(), &length, nullptr));
+    if (!data)
+        return std::nullopt;
+    return std::string(data.get(), length);
+}
+
+std::optional<Preferences::Values> Preferences::fileValues() const {
+    auto text = fileText(m_path);
+    return text ? parse(*text) : std::nullopt;
 }
 
 std::optional<std::string> Preferences::string(const std::string& key) const {
     std::optional<Value> value;
     if (auto it = m_setThisRun.find(key); it != m_setThisRun.end())
         value = it->second;
-    else
-        value = fileValue(key, false);
+    else if (auto values = fileValues(); values && values->strings.contains(key))
+        value = values->strings.at(key);
     if (!value || !std::holds_alternative<std::string>(*value))
         return std::nullopt;
     return std::get<std::string>(*value);
@@ -76,8 +107,8 @@ std::optional<double> Preferences::number(const std::string& key) const {
     std::optional<Value> value;
     if (auto it = m_setThisRun.find(key); it != m_setThisRun.end())
         value = it->second;
-    else
-        value = fileValue(key, true);
+    else if (auto values = fileValues(); values && values->numbers.contains(key))
+        value = values->numbers.at(key);
     if (!value || !std::holds_alternative<double>(*value) || !std::isfinite(std::get<double>(*value)))
         return std::nullopt;
     return std::get<double>(*value);
@@ -93,21 +124,13 @@ bool Preferences::setNumber(const std::string& key, double value) {
 
 bool Preferences::store(const std::string& key, const Value& value) {
     m_setThisRun[key] = value;
-    KeyFilePtr file(g_key_file_new());
-    if (load(m_path, file.get()) == Loaded::Unusable) {
+    auto text = fileText(m_path);
+    auto updated = text ? withValue(*text, key, value) : std::nullopt;
+    if (!updated) {
         g_warning("Not writing %s, which cannot be read: it stays as it is", m_path.c_str());
         return false;
     }
-    if (auto* text = std::get_if<std::string>(&value)) {
-        g_key_file_set_string(file.get(), kGroup, key.c_str(), text->c_str());
-    } else {
-        // Shortest text that reads back as the same double, in the C locale.
-        char buffer[G_ASCII_DTOSTR_BUF_SIZE];
-        g_key_file_set_value(file.get(), kGroup, key.c_str(), g_ascii_dtostr(buffer, sizeof buffer, std::get<double>(value)));
-    }
-    gsize length = 0;
-    GCharPtr data(g_key_file_to_data(file.get(), &length, nullptr));
-    return data && Files::replaceAtomically(m_path, std::string(data.get(), length));
+    return Files::replaceAtomically(m_path, *updated);
 }
 
 } // namespace orvane

@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 namespace orvane {
@@ -29,13 +30,26 @@ public:
 
     const std::string& path() const { return m_path; }
 
+    using Value = std::variant<std::string, double>;
+    // What the getters read in a file's text: the keys of the group as
+    // texts, and those whose value reads as a finite number as numbers too.
+    struct Values {
+        std::map<std::string, std::string> strings;
+        std::map<std::string, double> numbers;
+        bool operator==(const Values&) const = default;
+    };
+    // Nothing when the text is longer than kMaxFileBytes or cannot be parsed.
+    static std::optional<Values> parse(std::string_view bytes);
+    // The text with one key of the group set and everything else kept, or
+    // nothing when the text cannot be parsed.
+    static std::optional<std::string> withValue(std::string_view bytes, const std::string& key, const Value& value);
+
     static std::string defaultPath();
     static constexpr const char* kGroup = "Orvane";
     static constexpr size_t kMaxFileBytes = 1024 * 1024;
 
 private:
-    using Value = std::variant<std::string, double>;
-    std::optional<Value> fileValue(const std::string& key, bool wantNumber) const;
+    std::optional<Values> fileValues() const;
     bool store(const std::string& key, const Value& value);
 
     std::string m_path;

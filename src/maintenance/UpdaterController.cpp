@@ -1,7 +1,6 @@
 #include "UpdaterController.h"
 
 #include "BuildConfig.h"
-#include "HTTPSession.h"
 #include "SystemVersion.h"
 
 #include <glib.h>
@@ -10,8 +9,6 @@
 namespace orvane {
 
 namespace {
-
-constexpr gsize kReadChunk = 64 * 1024;
 
 UpdaterController::Result failure(const std::string& currentVersion, std::string error) {
     UpdaterController::Result result;
@@ -22,23 +19,6 @@ UpdaterController::Result failure(const std::string& currentVersion, std::string
 }
 
 } // namespace
-
-struct UpdaterController::Check {
-    UpdaterController* owner = nullptr; // null once the controller is gone
-    ResultCallback done;
-    Ref<GCancellable> cancellable = adopt(g_cancellable_new());
-    Ref<SoupMessage> message;
-    Ref<GInputStream> body;
-    std::string bytes;
-    guint timeout = 0;
-    bool timedOut = false;
-
-    ~Check() {
-        g_clear_handle_id(&timeout, g_source_remove);
-        if (body)
-            g_input_stream_close_async(body.get(), G_PRIORITY_DEFAULT, nullptr, nullptr, nullptr);
-    }
-};
 
 UpdaterController::Configuration UpdaterController::defaultConfiguration() {
     Configuration configuration;
@@ -57,10 +37,9 @@ UpdaterController::UpdaterController(Configuration configuration)
 }
 
 UpdaterController::~UpdaterController() {
-    if (m_checking) {
-        m_checking->owner = nullptr;
-        g_cancellable_cancel(m_checking->cancellable.get());
-    }
+    m_lifetime.end();
+    if (m_checking)
+        g_cancellable_cancel(m_checking.get());
 }
 
 Observers<bool>::Subscription UpdaterController::observeCanCheckForUpdates(Observers<bool>::Callback callback) {
@@ -78,103 +57,44 @@ void UpdaterController::setCanCheck(bool value) {
 void UpdaterController::checkForUpdates(ResultCallback done) {
     if (!m_canCheck)
         return;
-    Ref<SoupMessage> message = adopt(soup_message_new(SOUP_METHOD_GET, m_configuration.feedURL.c_str()));
-    if (!message)
-        return;
-    soup_message_disable_feature(message.get(), SOUP_TYPE_CACHE);
-    auto* check = new Check;
-    check->owner = this;
-    check->done = std::move(done);
-    check->message = message;
-    check->timeout = g_timeout_add(m_configuration.timeoutMilliseconds, onTimeout, check);
-    m_checking = check;
+    HTTPFetch::Request request;
+    request.address = m_configuration.feedURL;
+    request.maxBytes = Appcast::kMaxFeedBytes;
+    request.timeoutMilliseconds = m_configuration.timeoutMilliseconds;
+    request.bypassCache = true;
+    m_checking = adopt(g_cancellable_new());
     setCanCheck(false);
-    soup_session_send_async(HTTPSession::shared(), message.get(), G_PRIORITY_DEFAULT, check->cancellable.get(), onSent, check);
+    HTTPFetch::start(std::move(request), m_checking.get(),
+        [this, alive = m_lifetime.watch(), done = std::move(done)](HTTPFetch::Outcome outcome) {
+            if (!alive.alive())
+                return;
+            m_checking.reset();
+            Result result = resultOf(outcome);
+            setCanCheck(true);
+            if (done)
+                done(result);
+        });
 }
 
-gboolean UpdaterController::onTimeout(gpointer data) {
-    auto* check = static_cast<Check*>(data);
-    check->timeout = 0;
-    check->timedOut = true;
-    g_cancellable_cancel(check->cancellable.get());
-    return G_SOURCE_REMOVE;
-}
-
-void UpdaterController::onSent(GObject* session, GAsyncResult* asyncResult, gpointer data) {
-    auto* check = static_cast<Check*>(data);
-    GErrorPtr error;
-    check->body = adopt(soup_session_send_finish(SOUP_SESSION(session), asyncResult, GErrorOut(error)));
-    if (!check->owner) {
-        delete check;
-        return;
+UpdaterController::Result UpdaterController::resultOf(const HTTPFetch::Outcome& outcome) const {
+    const std::string& version = m_configuration.currentVersion;
+    switch (outcome.failure) {
+    case HTTPFetch::Failure::None:
+        return evaluate(outcome.body, m_configuration);
+    case HTTPFetch::Failure::Status:
+        return failure(version, "The update server answered with an error (HTTP " + std::to_string(outcome.status) + ").");
+    case HTTPFetch::Failure::TooLarge:
+        return failure(version, "The update feed is too large to be read.");
+    case HTTPFetch::Failure::TimedOut:
+        return failure(version, "The update server did not answer in time.");
+    case HTTPFetch::Failure::Transport:
+        return failure(version, "Orvane could not reach the update server: " + outcome.error);
+    case HTTPFetch::Failure::Address:
+        return failure(version, "The update server sent Orvane to an address it does not follow.");
+    case HTTPFetch::Failure::Cancelled:
+        break;
     }
-    if (!check->body) {
-        failed(check, error.get());
-        return;
-    }
-    const std::string& version = check->owner->m_configuration.currentVersion;
-    guint status = soup_message_get_status(check->message.get());
-    if (status < 200 || status > 299) {
-        complete(check, failure(version, "The update server answered with an error (HTTP " + std::to_string(status) + ")."));
-        return;
-    }
-    goffset length = soup_message_headers_get_content_length(soup_message_get_response_headers(check->message.get()));
-    if (length > static_cast<goffset>(Appcast::kMaxFeedBytes)) {
-        complete(check, failure(version, "The update feed is too large to be read."));
-        return;
-    }
-    readMore(check);
-}
-
-void UpdaterController::readMore(Check* check) {
-    g_input_stream_read_bytes_async(check->body.get(), kReadChunk, G_PRIORITY_DEFAULT, check->cancellable.get(), onRead, check);
-}
-
-void UpdaterController::onRead(GObject* stream, GAsyncResult* asyncResult, gpointer data) {
-    auto* check = static_cast<Check*>(data);
-    GErrorPtr error;
-    GBytesPtr chunk(g_input_stream_read_bytes_finish(G_INPUT_STREAM(stream), asyncResult, GErrorOut(error)));
-    if (!check->owner) {
-        delete check;
-        return;
-    }
-    if (!chunk) {
-        failed(check, error.get());
-        return;
-    }
-    gsize size = 0;
-    const auto* bytes = static_cast<const char*>(g_bytes_get_data(chunk.get(), &size));
-    if (size == 0) {
-        complete(check, evaluate(check->bytes, check->owner->m_configuration));
-        return;
-    }
-    if (check->bytes.size() + size > Appcast::kMaxFeedBytes) {
-        complete(check, failure(check->owner->m_configuration.currentVersion, "The update feed is too large to be read."));
-        return;
-    }
-    check->bytes.append(bytes, size);
-    readMore(check);
-}
-
-void UpdaterController::failed(Check* check, const GError* error) {
-    std::string text;
-    if (check->timedOut)
-        text = "The update server did not answer in time.";
-    else if (error && !isCancelled(error))
-        text = std::string("Orvane could not reach the update server: ") + error->message;
-    else
-        text = "The check for updates was interrupted.";
-    complete(check, failure(check->owner->m_configuration.currentVersion, std::move(text)));
-}
-
-void UpdaterController::complete(Check* check, Result result) {
-    UpdaterController* owner = check->owner;
-    ResultCallback done = std::move(check->done);
-    owner->m_checking = nullptr;
-    delete check;
-    owner->setCanCheck(true);
-    if (done)
-        done(result);
+    return failure(version, "The check for updates was interrupted.");
 }
 
 UpdaterController::Result UpdaterController::evaluate(std::string_view feed, const Configuration& configuration) {

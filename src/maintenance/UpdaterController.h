@@ -3,6 +3,8 @@
 #include "GRef.h"
 #include "Observers.h"
 #include "Appcast.h"
+#include "HTTPFetch.h"
+#include "Lifetime.h"
 
 #include <functional>
 #include <optional>
@@ -47,7 +49,7 @@ public:
     UpdaterController& operator=(const UpdaterController&) = delete;
 
     bool canCheckForUpdates() const { return m_canCheck; }
-    bool isChecking() const { return m_checking != nullptr; }
+    bool isChecking() const { return bool(m_checking); }
     // Calls back at once with the current value and then on every change.
     [[nodiscard]] Observers<bool>::Subscription observeCanCheckForUpdates(Observers<bool>::Callback callback);
 
@@ -62,20 +64,13 @@ public:
     static constexpr size_t kMaxNotesBytes = 4000;
 
 private:
-    struct Check;
-    static void onSent(GObject*, GAsyncResult*, gpointer);
-    static void onRead(GObject*, GAsyncResult*, gpointer);
-    static gboolean onTimeout(gpointer);
-    static void readMore(Check*);
-    static void failed(Check*, const GError*);
-    static void complete(Check*, Result);
+    Result resultOf(const HTTPFetch::Outcome& outcome) const;
     void setCanCheck(bool value);
 
     // Owned
     Configuration m_configuration;
-    // The check in progress. It belongs to its chain of callbacks, which frees
-    // it at the end; teardown only cancels it and cuts it loose.
-    Check* m_checking = nullptr;
+    Ref<GCancellable> m_checking; // the running check's; null when none runs
+    Lifetime m_lifetime; // for the check's answer
     Observers<bool> m_canCheckObservers;
     bool m_canCheck = false;
 };

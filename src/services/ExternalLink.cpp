@@ -53,37 +53,30 @@ bool isWebScheme(const std::string& scheme) {
 }
 
 // The first query item named `name` (exact), when its value is an absolute
-// http or https address. Names and values are percent-decoded; a malformed
-// escape anywhere makes the whole query unreadable.
+// http or https address. Names and values are percent-decoded ("+" stays a
+// plus sign); a malformed escape or an item without "=" anywhere makes the
+// whole query unreadable.
 std::optional<std::string> param(const std::optional<std::string>& query, std::string_view name) {
     if (!query || query->empty())
         return std::nullopt;
+    GUriParamsIter items;
+    g_uri_params_iter_init(&items, query->c_str(), static_cast<gssize>(query->size()), "&", G_URI_PARAMS_NONE);
     std::optional<std::string> value;
-    std::string_view rest = *query;
-    while (true) {
-        auto amp = rest.find('&');
-        std::string_view item = rest.substr(0, amp);
-        auto eq = item.find('=');
-        std::string rawName(item.substr(0, eq));
-        GCharPtr itemName(g_uri_unescape_string(rawName.c_str(), nullptr));
-        if (!itemName)
-            return std::nullopt;
-        std::optional<std::string> itemValue;
-        if (eq != std::string_view::npos) {
-            std::string rawValue(item.substr(eq + 1));
-            GCharPtr decoded(g_uri_unescape_string(rawValue.c_str(), nullptr));
-            if (!decoded)
+    char* itemName = nullptr;
+    char* itemValue = nullptr;
+    GError* error = nullptr;
+    while (g_uri_params_iter_next(&items, &itemName, &itemValue, &error)) {
+        GCharPtr ownedName(itemName);
+        GCharPtr ownedValue(itemValue);
+        if (!value && name == ownedName.get()) {
+            if (!ownedValue || !*ownedValue.get())
                 return std::nullopt;
-            itemValue = decoded.get();
+            value = ownedValue.get();
         }
-        if (!value && name == itemName.get()) {
-            if (!itemValue || itemValue->empty())
-                return std::nullopt;
-            value = itemValue;
-        }
-        if (amp == std::string_view::npos)
-            break;
-        rest.remove_prefix(amp + 1);
+    }
+    if (error) {
+        g_error_free(error);
+        return std::nullopt;
     }
     if (!value || !isWebScheme(schemeOf(*value)))
         return std::nullopt;

@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "PageScripts.h"
 #include "ScriptTemplate.h"
+#include "Text.h"
 #include "TitleParsers.h"
 
 #include <glib.h>
@@ -55,10 +56,8 @@ std::string script(std::string_view name) {
 }
 
 // The filled script ends with the call's ");", without the file's last newline.
-std::string trimmedEnd(std::string text) {
-    while (!text.empty() && g_ascii_isspace(text.back()))
-        text.pop_back();
-    return text;
+std::string trimmedEnd(const std::string& text) {
+    return std::string(Text::trimmedEnd(text, Text::isASCIISpace));
 }
 
 constexpr const char* kGmailCompose = "services/gmail-compose.js";
@@ -231,31 +230,11 @@ MailService makeOutlook(const std::string& overridesPath) {
     return s;
 }
 
-std::string overridesPathFromEnvironment() {
-    const char* path = g_getenv("ORVANE_SERVICE_OVERRIDES");
-    return path ? path : "";
-}
-
 } // namespace
 
 bool MailService::ownsAddress(std::string_view address) const {
     auto host = webHost(address);
     return host && ownHosts.contains(*host);
-}
-
-const MailService& MailService::gmail() {
-    static const MailService entry = makeGmail(overridesPathFromEnvironment());
-    return entry;
-}
-
-const MailService& MailService::calendar() {
-    static const MailService entry = makeCalendar(overridesPathFromEnvironment());
-    return entry;
-}
-
-const MailService& MailService::outlook() {
-    static const MailService entry = makeOutlook(overridesPathFromEnvironment());
-    return entry;
 }
 
 MailService MailService::build(std::optional<AccountService> service, const std::string& overridesPath) {
@@ -268,18 +247,6 @@ MailService MailService::build(std::optional<AccountService> service, const std:
         break;
     }
     return makeGmail(overridesPath);
-}
-
-const MailService& MailService::forService(std::optional<AccountService> service) {
-    switch (service.value_or(AccountService::Mail)) {
-    case AccountService::Calendar:
-        return calendar();
-    case AccountService::Outlook:
-        return outlook();
-    case AccountService::Mail:
-        break;
-    }
-    return gmail();
 }
 
 } // namespace orvane

@@ -12,8 +12,8 @@
 
 namespace orvane {
 
-// Everything that differs between the web services Orvane hosts. Exactly three
-// entries exist, built once on first use and read-only afterwards. Their home
+// Everything that differs between the web services Orvane hosts. The
+// application's ServiceCatalog holds the three entries, read-only. Their home
 // address and in-app hosts may be replaced for the whole run by the JSON file
 // named in ORVANE_SERVICE_OVERRIDES (self-hosted or regional deployments,
 // and the test suite's local pages).
@@ -48,16 +48,8 @@ struct MailService {
     // http or https on one of the own hosts. An opaque origin ("null") never is.
     bool ownsAddress(std::string_view address) const;
 
-    static const MailService& gmail();
-    static const MailService& calendar();
-    static const MailService& outlook();
-    // mail or absent → gmail, calendar → calendar, outlook → outlook.
-    static const MailService& forService(std::optional<AccountService> service);
-
-    // The entry of that service kind built afresh, with the overrides file at
-    // overridesPath applied (none when empty). The shared entries above are
-    // this, built once with ORVANE_SERVICE_OVERRIDES; tests use it to try
-    // override files without a new process.
+    // The entry of that service kind (mail or absent → Gmail), with the
+    // overrides file at overridesPath applied (none when empty).
     static MailService build(std::optional<AccountService> service, const std::string& overridesPath);
 };
 

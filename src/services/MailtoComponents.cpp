@@ -1,6 +1,7 @@
 #include "MailtoComponents.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 
@@ -15,11 +16,8 @@ std::vector<std::string> split(const std::string& text) {
     for (;;) {
         size_t comma = text.find(',', start);
         std::string piece = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-        size_t b = piece.find_first_not_of(" \t");
-        if (b != std::string::npos) {
-            size_t e = piece.find_last_not_of(" \t");
-            result.push_back(piece.substr(b, e - b + 1));
-        }
+        if (auto trimmed = Text::trimmed(piece, Text::isSpaceOrTab); !trimmed.empty())
+            result.emplace_back(trimmed);
         if (comma == std::string::npos)
             break;
         start = comma + 1;
@@ -53,6 +51,9 @@ struct QueryItem {
 };
 
 // The query in link order: items at "&", name and value at the first "=".
+// Not GLib's GUriParamsIter: it refuses an item without "=" and a "%" that
+// starts no escape, both of which mail links in the wild carry ("?subject",
+// "50% off"), and a mail link is read leniently, as mail programs do.
 std::optional<std::vector<QueryItem>> queryItems(std::string_view query) {
     std::vector<QueryItem> items;
     size_t start = 0;
@@ -81,8 +82,8 @@ std::optional<std::vector<QueryItem>> queryItems(std::string_view query) {
 
 std::optional<MailtoComponents> MailtoComponents::fromURL(std::string_view url) {
     std::string text(url);
-    const char* scheme = g_uri_peek_scheme(text.c_str()); // lower-cased, interned by GLib
-    if (!scheme || std::string_view(scheme) != "mailto")
+    // Not g_uri_peek_scheme: it interns every scheme it is shown, for good.
+    if (g_ascii_strncasecmp(text.c_str(), "mailto:", 7) != 0)
         return std::nullopt;
 
     MailtoComponents components;

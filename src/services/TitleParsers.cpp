@@ -1,6 +1,7 @@
 #include "TitleParsers.h"
 
 #include "GRef.h"
+#include "Text.h"
 
 #include <glib.h>
 
@@ -14,11 +15,7 @@ namespace {
 
 // Spaces and tabs only; line breaks stay.
 std::string trimSpacesAndTabs(const std::string& text) {
-    size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string::npos)
-        return {};
-    size_t end = text.find_last_not_of(" \t");
-    return text.substr(begin, end - begin + 1);
+    return std::string(Text::trimmed(text, Text::isSpaceOrTab));
 }
 
 bool isNumericCharacter(gunichar c) {
@@ -111,6 +108,8 @@ std::optional<std::string> outlookName(const std::optional<std::string>& title) 
         return std::nullopt;
     std::vector<std::string> pieces;
     const std::string& t = *title;
+    if (!g_utf8_validate(t.data(), static_cast<gssize>(t.size()), nullptr))
+        return std::nullopt;
     size_t start = 0;
     for (;;) {
         size_t at = t.find(" - ", start);

@@ -16,7 +16,8 @@ std::optional<int64_t> gmailInboxUnread(const std::optional<std::string>& title)
 // and not starting with "@".
 std::optional<std::string> gmailEmail(const std::optional<std::string>& title);
 
-// "Mail - Display Name - Outlook" → "Display Name".
+// "Mail - Display Name - Outlook" → "Display Name". Titles that are not valid
+// UTF-8 → nothing.
 std::optional<std::string> outlookName(const std::optional<std::string>& title);
 
 } // namespace orvane::TitleParsers

@@ -9,10 +9,11 @@
 
 namespace orvane {
 
-// A plain GET of an account photo through Orvane's own HTTPSession: not an
-// account's network session, so no cookies or storage of any account go with
-// it, and no extra headers. Only the body of a successful (2xx) answer
-// counts: an error page is never taken for the photo, whatever it holds.
+// A plain GET of an account photo (HTTPFetch, through Orvane's own session):
+// not an account's network session, so no cookies or storage of any account
+// go with it, and no extra headers. Only the body of a successful (2xx)
+// answer counts: an error page is never taken for the photo, whatever it
+// holds.
 class AvatarDownload {
 public:
     using Completion = std::function<void(std::optional<std::string> body)>;
@@ -23,10 +24,10 @@ public:
     static constexpr unsigned kTimeoutSeconds = 60;
 
     // Fetches an http or https address. The completion runs on the main
-    // thread exactly once: with the whole body, or with nothing for another
-    // scheme, an address that does not parse, a transport error, a status
-    // other than 2xx, an empty or too long body, the time-out, or
-    // `cancellable` being cancelled.
+    // thread exactly once, never from inside start(): with the whole body,
+    // or with nothing for another scheme, an address that does not parse, a
+    // transport error, a status other than 2xx, an empty or too long body,
+    // the time-out, or `cancellable` being cancelled.
     static void start(const std::string& address, GCancellable* cancellable, Completion completion);
 };
 

@@ -31,14 +31,14 @@ std::string avatarPath(const std::string& fileName) {
 // A refresh waiting for the main loop to go idle; holds the view and the
 // refresher weakly.
 struct AvatarRefresher::DeferredProbe {
-    DeferredProbe(AvatarRefresher* refresher, std::weak_ptr<bool> alive, std::string accountID, WebKitWebView* view)
+    DeferredProbe(AvatarRefresher* refresher, Lifetime::Watch alive, std::string accountID, WebKitWebView* view)
         : refresher(refresher), alive(std::move(alive)), accountID(std::move(accountID)) {
         g_weak_ref_init(&this->view, view);
     }
     ~DeferredProbe() { g_weak_ref_clear(&view); }
 
     AvatarRefresher* refresher; // valid while `alive` holds
-    std::weak_ptr<bool> alive;
+    Lifetime::Watch alive;
     std::string accountID;
     GWeakRef view;
 };
@@ -49,8 +49,7 @@ AvatarRefresher::AvatarRefresher(const WebViewManager& manager)
 }
 
 AvatarRefresher::~AvatarRefresher() {
-    *m_alive = false;
-    m_alive.reset();
+    m_lifetime.end();
     g_cancellable_cancel(m_cancellable.get());
 }
 
@@ -60,10 +59,10 @@ void AvatarRefresher::refresh(const std::string& accountID, WebKitWebView* view)
     // WebKit reports a finished load before the title that came with it; once
     // that title has renamed the account, the Outlook script can pick the
     // photo labelled with the account's name.
-    auto* task = new DeferredProbe(this, m_alive, accountID, view);
+    auto* task = new DeferredProbe(this, m_lifetime.watch(), accountID, view);
     g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, +[](gpointer data) -> gboolean {
         auto* task = static_cast<DeferredProbe*>(data);
-        if (!task->alive.lock())
+        if (!task->alive.alive())
             return G_SOURCE_REMOVE;
         Ref<WebKitWebView> view = adopt(static_cast<WebKitWebView*>(g_weak_ref_get(&task->view)));
         if (!view)
@@ -79,14 +78,14 @@ void AvatarRefresher::probe(const std::string& accountID, WebKitWebView* view) {
     const Account* account = store ? store->account(accountID) : nullptr;
     if (!account)
         return finish(accountID, Outcome::Skipped);
-    const MailService& service = MailService::forService(account->service);
+    const MailService& service = m_manager.services().forService(account->service);
     if (!service.photoJS || service.photoJS->empty())
         return finish(accountID, Outcome::Skipped);
 
-    std::weak_ptr<bool> alive = m_alive;
+    Lifetime::Watch alive = m_lifetime.watch();
     PageProbe::photoURL(view, *service.photoJS, { { kNameArgument, account->label } },
         [this, alive, accountID](std::optional<std::string> photo) {
-            if (!alive.lock())
+            if (!alive.alive())
                 return;
             if (!photo)
                 return finish(accountID, Outcome::Skipped);
@@ -124,10 +123,10 @@ void AvatarRefresher::download(const std::string& photo, const std::string& iden
     std::string key = accountID + "\n" + identity;
     if (!m_fetching.insert(key).second)
         return finish(accountID, Outcome::Skipped);
-    std::weak_ptr<bool> alive = m_alive;
+    Lifetime::Watch alive = m_lifetime.watch();
     AvatarDownload::start(photo, m_cancellable.get(),
         [this, alive, key, identity, accountID](std::optional<std::string> body) {
-            if (!alive.lock())
+            if (!alive.alive())
                 return;
             m_fetching.erase(key);
             if (!body)

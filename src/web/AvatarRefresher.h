@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "GRef.h"
 #include "Observers.h"
 
@@ -68,7 +69,7 @@ private:
     Ref<GCancellable> m_cancellable;
     std::set<std::string> m_fetching; // account id + "\n" + identity of fetches in flight
     FinishedObservers m_finished;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    Lifetime m_lifetime; // for deferred work
 };
 
 } // namespace orvane

@@ -1,14 +1,14 @@
 #include "DownloadGuard.h"
 
 #include "DownloadDestination.h"
-#include "ScriptDialogs.h"
+#include "WebHost.h"
 
 #include <gtk/gtk.h>
 
 namespace orvane {
 
 DownloadGuard::~DownloadGuard() {
-    *m_alive = false;
+    m_lifetime.end();
     for (auto& download : m_held)
         webkit_download_cancel(download.get());
 }
@@ -53,9 +53,9 @@ void DownloadGuard::ask(WebKitWebView* parentView) {
     request.responses = { { kBlock, "_Block" }, { kAllow, "_Allow" } };
     request.defaultResponse = kBlock;
     request.closeResponse = kBlock;
-    std::weak_ptr<bool> alive = m_alive;
-    bool asked = ScriptDialogs::ask(parent, request, [this, alive](const ScriptDialogs::Answer& answer) {
-        if (alive.lock())
+    Lifetime::Watch alive = m_lifetime.watch();
+    bool asked = m_host.ask(parent, request, [this, alive](const ScriptDialogs::Answer& answer) {
+        if (alive.alive())
             this->answer(answer.response == kAllow);
     });
     if (!asked)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "DownloadGate.h"
 #include "GRef.h"
 #include "SignalConnection.h"
@@ -11,15 +12,17 @@
 
 namespace orvane {
 
+class WebHost;
+
 // Applies DownloadGate to one account's downloads. It notes the user's input
 // on the account's views (real GTK events, which no page can make), starts,
 // holds or cancels each download they start, and asks once per flood
-// whether the held ones may go (ScriptDialogs::ask;
-// without a presenter they are blocked). Owned by the account's
-// NavigationDelegate. Main thread only.
+// whether the held ones may go (through the host's dialogs; a host without
+// dialogs blocks them). Owned by the account's NavigationDelegate. Main
+// thread only.
 class DownloadGuard {
 public:
-    DownloadGuard() = default;
+    explicit DownloadGuard(WebHost& host) : m_host(host) { }
     // Downloads still held are cancelled.
     ~DownloadGuard();
     DownloadGuard(const DownloadGuard&) = delete;
@@ -41,10 +44,13 @@ private:
     void ask(WebKitWebView* parentView);
     void answer(bool allow);
 
+    // Borrowed references
+    WebHost& m_host;
+
     // Owned references
     DownloadGate m_gate;
     std::vector<Ref<WebKitDownload>> m_held;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for the question's answer
+    Lifetime m_lifetime; // for the question's answer
 };
 
 } // namespace orvane

@@ -2,16 +2,23 @@
 
 namespace orvane::FileChooserInterceptor {
 
-static Interceptor& current() {
-    static Interceptor interceptor;
-    return interceptor;
+static constexpr const char* kDataKey = "orvane-file-chooser-interceptor";
+
+void set(WebKitWebView* view, Interceptor interceptor) {
+    if (!view)
+        return;
+    if (!interceptor) {
+        g_object_set_data(G_OBJECT(view), kDataKey, nullptr);
+        return;
+    }
+    g_object_set_data_full(G_OBJECT(view), kDataKey, new Interceptor(std::move(interceptor)),
+        +[](gpointer data) { delete static_cast<Interceptor*>(data); });
 }
 
-void set(Interceptor interceptor) { current() = std::move(interceptor); }
-
 bool intercept(WebKitWebView* view, WebKitFileChooserRequest* request) {
-    auto& interceptor = current();
-    return interceptor && interceptor(view, request);
+    auto* interceptor = view ? static_cast<Interceptor*>(g_object_get_data(G_OBJECT(view), kDataKey)) : nullptr;
+    // A copy: the interceptor may replace itself while it runs.
+    return interceptor && Interceptor(*interceptor)(request);
 }
 
 } // namespace orvane::FileChooserInterceptor

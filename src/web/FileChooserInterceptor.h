@@ -6,16 +6,17 @@
 
 namespace orvane::FileChooserInterceptor {
 
-// Something that may answer a page's file-chooser request before any chooser
-// is shown (files dropped on the window for attachment do). It returns true
-// when it answered (or cancelled) the request itself.
-using Interceptor = std::function<bool(WebKitWebView* view, WebKitFileChooserRequest* request)>;
+// Something that may answer a view's file-chooser requests before any
+// chooser is shown (files dropped on that view for attachment do). It
+// returns true when it answered (or cancelled) the request itself.
+using Interceptor = std::function<bool(WebKitFileChooserRequest* request)>;
 
-// One per process; an empty function removes it.
-void set(Interceptor interceptor);
+// Sets the view's interceptor; it lives as long as the view, or until
+// replaced. An empty function removes it.
+void set(WebKitWebView* view, Interceptor interceptor);
 
-// Asked first by the run-file-chooser handler; false when nothing is set or
-// the interceptor did not answer.
+// Asked first by the view's run-file-chooser handler; false when the view has
+// none or it did not answer.
 bool intercept(WebKitWebView* view, WebKitFileChooserRequest* request);
 
 } // namespace orvane::FileChooserInterceptor

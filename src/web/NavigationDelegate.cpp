@@ -4,6 +4,7 @@
 #include "DownloadPolicy.h"
 #include "FilePanels.h"
 #include "ScriptDialogs.h"
+#include "WebHost.h"
 
 #include <algorithm>
 #include <optional>
@@ -20,41 +21,6 @@ constexpr size_t kMaxFrameLinks = 16;
 constexpr size_t kMaxURILength = 64 * 1024;
 constexpr const char* kFrameLinkMessage = "orvane.frame-link";
 
-NavigationDelegate::Opener& browserOpener() {
-    static NavigationDelegate::Opener opener;
-    return opener;
-}
-
-NavigationDelegate::Opener& mailOpener() {
-    static NavigationDelegate::Opener opener;
-    return opener;
-}
-
-// In lower case.
-std::string hostOf(const std::string& uri) {
-    if (uri.size() > ExternalLink::kMaxAddressBytes)
-        return {};
-    GUri* parsed = g_uri_parse(uri.c_str(), GUriFlags(G_URI_FLAGS_ENCODED | G_URI_FLAGS_NON_DNS), nullptr);
-    if (!parsed)
-        return {};
-    const char* host = g_uri_get_host(parsed);
-    GCharPtr lowered(host ? g_ascii_strdown(host, -1) : nullptr);
-    g_uri_unref(parsed);
-    return lowered ? std::string(lowered.get()) : std::string();
-}
-
-// In lower case.
-std::string schemeOf(const std::string& uri) {
-    const char* scheme = g_uri_peek_scheme(uri.c_str());
-    return scheme ? std::string(scheme) : std::string();
-}
-
-// What a page can show in Orvane; any other address is for the desktop, if
-// for anything.
-bool isPageScheme(const std::string& scheme) {
-    return scheme == "http" || scheme == "https" || scheme == "about" || scheme == "blob" || scheme == "data";
-}
-
 std::string requestURI(WebKitNavigationAction* action) {
     WebKitURIRequest* request = action ? webkit_navigation_action_get_request(action) : nullptr;
     const char* uri = request ? webkit_uri_request_get_uri(request) : nullptr;
@@ -63,19 +29,25 @@ std::string requestURI(WebKitNavigationAction* action) {
 
 } // namespace
 
-NavigationDelegate::NavigationDelegate(std::optional<AccountService> service, std::function<void()> onDidFinish)
-    : m_onDidFinish(std::move(onDidFinish))
-    , m_inAppHosts(MailService::forService(service).inAppHosts) {
+NavigationDelegate::NavigationDelegate(WebHost& host, const MailService& service, std::function<void()> onDidFinish)
+    : m_host(host)
+    , m_policy(service)
+    , m_onDidFinish(std::move(onDidFinish))
+    , m_downloads(host)
+    , m_popups(host, m_policy,
+          [this](WebKitWebView* view, std::vector<SignalConnection>& connections) {
+              connectView(view, connections);
+              if (m_popupOpened)
+                  m_popupOpened(view);
+          },
+          [this](WebKitWebView* view) {
+              std::erase_if(m_frameLinks, [&](const FrameLink& link) { return link.view == view; });
+              std::erase(m_responseDownloads, view);
+          }) {
 }
 
 NavigationDelegate::~NavigationDelegate() {
-    *m_alive = false;
     m_connections.clear();
-    auto popups = std::move(m_popups);
-    for (auto& popup : popups) {
-        popup.connections.clear();
-        gtk_window_destroy(popup.window.get());
-    }
 }
 
 void NavigationDelegate::attach(WebKitWebView* view) {
@@ -98,64 +70,18 @@ void NavigationDelegate::connectView(WebKitWebView* view, std::vector<SignalConn
             return FilePanels::run(v, request);
         }, nullptr));
     connections.push_back(SignalConnection::connect(view, "script-dialog",
-        +[](WebKitWebView* v, WebKitScriptDialog* dialog, gpointer) -> gboolean {
-            return ScriptDialogs::run(v, dialog);
-        }, nullptr));
+        +[](WebKitWebView* v, WebKitScriptDialog* dialog, gpointer self) -> gboolean {
+            return ScriptDialogs::run(v, dialog, static_cast<NavigationDelegate*>(self)->m_host);
+        }, this));
 }
 
-ExternalLink NavigationDelegate::leavingLink(const std::string& uri) const {
-    ExternalLink link = externalLinkFor(uri);
-    if (link.action == ExternalLink::Action::Browser && m_inAppHosts.contains(hostOf(link.address)))
-        return {};
-    return link;
-}
-
-std::string NavigationDelegate::popupTitle(const std::string& uri) const {
-    std::string scheme = schemeOf(uri);
-    // A blob: address belongs to the page at the address inside it.
-    std::string host = hostOf(scheme == "blob" ? uri.substr(5) : uri);
-    if (uri.empty() || ((scheme == "http" || scheme == "https" || scheme == "blob") && m_inAppHosts.contains(host)))
-        return "Orvane";
-    if (!host.empty())
-        return "Orvane — " + host;
-    // about:blank and about:srcdoc say what they are; data: pages only their scheme.
-    constexpr size_t kMaxShown = 32;
-    return "Orvane — " + (scheme == "about" ? uri.substr(0, kMaxShown) : scheme + ":");
-}
-
-std::vector<GtkWindow*> NavigationDelegate::popupWindows() const {
-    std::vector<GtkWindow*> windows;
-    for (const auto& popup : m_popups)
-        windows.push_back(popup.window.get());
-    return windows;
-}
-
-std::vector<WebKitWebView*> NavigationDelegate::popupViews() const {
-    std::vector<WebKitWebView*> views;
-    for (const auto& popup : m_popups)
-        views.push_back(popup.view);
-    return views;
-}
-
-void NavigationDelegate::setBrowserOpener(Opener opener) {
-    browserOpener() = std::move(opener);
-}
-
-void NavigationDelegate::setMailOpener(Opener opener) {
-    mailOpener() = std::move(opener);
-}
-
-void NavigationDelegate::openExternally(const ExternalLink& link) {
+void NavigationDelegate::openExternally(const ExternalLink& link, WebKitWebView* from) {
     switch (link.action) {
     case ExternalLink::Action::Browser:
-        if (auto& opener = browserOpener())
-            opener(link.address);
-        else
-            g_app_info_launch_default_for_uri(link.address.c_str(), nullptr, nullptr);
+        m_host.openInBrowser(link.address, from);
         return;
     case ExternalLink::Action::Mail:
-        if (auto& opener = mailOpener())
-            opener(link.address);
+        m_host.openMailLink(link.address);
         return;
     case ExternalLink::Action::Nothing:
         return;
@@ -183,16 +109,16 @@ bool NavigationDelegate::decideNavigation(WebKitWebView* view, WebKitNavigationP
     bool inFrame = takeFrameLink(view, uri);
     if (webkit_navigation_action_get_navigation_type(action) != WEBKIT_NAVIGATION_TYPE_LINK_CLICKED)
         return false;
-    ExternalLink link = leavingLink(uri);
+    ExternalLink link = m_policy.leavingLink(uri);
     if (inFrame && link.action != ExternalLink::Action::Mail)
         return false;
     if (link.action == ExternalLink::Action::Nothing) {
-        if (isPageScheme(schemeOf(uri)) || schemeOf(uri) == "javascript")
+        if (LinkPolicy::isPageAddress(uri) || LinkPolicy::schemeOf(uri) == "javascript")
             return false;
         // Nothing a page can show and nothing for the desktop: the click does nothing.
-        g_debug("Ignored a link to an address of scheme \"%s\"", schemeOf(uri).c_str());
+        g_debug("Ignored a link to an address of scheme \"%s\"", LinkPolicy::schemeOf(uri).c_str());
     }
-    openExternally(link);
+    openExternally(link, view);
     webkit_policy_decision_ignore(WEBKIT_POLICY_DECISION(decision));
     return true;
 }
@@ -209,9 +135,7 @@ bool NavigationDelegate::decideResponse(WebKitWebView* view, WebKitResponsePolic
 }
 
 bool NavigationDelegate::isOwnView(WebKitWebView* view) const {
-    if (view && view == m_mainView)
-        return true;
-    return std::any_of(m_popups.begin(), m_popups.end(), [&](const Popup& popup) { return popup.view == view; });
+    return view && (view == m_mainView || m_popups.contains(view));
 }
 
 void NavigationDelegate::onDownloadStarted(WebKitNetworkSession*, WebKitDownload* download, gpointer self) {
@@ -225,25 +149,7 @@ void NavigationDelegate::onDownloadStarted(WebKitNetworkSession*, WebKitDownload
         return;
     delegate->m_responseDownloads.erase(it);
     // A pop-up that only started a download has no more to show.
-    delegate->closePopupSoon(view);
-}
-
-void NavigationDelegate::closePopupSoon(WebKitWebView* view) {
-    auto it = std::find_if(m_popups.begin(), m_popups.end(), [&](const Popup& popup) { return popup.view == view; });
-    if (it == m_popups.end())
-        return;
-    // Not while WebKit is still inside the response of this very view.
-    struct Closing {
-        std::weak_ptr<bool> alive;
-        NavigationDelegate* delegate;
-        Ref<GtkWindow> window;
-    };
-    g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
-        auto* closing = static_cast<Closing*>(data);
-        if (closing->alive.lock())
-            closing->delegate->forgetPopup(closing->window.get(), true);
-        return G_SOURCE_REMOVE;
-    }, new Closing { m_alive, this, it->window }, +[](gpointer data) { delete static_cast<Closing*>(data); });
+    delegate->m_popups.closeSoon(view);
 }
 
 GtkWidget* NavigationDelegate::onCreate(WebKitWebView* opener, WebKitNavigationAction* action, gpointer self) {
@@ -253,93 +159,27 @@ GtkWidget* NavigationDelegate::onCreate(WebKitWebView* opener, WebKitNavigationA
 GtkWidget* NavigationDelegate::createPopup(WebKitWebView* opener, WebKitNavigationAction* action) {
     std::string uri = requestURI(action);
     if (!uri.empty()) {
-        ExternalLink link = leavingLink(uri);
+        ExternalLink link = m_policy.leavingLink(uri);
         if (link.action != ExternalLink::Action::Nothing) {
-            openExternally(link);
+            openExternally(link, opener);
             return nullptr;
         }
         // A window of its own only for what a page can show: other schemes
         // (file:, ftp:, javascript:…) open nothing anywhere.
-        if (!isPageScheme(schemeOf(uri))) {
-            g_debug("Refused a pop-up for an address of scheme \"%s\"", schemeOf(uri).c_str());
+        if (!LinkPolicy::isPageAddress(uri)) {
+            g_debug("Refused a pop-up for an address of scheme \"%s\"", LinkPolicy::schemeOf(uri).c_str());
             return nullptr;
         }
-        if (hostOf(uri) == ServiceHosts::kGoogleSignIn) {
+        if (LinkPolicy::hostOf(uri) == ServiceHosts::kGoogleSignIn) {
             webkit_web_view_load_uri(opener, uri.c_str());
             return nullptr;
         }
     }
-    if (m_popups.size() >= kMaxPopups) {
-        g_info("Refused a pop-up: %zu of this account's are open", m_popups.size());
-        return nullptr;
-    }
-    // A related view: WebKit requires it, and it shares the opener's web
-    // process, settings (user agent) and user content manager.
-    auto* view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW,
-        "related-view", opener,
-        "settings", webkit_web_view_get_settings(opener),
-        nullptr));
-    GdkRGBA background {};
-    webkit_web_view_get_background_color(opener, &background);
-    webkit_web_view_set_background_color(view, &background);
-
-    auto* window = GTK_WINDOW(gtk_window_new());
-    // A window of the application, so its keyboard shortcuts (paste as
-    // plain text, print, quit…) work in pop-ups as in the main window.
-    if (GApplication* application = g_application_get_default(); GTK_IS_APPLICATION(application))
-        gtk_window_set_application(window, GTK_APPLICATION(application));
-    gtk_window_set_title(window, "Orvane");
-    gtk_window_set_default_size(window, kPopupWidth, kPopupHeight);
-    gtk_window_set_resizable(window, TRUE);
-    gtk_window_set_child(window, GTK_WIDGET(view));
-    Popup& popup = m_popups.emplace_back(Popup { Ref<GtkWindow>(window), view, {} });
-    popup.connections.push_back(SignalConnection::connect(view, "ready-to-show",
-        +[](WebKitWebView* shown, gpointer) {
-            if (auto* root = gtk_widget_get_root(GTK_WIDGET(shown)); GTK_IS_WINDOW(root))
-                gtk_window_present(GTK_WINDOW(root));
-        }, nullptr));
-    popup.connections.push_back(SignalConnection::connect(window, "close-request", onPopupCloseRequest, this));
-    popup.connections.push_back(SignalConnection::connect(view, "notify::uri",
-        +[](WebKitWebView* shown, GParamSpec*, gpointer self) {
-            const char* uri = webkit_web_view_get_uri(shown);
-            if (auto* root = gtk_widget_get_root(GTK_WIDGET(shown)); GTK_IS_WINDOW(root))
-                gtk_window_set_title(GTK_WINDOW(root),
-                    static_cast<NavigationDelegate*>(self)->popupTitle(uri ? uri : "").c_str());
-        }, this));
-    connectView(view, popup.connections);
-    if (m_popupOpened)
-        m_popupOpened(view);
-    return GTK_WIDGET(view);
+    return GTK_WIDGET(m_popups.open(opener));
 }
 
 void NavigationDelegate::onClose(WebKitWebView* view, gpointer self) {
-    auto* delegate = static_cast<NavigationDelegate*>(self);
-    auto it = std::find_if(delegate->m_popups.begin(), delegate->m_popups.end(),
-        [&](const Popup& popup) { return popup.view == view; });
-    if (it == delegate->m_popups.end())
-        return;
-    delegate->forgetPopup(it->window.get(), true);
-}
-
-gboolean NavigationDelegate::onPopupCloseRequest(GtkWindow* window, gpointer self) {
-    // The user closed the window: it goes away as usual, and off the list.
-    static_cast<NavigationDelegate*>(self)->forgetPopup(window, false);
-    return FALSE;
-}
-
-void NavigationDelegate::forgetPopup(GtkWindow* window, bool destroy) {
-    auto it = std::find_if(m_popups.begin(), m_popups.end(),
-        [&](const Popup& popup) { return popup.window.get() == window; });
-    if (it == m_popups.end())
-        return;
-    Popup popup = std::move(*it);
-    m_popups.erase(it);
-    popup.connections.clear();
-    WebKitWebView* view = popup.view;
-    std::erase_if(m_frameLinks, [&](const FrameLink& link) { return link.view == view; });
-    std::erase(m_responseDownloads, view);
-    if (destroy)
-        gtk_window_destroy(popup.window.get());
+    static_cast<NavigationDelegate*>(self)->m_popups.close(view);
 }
 
 void NavigationDelegate::onLoadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer self) {

@@ -1,9 +1,11 @@
 #pragma once
 
-#include "AccountService.h"
+#include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
 #include "ExternalLink.h"
+#include "LinkPolicy.h"
+#include "PopupWindows.h"
 #include "DownloadGuard.h"
 
 #include <gtk/gtk.h>
@@ -19,20 +21,20 @@
 
 namespace orvane {
 
-// The link, pop-up and load policy of one account: which link clicks stay in
-// Orvane and which go to the default browser or the mail-link routing
-// (ExternalLink), the pop-up windows its pages open, and a callback after
-// every finished load. It also decides which responses are downloaded,
-// whether its views' downloads may start (DownloadGuard) and where they land
-// (DownloadDestination), and answers their file choosers (FilePanels) and
-// script dialogs (ScriptDialogs). One per account, attached (by signal
-// connections) to the account's main view and to each pop-up it opens.
-// Main thread only.
+class WebHost;
+
+// One account's views as WebKit sees them: it decides where their links go
+// (by the account's LinkPolicy: kept, for the browser, for the mail-link
+// routing or nowhere), which responses are downloaded, whether their
+// downloads may start (DownloadGuard), and answers their file choosers
+// (FilePanels) and script dialogs (ScriptDialogs). The pop-up windows its
+// pages open are PopupWindows; it calls back after every finished load.
+// One per account, attached (by signal connections) to the account's main
+// view and to each pop-up. Main thread only.
 class NavigationDelegate {
 public:
-    using Opener = std::function<void(const std::string& address)>;
-
-    NavigationDelegate(std::optional<AccountService> service, std::function<void()> onDidFinish);
+    // The host outlives the delegate.
+    NavigationDelegate(WebHost& host, const MailService& service, std::function<void()> onDidFinish);
     // Disconnects from every view and closes the pop-up windows still open.
     ~NavigationDelegate();
     NavigationDelegate(const NavigationDelegate&) = delete;
@@ -43,48 +45,18 @@ public:
     // the view, and the downloads of its network session that its views start.
     void attach(WebKitWebView* view);
 
-    // Where a link or window.open to `uri` in this account's pages leads
-    // outside them: the browser for an http(s) address (unwrapped from a
-    // redirect wrapper) whose host is not in-app, the mail-link routing for
-    // mailto:. Nothing when the account's pages keep it.
-    ExternalLink leavingLink(const std::string& uri) const;
-
-    const std::set<std::string>& inAppHosts() const { return m_inAppHosts; }
-    // A pop-up window's title while it shows `uri`: "Orvane" on the
-    // service's own hosts, else "Orvane — " and the page's host (the scheme
-    // for an address without one), so a page cannot pass for the service.
-    std::string popupTitle(const std::string& uri) const;
-    // The pop-up windows this delegate opened that are still open, oldest first.
-    std::vector<GtkWindow*> popupWindows() const;
-    // Their web views, in the same order.
-    std::vector<WebKitWebView*> popupViews() const;
+    const LinkPolicy& policy() const { return m_policy; }
+    const PopupWindows& popups() const { return m_popups; }
 
     // Called with each pop-up view right after it is made (before WebKit
     // loads its page), so others can watch or attach to it.
     void setPopupOpened(std::function<void(WebKitWebView* popup)> callback) { m_popupOpened = std::move(callback); }
 
-    // How addresses reach the default browser; tests record them instead.
-    // An empty opener restores the default (g_app_info_launch_default_for_uri).
-    static void setBrowserOpener(Opener opener);
-    // Where mailto: links from pages go: the app shell routes them as the
-    // links the desktop opens with Orvane. Without one they go nowhere.
-    static void setMailOpener(Opener opener);
-    // Hands a decision on: the browser opener gets a Browser address, the
-    // mail opener a Mail one; Nothing opens nothing.
-    static void openExternally(const ExternalLink& link);
-
-    // Size of a pop-up window's content.
-    static constexpr int kPopupWidth = 820;
-    static constexpr int kPopupHeight = 620;
-    // Pop-up windows open at once per account; further requests are refused.
-    static constexpr size_t kMaxPopups = 5;
+    // Hands a decision on to the host: its browser gets a Browser address,
+    // its mail-link routing a Mail one; Nothing opens nothing.
+    void openExternally(const ExternalLink& link, WebKitWebView* from);
 
 private:
-    struct Popup {
-        Ref<GtkWindow> window;
-        WebKitWebView* view; // owned by the window
-        std::vector<SignalConnection> connections;
-    };
     // A link activation the web-process extension saw inside an embedded frame.
     struct FrameLink {
         WebKitWebView* view;
@@ -97,31 +69,28 @@ private:
     static void onClose(WebKitWebView*, gpointer self);
     static void onLoadChanged(WebKitWebView*, WebKitLoadEvent, gpointer self);
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
-    static gboolean onPopupCloseRequest(GtkWindow*, gpointer self);
     static void onDownloadStarted(WebKitNetworkSession*, WebKitDownload*, gpointer self);
 
     void connectView(WebKitWebView* view, std::vector<SignalConnection>& connections);
     bool decideNavigation(WebKitWebView* view, WebKitNavigationPolicyDecision* decision);
     bool decideResponse(WebKitWebView* view, WebKitResponsePolicyDecision* decision);
     bool isOwnView(WebKitWebView* view) const;
-    void closePopupSoon(WebKitWebView* view);
     GtkWidget* createPopup(WebKitWebView* opener, WebKitNavigationAction* action);
     bool takeFrameLink(WebKitWebView* view, const std::string& uri);
-    void forgetPopup(GtkWindow* window, bool destroy);
 
     // Borrowed references
+    WebHost& m_host;
     WebKitWebView* m_mainView = nullptr;
 
     // Owned references
+    LinkPolicy m_policy;
     std::function<void()> m_onDidFinish;
     std::function<void(WebKitWebView*)> m_popupOpened;
-    std::vector<Popup> m_popups;
-    std::set<std::string> m_inAppHosts;
     std::vector<FrameLink> m_frameLinks;
     std::vector<WebKitWebView*> m_responseDownloads; // views whose response became a download
     DownloadGuard m_downloads;
     std::vector<SignalConnection> m_connections; // to the main view and its network session
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
+    PopupWindows m_popups; // last: its windows go first, while the rest still exists
 };
 
 } // namespace orvane

@@ -1,6 +1,7 @@
 #include "ScriptDialogs.h"
 
 #include "FileNames.h"
+#include "WebHost.h"
 
 #include <memory>
 #include <utility>
@@ -8,11 +9,6 @@
 namespace orvane::ScriptDialogs {
 
 namespace {
-
-Presenter& currentPresenter() {
-    static Presenter presenter;
-    return presenter;
-}
 
 // The dialog WebKit waits on. Closing it lets the page's script go on; a
 // dialog nobody answered is closed when the last completion goes away.
@@ -25,6 +21,11 @@ public:
 
     // Null once answered.
     WebKitScriptDialog* dialog() const { return m_dialog; }
+    // Lets go of the dialog without answering it (WebKit answers it itself).
+    void release() {
+        if (WebKitScriptDialog* dialog = std::exchange(m_dialog, nullptr))
+            webkit_script_dialog_unref(dialog);
+    }
     void close() {
         if (WebKitScriptDialog* dialog = std::exchange(m_dialog, nullptr)) {
             webkit_script_dialog_close(dialog);
@@ -37,17 +38,6 @@ private:
 };
 
 } // namespace
-
-void setPresenter(Presenter presenter) { currentPresenter() = std::move(presenter); }
-
-bool ask(GtkWindow* parent, const Request& request, Completion completion) {
-    // A copy: the presenter may be replaced while it runs.
-    Presenter presenter = currentPresenter();
-    if (!presenter)
-        return false;
-    presenter(parent, request, std::move(completion));
-    return true;
-}
 
 std::optional<Request> requestFor(WebKitScriptDialog* dialog) {
     Request request;
@@ -76,10 +66,7 @@ std::optional<Request> requestFor(WebKitScriptDialog* dialog) {
     }
 }
 
-bool run(WebKitWebView* view, WebKitScriptDialog* dialog) {
-    const Presenter& presenter = currentPresenter();
-    if (!presenter)
-        return false;
+bool run(WebKitWebView* view, WebKitScriptDialog* dialog, WebHost& host) {
     auto request = requestFor(dialog);
     if (!request)
         return false;
@@ -87,7 +74,7 @@ bool run(WebKitWebView* view, WebKitScriptDialog* dialog) {
     GtkWindow* parent = root && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
     auto waiting = std::make_shared<Waiting>(dialog);
     WebKitScriptDialogType type = webkit_script_dialog_get_dialog_type(dialog);
-    presenter(parent, *request, [waiting, type](const Answer& answer) {
+    bool shown = host.ask(parent, *request, [waiting, type](const Answer& answer) {
         WebKitScriptDialog* waitingDialog = waiting->dialog();
         if (!waitingDialog)
             return;
@@ -98,7 +85,9 @@ bool run(WebKitWebView* view, WebKitScriptDialog* dialog) {
             webkit_script_dialog_prompt_set_text(waitingDialog, answer.text.c_str());
         waiting->close();
     });
-    return true;
+    if (!shown)
+        waiting->release();
+    return shown;
 }
 
 } // namespace orvane::ScriptDialogs

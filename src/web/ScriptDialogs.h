@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+namespace orvane {
+class WebHost;
+}
+
 namespace orvane::ScriptDialogs {
 
 // A page's alert, confirm or prompt, as a modal message dialog shows it.
@@ -32,8 +36,6 @@ struct Answer {
 };
 
 using Completion = std::function<void(const Answer&)>;
-// Shows a request over `parent` (may be null) and calls the completion once.
-using Presenter = std::function<void(GtkWindow* parent, const Request& request, Completion completion)>;
 
 constexpr const char* kOK = "ok";
 constexpr const char* kCancel = "cancel";
@@ -42,23 +44,15 @@ constexpr int kEntryHeight = 24;
 // Longer page messages are cut (a page cannot make a screen-filling dialog).
 constexpr size_t kMaxMessageBytes = 4000;
 
-// The app shell provides the dialogs (libadwaita belongs to it); without a
-// presenter WebKit shows its own. An empty function removes it.
-void setPresenter(Presenter presenter);
-
-// Shows a question of Orvane's own about a page through the presenter and
-// calls the completion once. False, and nothing shown, without a presenter.
-bool ask(GtkWindow* parent, const Request& request, Completion completion);
-
 // The request for a script dialog of the given type: alert "OK"; confirm and
 // prompt "OK" (the default) and "Cancel". Nothing for other types.
 std::optional<Request> requestFor(WebKitScriptDialog* dialog);
 
 // The script-dialog handler: shows alert, confirm and prompt through the
-// presenter and holds the page's script until the user answers (confirm is
-// true exactly for "OK"; prompt gives the field's text for "OK" and null for
-// "Cancel"). False (WebKit's own handling) for other dialogs or without a
-// presenter.
-bool run(WebKitWebView* view, WebKitScriptDialog* dialog);
+// host (the app shell's dialogs) and holds the page's script until the user
+// answers (confirm is true exactly for "OK"; prompt gives the field's text
+// for "OK" and null for "Cancel"). False (WebKit's own handling) for other
+// dialogs or a host without dialogs.
+bool run(WebKitWebView* view, WebKitScriptDialog* dialog, WebHost& host);
 
 } // namespace orvane::ScriptDialogs

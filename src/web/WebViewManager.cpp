@@ -4,12 +4,6 @@
 #include "Files.h"
 #include "PageScripts.h"
 #include "SignalConnection.h"
-#include "DropAttach.h"
-#include "NotificationRelay.h"
-#include "PageBridges.h"
-#include "PendingDrops.h"
-#include "PrintSupport.h"
-#include "SaveImageWebView.h"
 #include "MailService.h"
 #include "AvatarRefresher.h"
 #include "DockBadge.h"
@@ -17,6 +11,8 @@
 #include "NavigationDelegate.h"
 #include "PageAddress.h"
 #include "PageStamp.h"
+#include "UnreadPoller.h"
+#include "ViewExtension.h"
 
 #include <cmath>
 #include <limits>
@@ -27,7 +23,6 @@ namespace {
 
 constexpr const char* kUserAgent = "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 "
                                    "(KHTML, like Gecko) Version/18.3 Safari/605.1.15";
-constexpr guint kPollIntervalMs = 5000;
 
 // GTK 4 has no generic "remove child": each container has its own call.
 void removeFromParent(GtkWidget* widget) {
@@ -52,16 +47,6 @@ void removeFromParent(GtkWidget* widget) {
         gtk_widget_unparent(widget);
 }
 
-// A count a poll script may report: a whole number from 0 up.
-std::optional<int64_t> pollCount(JSCValue* value) {
-    if (!value || !jsc_value_is_number(value))
-        return std::nullopt;
-    double number = jsc_value_to_double(value);
-    if (!std::isfinite(number) || number < 0 || number != std::floor(number) || number >= 9.0e18)
-        return std::nullopt;
-    return static_cast<int64_t>(number);
-}
-
 } // namespace
 
 struct WebViewManager::Session {
@@ -72,8 +57,6 @@ struct WebViewManager::Session {
         std::string name;
     };
 
-    ~Session() { g_clear_handle_id(&pollTimer, g_source_remove); }
-
     Account account;
     // Owned references
     Ref<WebKitWebView> view;
@@ -81,56 +64,40 @@ struct WebViewManager::Session {
     std::unique_ptr<NavigationDelegate> delegate;
     std::vector<std::unique_ptr<Handler>> handlers;
     std::vector<SignalConnection> connections; // title, script messages
-    guint pollTimer = 0;
+    std::unique_ptr<UnreadPoller> poller;
 };
 
-// What a poll timer and its script completion need; both hold the view and
-// the manager weakly.
-struct PollTask {
-    PollTask(WebViewManager* manager, std::weak_ptr<bool> alive, std::string accountID, std::string script,
-        std::string sourceURI, WebKitWebView* view)
-        : manager(manager), alive(std::move(alive)), accountID(std::move(accountID)), script(std::move(script))
-        , sourceURI(std::move(sourceURI)) {
-        g_weak_ref_init(&this->view, view);
-    }
-    ~PollTask() { g_weak_ref_clear(&view); }
-
-    WebViewManager* manager; // valid while `alive` holds
-    std::weak_ptr<bool> alive;
-    std::string accountID;
-    std::string script;
-    std::string sourceURI;
-    GWeakRef view;
-};
-
-WebViewManager::WebViewManager()
-    : m_cancellable(adopt(g_cancellable_new()))
-    , m_drops(std::make_shared<PendingDrops>()) {
+WebViewManager::WebViewManager(WebHost& host, const ServiceCatalog& services,
+    std::chrono::milliseconds unreadPollInterval)
+    : m_host(host)
+    , m_services(services)
+    , m_pollInterval(unreadPollInterval)
+    , m_cancellable(adopt(g_cancellable_new())) {
     PageStamp::installExtension();
-    m_notificationRelay = std::make_unique<NotificationRelay>(*this);
-    PrintSupport::shared().serve(*this);
     m_avatars = std::make_unique<AvatarRefresher>(*this);
-    // Files dropped on a pop-up attach in the pop-up's page; files dropped
-    // on the account's main view may attach there too.
-    m_popupDropAttach = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
+    m_popupExtensions = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
         PageAddress::track(popup);
-        if (auto it = m_sessions.find(accountID); it != m_sessions.end())
-            DropAttach::attach(popup, it->second->account.service, m_drops, it->second->view.get());
+        auto it = m_sessions.find(accountID);
+        if (it == m_sessions.end())
+            return;
+        const Account& account = it->second->account;
+        for (auto& extension : m_extensions)
+            extension->popupOpened(popup, it->second->view.get(), account, m_services.forService(account.service));
     });
 }
 
 WebViewManager::~WebViewManager() {
-    *m_alive = false;
-    m_alive.reset();
+    m_extensions.clear();
+    m_lifetime.end();
     g_cancellable_cancel(m_cancellable.get());
     m_sessions.clear();
 }
 
 void WebViewManager::configure(AccountStore& store) {
     m_store = &store;
-    std::weak_ptr<bool> alive = m_alive;
+    Lifetime::Watch alive = m_lifetime.watch();
     store.setDataStoreRemover([this, alive](const std::string& dataStoreID) {
-        if (alive.lock())
+        if (alive.alive())
             forgetDataStore(dataStoreID);
         AccountStore::removeWebsiteData(dataStoreID);
     });
@@ -168,11 +135,14 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     if (auto it = m_sessions.find(account.id); it != m_sessions.end())
         return it->second->view.get();
 
-    const MailService& service = MailService::forService(account.service);
+    const MailService& service = m_services.forService(account.service);
     auto session = std::make_unique<Session>();
     session->account = account;
     session->contentManager = adopt(webkit_user_content_manager_new());
-    installBridges(*session);
+    for (auto& extension : m_extensions)
+        extension->prepareContent(session->contentManager.get(), account);
+    for (const auto& [name, receiver] : m_receivers)
+        listen(*session, name);
 
     auto settings = adopt(webkit_settings_new());
     webkit_settings_set_user_agent(settings.get(), kUserAgent);
@@ -187,20 +157,24 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
     GdkRGBA transparent = { 0, 0, 0, 0 };
     webkit_web_view_set_background_color(view, &transparent);
 
-    std::weak_ptr<bool> alive = m_alive;
-    session->delegate = std::make_unique<NavigationDelegate>(account.service, [this, alive, id = account.id] {
-        if (alive.lock())
+    Lifetime::Watch alive = m_lifetime.watch();
+    session->delegate = std::make_unique<NavigationDelegate>(m_host, m_services.forService(account.service), [this, alive, id = account.id] {
+        if (alive.alive())
             pageDidFinish(id);
     });
     session->delegate->setPopupOpened([this, id = account.id](WebKitWebView* popup) {
         m_popupObservers.notify(id, popup);
     });
     session->delegate->attach(view);
-    SaveImageWebView::enable(*this, view, account.service);
-    DropAttach::attach(view, account.service, m_drops);
+    for (auto& extension : m_extensions)
+        extension->viewCreated(view, account, service);
 
-    if (service.unreadPollJS && !service.unreadPollJS->empty())
-        startPolling(*session, *service.unreadPollJS, PageScripts::sourceURI(service.unreadPollScriptName));
+    if (service.unreadPollJS && !service.unreadPollJS->empty()) {
+        session->poller = std::make_unique<UnreadPoller>(view, *service.unreadPollJS,
+            PageScripts::sourceURI(service.unreadPollScriptName), m_pollInterval,
+            [this, id = account.id] { return showsOwnPage(id); },
+            [this, id = account.id](int64_t count) { setUnreadCount(id, count); });
+    }
 
     Session& stored = *m_sessions.emplace(account.id, std::move(session)).first->second;
     // The title is observed from here on, starting with its current value.
@@ -237,34 +211,30 @@ void WebViewManager::pageDidFinish(const std::string& accountID) {
     m_avatars->refresh(accountID, it->second->view.get());
 }
 
-void WebViewManager::installBridges(Session& session) {
+void WebViewManager::listen(Session& session, const std::string& handlerName) {
     WebKitUserContentManager* manager = session.contentManager.get();
-    for (const auto& item : PageBridges::items()) {
-        if (item.kind == PageBridges::Item::Kind::Script) {
-            if (WebKitUserScript* script = PageBridges::script(item)) {
-                webkit_user_content_manager_add_script(manager, script);
-                webkit_user_script_unref(script);
-            }
-            continue;
-        }
-        std::string name(item.name);
-        webkit_user_content_manager_register_script_message_handler(manager, name.c_str(), nullptr);
-        auto handler = std::make_unique<Session::Handler>(Session::Handler { this, session.account.id, name });
-        std::string signal = "script-message-received::" + name;
-        session.connections.push_back(SignalConnection::connect(manager, signal.c_str(),
-            +[](WebKitUserContentManager*, JSCValue* body, gpointer data) {
-                auto* h = static_cast<Session::Handler*>(data);
-                h->manager->deliverMessage(h->accountID, h->name, body);
-            }, handler.get()));
-        session.handlers.push_back(std::move(handler));
-    }
+    webkit_user_content_manager_register_script_message_handler(manager, handlerName.c_str(), nullptr);
+    auto handler = std::make_unique<Session::Handler>(Session::Handler { this, session.account.id, handlerName });
+    std::string signal = "script-message-received::" + handlerName;
+    session.connections.push_back(SignalConnection::connect(manager, signal.c_str(),
+        +[](WebKitUserContentManager*, JSCValue* body, gpointer data) {
+            auto* h = static_cast<Session::Handler*>(data);
+            h->manager->deliverMessage(h->accountID, h->name, body);
+        }, handler.get()));
+    session.handlers.push_back(std::move(handler));
 }
 
 void WebViewManager::setMessageReceiver(const std::string& handlerName, MessageReceiver receiver) {
-    if (receiver)
-        m_receivers[handlerName] = std::move(receiver);
-    else
+    if (!receiver) {
         m_receivers.erase(handlerName);
+        return;
+    }
+    bool listening = m_receivers.contains(handlerName);
+    m_receivers[handlerName] = std::move(receiver);
+    if (!listening) {
+        for (auto& [id, session] : m_sessions)
+            listen(*session, handlerName);
+    }
 }
 
 void WebViewManager::deliverMessage(const std::string& accountID, const std::string& handlerName, JSCValue* body) {
@@ -275,7 +245,7 @@ void WebViewManager::deliverMessage(const std::string& accountID, const std::str
     // Only this account's views: its content manager received the message.
     std::vector<WebKitWebView*> views = popupViews(accountID);
     views.insert(views.begin(), session->second->view.get());
-    WebKitWebView* sender = MessageSender::sender(views, MailService::forService(session->second->account.service),
+    WebKitWebView* sender = MessageSender::sender(views, m_services.forService(session->second->account.service),
         handlerName, body);
     // Copy: a receiver may replace itself while it runs.
     MessageReceiver receiver = it->second;
@@ -285,49 +255,7 @@ void WebViewManager::deliverMessage(const std::string& accountID, const std::str
 bool WebViewManager::showsOwnPage(const std::string& accountID) const {
     auto it = m_sessions.find(accountID);
     return it != m_sessions.end()
-        && MessageSender::showsOwnPage(it->second->view.get(), MailService::forService(it->second->account.service));
-}
-
-void WebViewManager::startPolling(Session& session, const std::string& script, const std::string& sourceURI) {
-    auto* task = new PollTask(this, m_alive, session.account.id, script, sourceURI, session.view.get());
-    session.pollTimer = g_timeout_add_full(G_PRIORITY_DEFAULT, kPollIntervalMs, +[](gpointer data) -> gboolean {
-        auto* task = static_cast<PollTask*>(data);
-        auto manager = task->alive.lock();
-        if (!manager)
-            return G_SOURCE_CONTINUE;
-        Ref<WebKitWebView> view = adopt(static_cast<WebKitWebView*>(g_weak_ref_get(&task->view)));
-        if (!view)
-            return G_SOURCE_CONTINUE;
-        task->manager->pollUnread(view.get(), task->accountID, task->script, task->sourceURI);
-        return G_SOURCE_CONTINUE;
-    }, task, +[](gpointer data) { delete static_cast<PollTask*>(data); });
-}
-
-void WebViewManager::pollUnread(WebKitWebView* view, const std::string& accountID, const std::string& script,
-    const std::string& sourceURI) {
-    if (!showsOwnPage(accountID))
-        return;
-    auto* completion = new PollTask(this, m_alive, accountID, {}, {}, view);
-    webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr,
-        sourceURI.c_str(), m_cancellable.get(),
-        +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::unique_ptr<PollTask> task(static_cast<PollTask*>(data));
-            GErrorPtr error;
-            auto value = adopt(webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result,
-                GErrorOut(error)));
-            if (isCancelled(error.get()) || !task->alive.lock())
-                return;
-            auto count = pollCount(value.get());
-            if (!count)
-                return;
-            // Only for the view that was polled, while its account is live
-            // and shows the service's own page.
-            if (task->manager->webView(task->accountID) != WEBKIT_WEB_VIEW(source)
-                || !task->manager->showsOwnPage(task->accountID))
-                return;
-            task->manager->setUnreadCount(task->accountID, *count);
-        },
-        completion);
+        && MessageSender::showsOwnPage(it->second->view.get(), m_services.forService(it->second->account.service));
 }
 
 WebKitWebView* WebViewManager::webView(const std::string& accountID) const {
@@ -348,7 +276,7 @@ std::vector<WebKitWebView*> WebViewManager::popupViews(const std::string& accoun
     auto it = m_sessions.find(accountID);
     if (it == m_sessions.end() || !it->second->delegate)
         return {};
-    return it->second->delegate->popupViews();
+    return it->second->delegate->popups().views();
 }
 
 void WebViewManager::discard(const Account& account) {
@@ -357,7 +285,7 @@ void WebViewManager::discard(const Account& account) {
         m_sessions.erase(it);
         session->connections.clear();
         session->delegate.reset();
-        g_clear_handle_id(&session->pollTimer, g_source_remove);
+        session->poller.reset();
         webkit_web_view_stop_loading(session->view.get());
         removeFromParent(GTK_WIDGET(session->view.get()));
     }
@@ -373,7 +301,7 @@ void WebViewManager::handleTitle(const std::string& accountID, const std::option
     if (!stored)
         return;
     Account account = *stored;
-    const MailService& service = MailService::forService(account.service);
+    const MailService& service = m_services.forService(account.service);
     if (service.unread) {
         if (auto count = service.unread(title))
             setUnreadCount(accountID, *count);
@@ -408,7 +336,7 @@ void WebViewManager::refreshDockBadge() {
 }
 
 void WebViewManager::compose(const Account& account, const MailtoComponents& mailto) {
-    const MailService& service = MailService::forService(account.service);
+    const MailService& service = m_services.forService(account.service);
     if (!service.composeJS)
         return;
     std::string script = service.composeJS(mailto);
@@ -418,24 +346,6 @@ void WebViewManager::compose(const Account& account, const MailtoComponents& mai
     std::string sourceURI = PageScripts::sourceURI(service.composeScriptName);
     webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr,
         sourceURI.c_str(), nullptr, nullptr, nullptr);
-}
-
-void WebViewManager::printSelected() {
-    for (const auto& [id, session] : m_sessions) {
-        if (!session->delegate)
-            continue;
-        for (WebKitWebView* popup : session->delegate->popupViews()) {
-            GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(popup));
-            if (root && GTK_IS_WINDOW(root) && gtk_window_is_active(GTK_WINDOW(root))) {
-                PrintSupport::shared().print(popup, PrintSupport::Asker::User);
-                return;
-            }
-        }
-    }
-    if (!m_store || !m_store->selectedAccountID())
-        return;
-    if (WebKitWebView* view = webView(*m_store->selectedAccountID()))
-        PrintSupport::shared().print(view, PrintSupport::Asker::User);
 }
 
 } // namespace orvane

@@ -1,12 +1,15 @@
 #pragma once
 
+#include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
 #include "Observers.h"
 #include "MailtoComponents.h"
+#include "ServiceCatalog.h"
 
 #include <webkit/webkit.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -19,18 +22,25 @@ namespace orvane {
 
 class AvatarRefresher;
 class NavigationDelegate;
-class NotificationRelay;
-class PendingDrops;
+class UnreadPoller;
+class ViewExtension;
+class WebHost;
 
 // Owns every account's web session: one WebKitWebView per account over the
-// WebKitNetworkSession of its dataStoreID, with Orvane's user agent, page
-// scripts and message handlers, title observation and (for services that
-// need it) the 5-second unread poll. A view is created the first time it is
-// asked for and kept until discard(), so switching accounts never reloads.
-// Main thread only.
+// WebKitNetworkSession of its dataStoreID, with Orvane's user agent, the
+// message handlers its receivers listen on, title observation and (for
+// services that need it) an UnreadPoller. A view is created the first time
+// it is asked for and kept until discard(), so switching accounts never
+// reloads. What it needs of the application around it (browser, dialogs,
+// windows, notifications) it asks of its host; what the layers above add to
+// every view (page scripts, bridges) are its ViewExtensions. Main thread only.
 class WebViewManager {
 public:
-    WebViewManager();
+    static constexpr std::chrono::milliseconds kUnreadPollInterval { 5000 };
+
+    // The host and the catalogue outlive the manager.
+    WebViewManager(WebHost& host, const ServiceCatalog& services,
+        std::chrono::milliseconds unreadPollInterval = kUnreadPollInterval);
     ~WebViewManager();
     WebViewManager(const WebViewManager&) = delete;
     WebViewManager& operator=(const WebViewManager&) = delete;
@@ -39,6 +49,8 @@ public:
     // window's content appears. Refreshes the dock badge.
     void configure(AccountStore& store);
     AccountStore* store() const { return m_store; }
+    WebHost& host() const { return m_host; }
+    const ServiceCatalog& services() const { return m_services; }
 
     // The account's main view, created, configured and loading on first use.
     WebKitWebView* webView(const Account& account);
@@ -61,8 +73,14 @@ public:
 
     // Opens a compose form filled from the link in the account's page.
     void compose(const Account& account, const MailtoComponents& mailto);
-    // Prints the pop-up in front, else the selected account's page.
-    void printSelected();
+
+    // Adds what a layer above puts into every account view, for the views
+    // made from now on; the manager owns it and lets it go first.
+    template<typename Extension> Extension& addExtension(std::unique_ptr<Extension> extension) {
+        Extension& added = *extension;
+        m_extensions.push_back(std::move(extension));
+        return added;
+    }
 
     // Receives the script messages a page posts to one of Orvane's handlers
     // (orvaneNotify, orvanePrint, orvaneContextImage). `sender` is the exact
@@ -70,7 +88,8 @@ public:
     // handler received it), or null when that cannot be told or the posting
     // frame is not the service's own (see MessageSender).
     using MessageReceiver = std::function<void(WebKitWebView* sender, JSCValue* body)>;
-    // Sets the receiver of a handler for every view, existing and future.
+    // Sets the receiver of a handler for every view, existing and future,
+    // and listens on that handler from then on.
     void setMessageReceiver(const std::string& handlerName, MessageReceiver receiver);
 
     // Tells of every pop-up a page opens, with the id of the account it
@@ -85,32 +104,24 @@ public:
     // by every account with that dataStoreID.
     WebKitNetworkSession* networkSession(const std::string& dataStoreID);
 
-    // Shows the pages' notifications on the desktop (orvaneNotify) and takes
-    // the clicks on them back to the pages.
-    NotificationRelay& notificationRelay() { return *m_notificationRelay; }
-
     // Keeps the account photos in step with the pages (refreshed after every
     // finished load of a mail-side account's view or its pop-ups).
     AvatarRefresher& avatars() { return *m_avatars; }
-
-    // Files dropped on the manager's views, waiting for a file chooser.
-    PendingDrops& pendingDrops() { return *m_drops; }
 
 private:
     struct Session;
 
     void handleTitle(const std::string& accountID, const std::optional<std::string>& title);
     void setUnreadCount(const std::string& accountID, int64_t count);
-    void installBridges(Session& session);
+    void listen(Session& session, const std::string& handlerName);
     void pageDidFinish(const std::string& accountID);
-    void startPolling(Session& session, const std::string& script, const std::string& sourceURI);
-    void pollUnread(WebKitWebView* view, const std::string& accountID, const std::string& script,
-        const std::string& sourceURI);
     void deliverMessage(const std::string& accountID, const std::string& handlerName, JSCValue* body);
     bool showsOwnPage(const std::string& accountID) const;
     void forgetDataStore(const std::string& dataStoreID);
 
     // Borrowed references
+    WebHost& m_host;
+    const ServiceCatalog& m_services;
     AccountStore* m_store = nullptr;
 
     // Owned references
@@ -118,14 +129,14 @@ private:
     std::map<std::string, Ref<WebKitNetworkSession>> m_networkSessions; // by dataStoreID
     std::map<std::string, int64_t> m_unreadCounts;
     std::map<std::string, MessageReceiver> m_receivers; // by handler name
+    std::chrono::milliseconds m_pollInterval;
     Observers<> m_unreadObservers;
     PopupObservers m_popupObservers;
-    PopupObservers::Subscription m_popupDropAttach;
+    PopupObservers::Subscription m_popupExtensions;
     Ref<GCancellable> m_cancellable;
-    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true); // for deferred work
-    std::unique_ptr<NotificationRelay> m_notificationRelay; // after m_receivers: it unsets its receiver
+    Lifetime m_lifetime; // for deferred work
     std::unique_ptr<AvatarRefresher> m_avatars;
-    std::shared_ptr<PendingDrops> m_drops; // the views' drop attachments hold it weakly
+    std::vector<std::unique_ptr<ViewExtension>> m_extensions; // let go first, while all else exists
 };
 
 } // namespace orvane

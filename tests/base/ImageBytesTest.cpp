@@ -1,4 +1,5 @@
 #include "ImageBytes.h"
+#include "Token.h"
 
 #include <gtest/gtest.h>
 
@@ -9,55 +10,47 @@ namespace {
 
 using namespace std::string_literals;
 
-std::string bytes(std::initializer_list<int> values) {
-    std::string out;
-    for (int v : values)
-        out.push_back(static_cast<char>(v));
-    return out;
+TEST(ImageBytesTest, ExtensionFromTheTypeThenTheSignatureElseJPEG) {
+    const std::string png = "\x89PNG\r\n\x1a\n";
+    const std::tuple<const char*, std::string, const char*> cases[] = {
+        { "data:image/JPEG;base64", png, ".jpg" }, // the type wins, in any letter case
+        { "image/gif", png, ".gif" },
+        { "image/webp", png, ".webp" },
+        { "image/HEIC", png, ".heic" },
+        { "image/png+jpeg", "", ".jpg" },          // in table order
+        { "data:application/octet-stream;base64", png, ".png" },
+        { "", png.substr(0, 7), ".jpg" },          // a PNG signature has 8 bytes
+        { "", "GIF8", ".gif" },
+        { "", "RIFF\x10\0\0\0WEBP"s, ".webp" },
+        { "image/svg+xml", "<svg/>", ".jpg" },
+        { "", "ftypheic....", ".jpg" },            // no HEIC sniffing
+    };
+    for (const auto& [meta, bytes, extension] : cases)
+        EXPECT_EQ(ImageBytes::extension(meta, bytes), extension) << meta << " " << bytes;
 }
 
-TEST(ImageBytesTest, ExtensionFromMetaThenSignature) {
-    using ImageBytes::extension;
-    const std::string png = bytes({ 0x89, 'P', 'N', 'G', 0x0d, 0x0a, 0x1a, 0x0a });
-    // The meta text wins, in table order, in any letter case.
-    EXPECT_EQ(extension("data:image/JPEG;base64", png), ".jpg");
-    EXPECT_EQ(extension("image/jpg", png), ".jpg");
-    EXPECT_EQ(extension("data:image/png;base64", ""), ".png");
-    EXPECT_EQ(extension("image/gif", png), ".gif");
-    EXPECT_EQ(extension("image/webp", png), ".webp");
-    EXPECT_EQ(extension("image/HEIC", png), ".heic");
-    EXPECT_EQ(extension("image/png+jpeg", ""), ".jpg"); // rule 1 before rule 3
-    // A generic meta falls to the bytes.
-    EXPECT_EQ(extension("data:application/octet-stream;base64", png), ".png");
-    EXPECT_EQ(extension("", bytes({ 0xff, 0xd8, 0xff, 0xe0 })), ".jpg");
-    EXPECT_EQ(extension("", bytes({ 0x89, 'P', 'N', 'G', 0, 0, 0 })), ".jpg"); // PNG needs 8 bytes
-    EXPECT_EQ(extension("", "GIF8"), ".gif");
-    EXPECT_EQ(extension("", "GIF"), ".jpg"); // exactly 3 bytes: the GIF test needs 4
-    EXPECT_EQ(extension("", "RIFF\x10\0\0\0WEBPVP8 "s), ".webp");
-    EXPECT_EQ(extension("", "RIFF\x10\0\0\0WEBP"s), ".webp");
-    EXPECT_EQ(extension("", "RIFF\x10\0\0\0WEB"s), ".jpg");
-    EXPECT_EQ(extension("", "ab"), ".jpg");
-    EXPECT_EQ(extension("image/svg+xml", "<svg xmlns='http://www.w3.org/2000/svg'/>"), ".jpg");
-    EXPECT_EQ(extension("", "ftypheic...."), ".jpg"); // no HEIC sniffing
-}
-
-TEST(ImageBytesTest, DataURLsDecodeStrictly) {
+TEST(ImageBytesTest, DataAddressesDecodeStrictly) {
     auto decoded = ImageBytes::fromDataURL("data:image/png;base64,iVBORw0KGgo=");
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->meta, "data:image/png;base64");
-    EXPECT_EQ(decoded->data, bytes({ 0x89, 'P', 'N', 'G', 0x0d, 0x0a, 0x1a, 0x0a }));
-    EXPECT_EQ(ImageBytes::decodeBase64("R0lG").value_or("?"), "GIF");
-    EXPECT_EQ(ImageBytes::decodeBase64("YQ==").value_or("?"), "a");
-    EXPECT_EQ(ImageBytes::decodeBase64("YWI=").value_or("?"), "ab");
-    EXPECT_EQ(ImageBytes::decodeBase64("").value_or("?"), "");
-    for (const char* bad : { "YQ", "Y===", "YQ=a", "YQ==YQ==", "YW I=", "YW\nI", "YW*=", "=AAA" })
-        EXPECT_FALSE(ImageBytes::decodeBase64(bad)) << bad;
-
-    EXPECT_FALSE(ImageBytes::fromDataURL("data:image/png;base64,"));   // empty data
-    EXPECT_FALSE(ImageBytes::fromDataURL("data:image/png;base64"));    // no comma
-    EXPECT_FALSE(ImageBytes::fromDataURL("blob:http://x/1,R0lG"));     // not a data URL
-    EXPECT_FALSE(ImageBytes::fromDataURL("data:image/png;base64,R0l!")); // invalid character
+    EXPECT_EQ(decoded->data, "\x89PNG\r\n\x1a\n");
     EXPECT_EQ(ImageBytes::fromDataURL("data:,R0lG")->data, "GIF");
+    EXPECT_EQ(ImageBytes::decodeBase64("YQ==").value_or("?"), "a");
+    EXPECT_EQ(ImageBytes::decodeBase64("").value_or("?"), "");
+    for (const char* bad : { "YQ", "YQ=a", "YQ==YQ==", "YW I=", "=AAA" })
+        EXPECT_FALSE(ImageBytes::decodeBase64(bad)) << bad;
+    for (const char* bad : { "data:image/png;base64,", "data:image/png;base64", "blob:http://x/1,R0lG", "data:image/png;base64,R0l!" })
+        EXPECT_FALSE(ImageBytes::fromDataURL(bad)) << bad;
+}
+
+// Photo file names are tokens of their addresses. The values come from an
+// independent big-integer computation of the same recurrence, modulo 2^64.
+TEST(TokenTest, KnownValuesOfBytesWrappingAt64Bits) {
+    EXPECT_EQ(token(""), "45h");
+    EXPECT_EQ(token("hello"), "2orgj27b");
+    EXPECT_EQ(token("Grüße ✉"), "2wwq49ggmcyxt");
+    EXPECT_EQ(token(std::string(100, 'x')), "1rh46cgnzfvnp");
+    EXPECT_EQ(token("owa:" + token("data:image/png;base64,AAAA")), "11nvstsxy8lya");
 }
 
 } // namespace

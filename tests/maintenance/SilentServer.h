@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GRef.h"
+#include "support/FixtureServer.h"
 
 #include <gio/gio.h>
 
@@ -14,17 +15,20 @@ namespace orvane::test {
 // counts the requests it got and the connections the client closed.
 class SilentServer {
 public:
-    SilentServer() : m_service(adopt(g_socket_service_new())) {
-        GInetAddress* loopback = g_inet_address_new_loopback(G_SOCKET_FAMILY_IPV4);
-        GSocketAddress* address = g_inet_socket_address_new(loopback, 0);
+    SilentServer() {
+        Ref<GInetAddress> loopback = adopt(g_inet_address_new_loopback(G_SOCKET_FAMILY_IPV4));
+        Ref<GSocketAddress> address = adopt(g_inet_socket_address_new(loopback.get(), 0));
         GSocketAddress* bound = nullptr;
-        g_socket_listener_add_address(G_SOCKET_LISTENER(m_service.get()), address, G_SOCKET_TYPE_STREAM,
+        g_socket_listener_add_address(G_SOCKET_LISTENER(m_service.get()), address.get(), G_SOCKET_TYPE_STREAM,
             G_SOCKET_PROTOCOL_TCP, nullptr, &bound, nullptr);
         m_port = bound ? g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound)) : 0;
         g_clear_object(&bound);
-        g_object_unref(address);
-        g_object_unref(loopback);
-        g_signal_connect(m_service.get(), "incoming", G_CALLBACK(onIncoming), this);
+        g_signal_connect(m_service.get(), "incoming", G_CALLBACK(+[](GSocketService*, GSocketConnection* socket, GObject*, gpointer self) {
+            auto& connections = static_cast<SilentServer*>(self)->m_connections;
+            connections.push_back(std::make_unique<Connection>(Connection { Ref<GSocketConnection>(socket), static_cast<SilentServer*>(self) }));
+            readMore(connections.back().get());
+            return TRUE;
+        }), this);
     }
     ~SilentServer() {
         g_socket_service_stop(m_service.get());
@@ -35,10 +39,9 @@ public:
     std::string uri(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(m_port) + path; }
     int requests() const {
         int count = 0;
-        for (const auto& connection : m_connections) {
+        for (const auto& connection : m_connections)
             for (size_t at = connection->received.find("GET "); at != std::string::npos; at = connection->received.find("GET ", at + 1))
                 ++count;
-        }
         return count;
     }
     int closedConnections() const {
@@ -51,58 +54,35 @@ public:
 private:
     struct Connection {
         Ref<GSocketConnection> socket;
-        std::string received;
-        char buffer[4096];
-        bool closed = false;
         SilentServer* server = nullptr;
+        std::string received;
+        char buffer[4096] {};
+        bool closed = false;
     };
 
-    static gboolean onIncoming(GSocketService*, GSocketConnection* socket, GObject*, gpointer data) {
-        auto* self = static_cast<SilentServer*>(data);
-        auto connection = std::make_unique<Connection>();
-        connection->socket = Ref<GSocketConnection>(socket);
-        connection->server = self;
-        readMore(connection.get(), self->m_cancellable.get());
-        self->m_connections.push_back(std::move(connection));
-        return TRUE;
-    }
-
-    static void readMore(Connection* connection, GCancellable* cancellable) {
-        GInputStream* input = g_io_stream_get_input_stream(G_IO_STREAM(connection->socket.get()));
-        g_input_stream_read_async(input, connection->buffer, sizeof connection->buffer, G_PRIORITY_DEFAULT, cancellable,
+    static void readMore(Connection* connection) {
+        g_input_stream_read_async(g_io_stream_get_input_stream(G_IO_STREAM(connection->socket.get())), connection->buffer,
+            sizeof connection->buffer, G_PRIORITY_DEFAULT, connection->server->m_cancellable.get(),
             [](GObject* stream, GAsyncResult* result, gpointer data) {
                 GErrorPtr error;
                 gssize size = g_input_stream_read_finish(G_INPUT_STREAM(stream), result, GErrorOut(error));
                 if (isCancelled(error.get()))
                     return;
                 auto* connection = static_cast<Connection*>(data);
-                if (size <= 0) {
-                    connection->closed = true;
-                    return;
-                }
+                if (size <= 0)
+                    return (void)(connection->closed = true);
                 connection->received.append(connection->buffer, static_cast<size_t>(size));
-                readMore(connection, connection->server->m_cancellable.get());
-            },
-            connection);
+                readMore(connection);
+            }, connection);
     }
 
-    Ref<GSocketService> m_service;
+    Ref<GSocketService> m_service = adopt(g_socket_service_new());
     Ref<GCancellable> m_cancellable = adopt(g_cancellable_new());
     std::vector<std::unique_ptr<Connection>> m_connections;
     unsigned m_port = 0;
 };
 
-// A loopback port nobody listens on: connections to it are refused.
-inline unsigned refusingLoopbackPort() {
-    Ref<GSocket> socket = adopt(g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, nullptr));
-    Ref<GInetAddress> loopback = adopt(g_inet_address_new_loopback(G_SOCKET_FAMILY_IPV4));
-    Ref<GSocketAddress> address = adopt(g_inet_socket_address_new(loopback.get(), 0));
-    if (!socket || !g_socket_bind(socket.get(), address.get(), FALSE, nullptr))
-        return 0;
-    Ref<GSocketAddress> bound = adopt(g_socket_get_local_address(socket.get(), nullptr));
-    unsigned port = bound ? g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound.get())) : 0;
-    g_socket_close(socket.get(), nullptr);
-    return port;
-}
+// A loopback port nobody listens on any more: connections to it are refused.
+inline unsigned refusingLoopbackPort() { return FixtureServer().port(); }
 
 } // namespace orvane::test

@@ -7,6 +7,7 @@
 #include "AccountStore.h"
 #include "Files.h"
 #include "MailService.h"
+#include "support/TestServices.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
@@ -38,7 +39,7 @@ protected:
         std::string path = makeTempFolder("overrides") + "/services.json";
         ASSERT_TRUE(Files::replaceAtomically(path, overrides.dump()));
         g_setenv("ORVANE_SERVICE_OVERRIDES", path.c_str(), TRUE);
-        ASSERT_EQ(MailService::gmail().homeURL, server.uri(gmailPath)) << "the catalogue was built before the test";
+        ASSERT_EQ(test::testServices().gmail().homeURL, server.uri(gmailPath)) << "the catalogue was built before the test";
     }
 
     void SetUp() override {

@@ -13,8 +13,8 @@ TEST(NavigationRulesWebTest, InAppHostsKeepTheirAddresses) {
     NavigationDelegate gmail(std::nullopt, {});
     NavigationDelegate calendar(AccountService::Calendar, {});
     NavigationDelegate outlook(AccountService::Outlook, {});
-    EXPECT_EQ(gmail.inAppHosts(), MailService::gmail().inAppHosts);
-    EXPECT_EQ(outlook.inAppHosts(), MailService::outlook().inAppHosts);
+    EXPECT_EQ(gmail.inAppHosts(), test::testServices().gmail().inAppHosts);
+    EXPECT_EQ(outlook.inAppHosts(), test::testServices().outlook().inAppHosts);
     struct Case {
         const NavigationDelegate& delegate;
         std::string uri;

@@ -1,0 +1,115 @@
+#include "AppWebHost.h"
+
+#include "GRef.h"
+#include "MessageDialogPresenter.h"
+
+#include <string>
+
+namespace orvane {
+
+namespace {
+
+constexpr int kBusTimeoutMs = 1000;
+
+bool nameHasOwner(GDBusConnection* bus, const char* name) {
+    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+        "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"),
+        G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
+    gboolean owned = FALSE;
+    if (reply)
+        g_variant_get(reply.get(), "(b)", &owned);
+    return owned;
+}
+
+bool serverAdvertisesBodyMarkup(GDBusConnection* bus) {
+    GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.Notifications",
+        "/org/freedesktop/Notifications", "org.freedesktop.Notifications", "GetCapabilities", nullptr,
+        G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, kBusTimeoutMs, nullptr, nullptr));
+    // A server that does not answer is taken to read markup: escaping is the
+    // side on which a page's text can never become a link or an image.
+    if (!reply)
+        return true;
+    GVariantIter* capabilities = nullptr;
+    g_variant_get(reply.get(), "(as)", &capabilities);
+    bool markup = false;
+    const char* capability = nullptr;
+    while (g_variant_iter_next(capabilities, "&s", &capability))
+        markup = markup || g_str_equal(capability, "body-markup");
+    g_variant_iter_free(capabilities);
+    return markup;
+}
+
+// Whether the bodies Orvane sends are read as markup. GLib picks its
+// notification backend once per process, at the first notification:
+// GNOTIFICATION_BACKEND when set, else the portal inside a sandbox, else
+// org.gtk.Notifications when that name is owned, else
+// org.freedesktop.Notifications. The first three take plain text; only the
+// last passes the body on as it is, and its server reads markup in it when
+// it has the "body-markup" capability. Decided once, right before the first
+// notification, the way GLib decides.
+bool decideBodyIsMarkup(GApplication* app) {
+    GDBusConnection* bus = g_application_get_dbus_connection(app);
+    std::string backend = g_getenv("GNOTIFICATION_BACKEND") ? g_getenv("GNOTIFICATION_BACKEND") : "";
+    if (backend != "gtk" && backend != "freedesktop" && backend != "portal") {
+        const char* portal = g_getenv("GTK_USE_PORTAL");
+        if (g_file_test("/.flatpak-info", G_FILE_TEST_EXISTS) || (portal && portal[0] == '1'))
+            backend = "portal";
+        else if (bus && nameHasOwner(bus, "org.gtk.Notifications"))
+            backend = "gtk";
+        else
+            backend = "freedesktop";
+    }
+    return backend == "freedesktop" && (!bus || serverAdvertisesBodyMarkup(bus));
+}
+
+
+} // namespace
+
+void AppWebHost::openInBrowser(const std::string& address, WebKitWebView* from) {
+    GdkDisplay* display = from ? gtk_widget_get_display(GTK_WIDGET(from)) : gdk_display_get_default();
+    Ref<GdkAppLaunchContext> context;
+    if (display)
+        context = adopt(gdk_display_get_app_launch_context(display));
+    GError* error = nullptr;
+    if (!g_app_info_launch_default_for_uri(address.c_str(), context ? G_APP_LAUNCH_CONTEXT(context.get()) : nullptr,
+            &error)) {
+        g_warning("Could not open a link in the browser: %s", error->message);
+        g_error_free(error);
+    }
+}
+
+void AppWebHost::openMailLink(const std::string& address) {
+    // Routed as if the desktop had opened the link with Orvane.
+    Ref<GFile> file = adopt(g_file_new_for_uri(address.c_str()));
+    GFile* files[] = { file.get() };
+    g_application_open(G_APPLICATION(m_application), files, 1, "");
+}
+
+bool AppWebHost::ask(GtkWindow* parent, const ScriptDialogs::Request& request, ScriptDialogs::Completion completion) {
+    MessageDialogPresenter::present(parent, request, std::move(completion));
+    return true;
+}
+
+GtkWindow* AppWebHost::newWindow() {
+    auto* window = GTK_WINDOW(gtk_window_new());
+    // A window of the application, so its keyboard shortcuts (paste as plain
+    // text, print, quit…) work in pop-ups as in the main window.
+    gtk_window_set_application(window, m_application);
+    return window;
+}
+
+bool AppWebHost::sendNotification(const std::string& id, GNotification* notification) {
+    auto* app = G_APPLICATION(m_application);
+    if (!g_application_get_is_registered(app) || g_application_get_is_remote(app))
+        return false;
+    g_application_send_notification(app, id.c_str(), notification);
+    return true;
+}
+
+bool AppWebHost::notificationBodyIsMarkup() {
+    if (!m_bodyIsMarkup)
+        m_bodyIsMarkup = decideBodyIsMarkup(G_APPLICATION(m_application));
+    return *m_bodyIsMarkup;
+}
+
+} // namespace orvane
