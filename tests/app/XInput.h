@@ -1,8 +1,8 @@
 #pragma once
 
-// Real pointer and key input for widget tests, sent through the X server
-// (XTest, with xdotool) so that gestures and shortcut controllers see exactly
-// what a user's hardware would produce. Only on the X11 backend (Xvfb).
+// Real pointer and key input for widget and web tests, sent through the X
+// server (XTest, with xdotool) so that gestures and shortcut controllers see
+// exactly what a user's hardware would produce. Only on the X11 backend (Xvfb).
 
 #include "support/Wait.h"
 
@@ -27,19 +27,15 @@
 
 namespace orvane::test {
 
-inline bool runXdotool(const std::vector<std::string>& args) {
-    std::vector<char*> argv;
-    std::string program = "xdotool";
-    argv.push_back(program.data());
-    std::vector<std::string> copies = args;
-    for (auto& arg : copies)
+inline bool runXdotool(std::vector<std::string> args) {
+    std::vector<char*> argv { const_cast<char*>("xdotool") };
+    for (auto& arg : args)
         argv.push_back(arg.data());
     argv.push_back(nullptr);
     int status = -1;
-    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, nullptr,
-            &status, nullptr))
-        return false;
-    return g_spawn_check_wait_status(status, nullptr);
+    return g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, nullptr, &status,
+               nullptr)
+        && g_spawn_check_wait_status(status, nullptr);
 }
 
 // Tests that move the shared pointer take turns: ctest runs test processes in
@@ -51,16 +47,12 @@ public:
         const char* display = g_getenv("DISPLAY");
         std::string path = std::string(g_get_tmp_dir()) + "/orvane-xinput-" + (display ? display : "none") + ".lock";
         m_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (m_fd < 0)
-            return;
-        waitUntil([this] { return flock(m_fd, LOCK_EX | LOCK_NB) == 0 && (m_held = true); }, std::chrono::seconds(60));
+        if (m_fd >= 0)
+            waitUntil([this] { return (m_held = flock(m_fd, LOCK_EX | LOCK_NB) == 0); }, std::chrono::seconds(60));
     }
     ~XInputLock() {
-        if (m_fd >= 0) {
-            if (m_held)
-                flock(m_fd, LOCK_UN);
-            close(m_fd);
-        }
+        if (m_fd >= 0)
+            close(m_fd); // releases the lock
     }
     XInputLock(const XInputLock&) = delete;
     XInputLock& operator=(const XInputLock&) = delete;
@@ -76,42 +68,24 @@ inline bool canSendXInput(GtkWidget* widget) {
     return native && GDK_IS_X11_SURFACE(gtk_native_get_surface(native)) && g_find_program_in_path("xdotool");
 }
 
-// The X window of `widget`'s surface and the point (x, y) of the widget in it.
-inline bool xPoint(GtkWidget* widget, double x, double y, unsigned long& xid, int& outX, int& outY) {
-    GtkNative* native = gtk_widget_get_native(widget);
-    if (!native)
-        return false;
-    graphene_point_t in = GRAPHENE_POINT_INIT(float(x), float(y));
-    graphene_point_t out;
-    if (!gtk_widget_compute_point(widget, GTK_WIDGET(native), &in, &out))
-        return false;
-    double dx = 0;
-    double dy = 0;
-    gtk_native_get_surface_transform(native, &dx, &dy);
-    xid = gdk_x11_surface_get_xid(gtk_native_get_surface(native));
-    outX = int(std::lround(out.x + dx));
-    outY = int(std::lround(out.y + dy));
-    return true;
-}
-
 // Moves the pointer onto the widget's centre (or the given point), then runs
 // the xdotool commands that follow (for instance {"click", "3"}).
 inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, double x = -1, double y = -1) {
-    if (x < 0)
-        x = gtk_widget_get_width(widget) / 2.0;
-    if (y < 0)
-        y = gtk_widget_get_height(widget) / 2.0;
-    unsigned long xid = 0;
-    int px = 0;
-    int py = 0;
-    if (!xPoint(widget, x, y, xid, px, py))
+    GtkNative* native = gtk_widget_get_native(widget);
+    graphene_point_t in = GRAPHENE_POINT_INIT(float(x < 0 ? gtk_widget_get_width(widget) / 2.0 : x),
+        float(y < 0 ? gtk_widget_get_height(widget) / 2.0 : y));
+    graphene_point_t out;
+    if (!native || !gtk_widget_compute_point(widget, GTK_WIDGET(native), &in, &out))
         return false;
+    double dx = 0, dy = 0;
+    gtk_native_get_surface_transform(native, &dx, &dy);
+    std::string xid = std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(native)));
+    auto px = [&](double v, double d, int nudge) { return std::to_string(std::lround(v + d) + nudge); };
     // Arrive with a motion, as a hand would: a pointer that is already there
-    // after a popover closed may not count as over the window yet.
-    // Another test's window may have been mapped over this one: raise it first.
-    std::vector<std::string> args = { "windowraise", std::to_string(xid), "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px + 2),
-        std::to_string(py + 2), "mousemove", "--sync", "--window", std::to_string(xid), std::to_string(px),
-        std::to_string(py) };
+    // after a popover closed may not count as over the window yet. Another
+    // test's window may have been mapped over this one: raise it first.
+    std::vector<std::string> args = { "windowraise", xid, "mousemove", "--sync", "--window", xid, px(out.x, dx, 2),
+        px(out.y, dy, 2), "mousemove", "--sync", "--window", xid, px(out.x, dx, 0), px(out.y, dy, 0) };
     args.insert(args.end(), then.begin(), then.end());
     bool ok = runXdotool(args);
     drainEvents();

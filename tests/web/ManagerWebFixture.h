@@ -1,24 +1,25 @@
 #pragma once
 
 // A WebViewManager over a fresh AccountStore, in fresh XDG folders, with the
-// services pointed at the fixture server. Shared by the *WebTest.cpp files of
-// this folder.
+// services pointed at the fixture server, and the account views shown in one
+// window. Shared by the web and bridge tests.
 
+#include "AccountBridges.h"
 #include "AccountStore.h"
 #include "Files.h"
-#include "MailService.h"
-#include "support/TestServices.h"
+#include "WebViewManager.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
+#include "support/TestServices.h"
+#include "support/TestWebHost.h"
 #include "support/Wait.h"
 #include "support/WebViewTest.h"
-#include "NavigationDelegate.h"
-#include "WebViewManager.h"
 
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,46 +29,41 @@ namespace orvane::test {
 class ManagerWebFixture : public ::testing::Test {
 protected:
     // Each test runs in its own process, so the service catalogue is built
-    // from these paths the first time anything reads it.
+    // from these paths the first time anything reads it: the manager is
+    // made here, after them.
     void useServices(const std::string& gmailPath, const std::string& outlookPath = "/outlook/mail/",
         const std::string& calendarPath = "/calendar/") {
-        nlohmann::json overrides = {
-            { "gmail", { { "homeURL", server.uri(gmailPath) }, { "inAppHosts", { "127.0.0.1" } } } },
-            { "outlook", { { "homeURL", server.uri(outlookPath) }, { "inAppHosts", { "127.0.0.1" } } } },
-            { "calendar", { { "homeURL", server.uri(calendarPath) }, { "inAppHosts", { "127.0.0.1" } } } },
-        };
+        nlohmann::json overrides;
+        for (const auto& [name, path] : { std::pair { "gmail", gmailPath }, { "outlook", outlookPath }, { "calendar", calendarPath } })
+            overrides[name] = { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
         std::string path = makeTempFolder("overrides") + "/services.json";
         ASSERT_TRUE(Files::replaceAtomically(path, overrides.dump()));
         g_setenv("ORVANE_SERVICE_OVERRIDES", path.c_str(), TRUE);
-        ASSERT_EQ(test::testServices().gmail().homeURL, server.uri(gmailPath)) << "the catalogue was built before the test";
+        ASSERT_EQ(testServices().gmail().homeURL, server.uri(gmailPath)) << "the catalogue was built before the test";
+        makeManager();
     }
 
     void SetUp() override {
         freshXDGFolders();
-        NavigationDelegate::setBrowserOpener([this](const std::string& uri) { browserURIs.push_back(uri); });
-        NavigationDelegate::setMailOpener([this](const std::string& uri) { mailURIs.push_back(uri); });
         window = GTK_WINDOW(gtk_window_new());
         gtk_window_set_default_size(window, 1024, 768);
         stack = GTK_STACK(gtk_stack_new());
         gtk_window_set_child(window, GTK_WIDGET(stack));
         gtk_window_present(window);
         store = std::make_unique<AccountStore>();
-        manager = std::make_unique<WebViewManager>();
+    }
+    // A manager with the bridges the application adds to every view.
+    void makeManager(std::chrono::milliseconds unreadPollInterval = WebViewManager::kUnreadPollInterval) {
+        manager.reset();
+        manager = std::make_unique<WebViewManager>(host, testServices(), unreadPollInterval);
+        bridges = &manager->addExtension(std::make_unique<AccountBridges>(*manager));
     }
 
     void TearDown() override {
         manager.reset();
         store.reset();
-        if (window)
-            gtk_window_destroy(window);
-        NavigationDelegate::setBrowserOpener({});
-        NavigationDelegate::setMailOpener({});
-        bool allGone = waitUntil([&] {
-            for (gpointer p : m_watched)
-                if (p)
-                    return false;
-            return true;
-        }, 5s);
+        gtk_window_destroy(window);
+        bool allGone = waitUntil([&] { return std::ranges::all_of(m_watched, [](gpointer p) { return !p; }); }, 5s);
         for (auto& p : m_watched)
             if (p)
                 g_object_remove_weak_pointer(G_OBJECT(p), &p);
@@ -96,9 +92,7 @@ protected:
             JSResult result;
         };
         auto pending = std::make_shared<Pending>();
-        auto* holder = new std::shared_ptr<Pending>(pending);
-        webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr, nullptr,
-            nullptr,
+        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr, nullptr,
             [](GObject* source, GAsyncResult* res, gpointer data) {
                 std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
                 GErrorPtr error;
@@ -107,27 +101,17 @@ protected:
                 (*p)->result = resultFromJSC(value.get(), error.get());
                 (*p)->done = true;
             },
-            holder);
+            new std::shared_ptr<Pending>(pending));
         if (!waitUntil([&] { return pending->done; }, timeout))
             return JSResult { false, nullptr, "timed out" };
         return pending->result;
     }
 
     static bool waitForJS(WebKitWebView* view, const std::string& expression, std::chrono::milliseconds timeout = 10s) {
-        gint64 deadline = g_get_monotonic_time() + std::chrono::duration_cast<std::chrono::microseconds>(timeout).count();
-        while (g_get_monotonic_time() < deadline) {
+        return waitUntil([&] {
             auto result = runJS(view, "!!(" + expression + ")", 5s);
-            if (result.ok && result.value == true)
-                return true;
-            bool tick = false;
-            guint id = g_timeout_add(25, [](gpointer d) -> gboolean {
-                *static_cast<bool*>(d) = true;
-                return G_SOURCE_REMOVE;
-            }, &tick);
-            if (!waitUntil([&] { return tick; }, 1s))
-                g_source_remove(id);
-        }
-        return false;
+            return result.ok && result.value == true;
+        }, timeout);
     }
 
     void expectDeletedAtEnd(gpointer object) {
@@ -138,12 +122,14 @@ protected:
     }
 
     FixtureServer server;
+    TestWebHost host;
     std::unique_ptr<AccountStore> store;
     std::unique_ptr<WebViewManager> manager;
+    AccountBridges* bridges = nullptr; // owned by manager
     GtkWindow* window = nullptr; // owned
     GtkStack* stack = nullptr;   // owned by window
-    std::vector<std::string> browserURIs;
-    std::vector<std::string> mailURIs;
+    std::vector<std::string>& browserURIs = host.browserURIs; // what went to the browser
+    std::vector<std::string>& mailURIs = host.mailURIs;       // what went to the mail-link routing
 
 private:
     std::vector<gpointer> m_watched;

@@ -1,83 +1,21 @@
+// Unread counts from the pages' titles and Outlook's poll, and their total on
+// the launcher icon. Reading the titles is TitleParsersTest's, the poll
+// script's answers PageScriptsWebTest's.
 #include "AppPaths.h"
-#include "MailService.h"
 #include "DockBadge.h"
 
 #include "ManagerWebFixture.h"
 
+#include <glib/gstdio.h>
+
 namespace orvane::test {
 namespace {
-
-// The launcher entry signals seen on the session bus, from a connection of
-// the test's own.
-class BadgeWatcher {
-public:
-    struct Update {
-        std::string appURI;
-        int64_t count = -1;
-        bool visible = false;
-    };
-
-    BadgeWatcher() {
-        GCharPtr address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
-        if (!address)
-            return;
-        m_bus = adopt(g_dbus_connection_new_for_address_sync(address.get(),
-            GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-            nullptr, nullptr, nullptr));
-        if (!m_bus)
-            return;
-        m_subscription = g_dbus_connection_signal_subscribe(m_bus.get(), nullptr, DockBadge::kInterface, DockBadge::kMember,
-            DockBadge::kObjectPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-            +[](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* parameters, gpointer self) {
-                static_cast<BadgeWatcher*>(self)->record(parameters);
-            },
-            this, nullptr);
-        // The match rule is in place once a round trip to the bus has completed.
-        GVariantPtr reply(g_dbus_connection_call_sync(m_bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-            "org.freedesktop.DBus", "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr));
-    }
-    ~BadgeWatcher() {
-        if (m_bus && m_subscription)
-            g_dbus_connection_signal_unsubscribe(m_bus.get(), m_subscription);
-    }
-
-    bool ready() const { return m_bus && m_subscription; }
-    const std::vector<Update>& updates() const { return m_updates; }
-    // Waits for the next update and returns its count (-1 if none came).
-    int64_t next() {
-        size_t seen = m_seen;
-        if (!waitUntil([&] { return m_updates.size() > seen; }))
-            return -1;
-        m_seen = m_updates.size();
-        return m_updates.back().count;
-    }
-
-private:
-    void record(GVariant* parameters) {
-        if (!g_variant_is_of_type(parameters, G_VARIANT_TYPE("(sa{sv})")))
-            return;
-        Update update;
-        const char* uri = nullptr;
-        GVariant* properties = nullptr;
-        g_variant_get(parameters, "(&s@a{sv})", &uri, &properties);
-        update.appURI = uri;
-        g_variant_lookup(properties, "count", "x", &update.count);
-        g_variant_lookup(properties, "count-visible", "b", &update.visible);
-        g_variant_unref(properties);
-        m_updates.push_back(update);
-    }
-
-    Ref<GDBusConnection> m_bus;
-    guint m_subscription = 0;
-    std::vector<Update> m_updates;
-    size_t m_seen = 0;
-};
 
 class UnreadCountsWebTest : public ManagerWebFixture {
 protected:
     void setTitle(WebKitWebView* view, const std::string& title) {
         ASSERT_TRUE(runJS(view, "document.title = " + jsonLiteral(title) + "; true").ok);
-        ASSERT_TRUE(waitUntil([&] { return webkit_web_view_get_title(view) && title == webkit_web_view_get_title(view); }));
+        ASSERT_TRUE(waitUntil([&] { return g_strcmp0(webkit_web_view_get_title(view), title.c_str()) == 0; }));
     }
     std::optional<int64_t> count(const std::string& id) const {
         auto it = manager->unreadCounts().find(id);
@@ -85,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(UnreadCountsWebTest, TitlesSetCountsAndRenameOnce) {
+TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     useServices("/web/plain.html");
     manager->configure(*store);
     const Account account = store->addAccount();
@@ -95,32 +33,21 @@ TEST_F(UnreadCountsWebTest, TitlesSetCountsAndRenameOnce) {
     ASSERT_TRUE(waitLoaded(view));
     EXPECT_FALSE(count(account.id)) << "the page's own title carries no count";
 
-    setTitle(view, "Inbox (3) - someone@example.com - Gmail");
-    EXPECT_EQ(count(account.id), 3);
-    EXPECT_EQ(store->account(account.id)->label, "someone@example.com");
-    auto saved = Files::read(AppPaths::accountsFile(), 1 << 20);
-    ASSERT_TRUE(saved);
-    EXPECT_NE(saved->find("someone@example.com"), std::string::npos);
-    EXPECT_GE(notified, 1);
-
-    // The same label again: counts change, the file is not written.
-    ASSERT_TRUE(Files::removeTree(AppPaths::accountsFile()));
-    setTitle(view, "Inbox (5) - someone@example.com - Gmail");
-    EXPECT_EQ(count(account.id), 5);
-    setTitle(view, "Inbox (6) someone@example.com Gmail");
-    EXPECT_EQ(count(account.id), 6);
-    EXPECT_FALSE(Files::exists(AppPaths::accountsFile()));
-
-    // A title without a count keeps the count.
-    setTitle(view, "Loading");
-    EXPECT_EQ(count(account.id), 6);
-    EXPECT_EQ(store->account(account.id)->label, "someone@example.com");
-
-    // A new label renames again.
-    setTitle(view, "Inbox (0) - other@example.com - Gmail");
-    EXPECT_EQ(count(account.id), 0);
-    EXPECT_EQ(store->account(account.id)->label, "other@example.com");
-    EXPECT_TRUE(Files::exists(AppPaths::accountsFile()));
+    // Each title: the count and label after it, and whether accounts.json was written.
+    const std::tuple<std::string, std::optional<int64_t>, std::string, bool> titles[] = {
+        { "Inbox (3) - someone@example.com - Gmail", 3, "someone@example.com", true },
+        { "Inbox (5) - someone@example.com - Gmail", 5, "someone@example.com", false },
+        { "Loading", 5, "someone@example.com", false }, // no count keeps the count
+        { "Inbox (0) - other@example.com - Gmail", 0, "other@example.com", true },
+    };
+    for (const auto& [title, unread, label, saved] : titles) {
+        g_remove(AppPaths::accountsFile().c_str());
+        setTitle(view, title);
+        EXPECT_EQ(count(account.id), unread) << title;
+        EXPECT_EQ(store->account(account.id)->label, label) << title;
+        EXPECT_EQ(Files::exists(AppPaths::accountsFile()), saved) << title;
+    }
+    EXPECT_GE(notified, 3);
 
     // Another site that a script sent the view to names nothing: neither
     // once it shows, nor while it still runs as a redirect to the service's
@@ -136,10 +63,9 @@ TEST_F(UnreadCountsWebTest, TitlesSetCountsAndRenameOnce) {
         soup_server_message_pause(message);
     });
     ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/elsewhere")) + "; true").ok);
-    ASSERT_TRUE(waitUntil([&] { return webkit_web_view_get_title(view) && intruder == webkit_web_view_get_title(view); }));
+    ASSERT_TRUE(waitUntil([&] { return g_strcmp0(webkit_web_view_get_title(view), intruder.c_str()) == 0; }));
     ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/hop")) + "; true").ok);
-    ASSERT_TRUE(waitUntil([&] { return held != nullptr; }));
-    ASSERT_TRUE(waitUntil([&] { return g_str_has_suffix(webkit_web_view_get_uri(view), "/web/held"); }));
+    ASSERT_TRUE(waitUntil([&] { return held && g_str_has_suffix(webkit_web_view_get_uri(view), "/web/held"); }));
     setTitle(view, "Inbox (8) - intruder@example.com - Gmail");
     EXPECT_EQ(count(account.id), 0);
     EXPECT_EQ(store->account(account.id)->label, "other@example.com");
@@ -148,10 +74,42 @@ TEST_F(UnreadCountsWebTest, TitlesSetCountsAndRenameOnce) {
     EXPECT_TRUE(waitLoaded(view));
 }
 
-TEST_F(UnreadCountsWebTest, OutlookIsPolledAndGmailIsNot) {
+TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
+    // The launcher entry's signals, seen from a bus connection of the test's own.
+    std::vector<std::pair<int64_t, bool>> badge; // count, visible
+    GCharPtr address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
+    ASSERT_TRUE(address) << "no session bus";
+    auto bus = adopt(g_dbus_connection_new_for_address_sync(address.get(),
+        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr));
+    ASSERT_TRUE(bus);
+    guint subscription = g_dbus_connection_signal_subscribe(bus.get(), nullptr, DockBadge::kInterface, DockBadge::kMember,
+        DockBadge::kObjectPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+        +[](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* parameters, gpointer data) {
+            const char* uri = nullptr;
+            GVariant* raw = nullptr;
+            g_variant_get(parameters, "(&s@a{sv})", &uri, &raw);
+            GVariantPtr properties(raw);
+            int64_t total = -1;
+            gboolean visible = FALSE;
+            g_variant_lookup(properties.get(), "count", "x", &total);
+            g_variant_lookup(properties.get(), "count-visible", "b", &visible);
+            if (g_strcmp0(uri, DockBadge::kAppURI) == 0)
+                static_cast<decltype(badge)*>(data)->emplace_back(total, visible);
+        }, &badge, nullptr);
+    // The match rule is in place once a round trip to the bus has completed.
+    GVariantPtr reply(g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+        "org.freedesktop.DBus", "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr));
+    auto badgeShows = [&](int64_t total) {
+        return waitUntil([&] { return !badge.empty() && badge.back() == std::pair(total, total > 0); });
+    };
+
     useServices("/web/plain.html", "/web/plain.html?outlook");
+    makeManager(100ms);
     const Account outlook = store->addOutlookAccount();
     const Account gmail = store->addAccount();
+    manager->configure(*store);
+    EXPECT_TRUE(badgeShows(0));
     WebKitWebView* outlookView = show(outlook);
     WebKitWebView* gmailView = show(gmail);
     ASSERT_TRUE(waitLoaded(outlookView));
@@ -168,79 +126,46 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndGmailIsNot) {
         true
     )JS";
     ASSERT_TRUE(runJS(outlookView, counter).ok);
-    ASSERT_TRUE(runJS(gmailView, counter).ok);
-    ASSERT_TRUE(runJS(gmailView, "showInbox('Inbox (9 unread)'); true").ok);
-    auto polls = [&](WebKitWebView* view) { return runJS(view, "window.polls").value.get<int>(); };
-
-    // No inbox folder yet: -1, which records nothing.
-    ASSERT_TRUE(waitForJS(outlookView, "window.polls >= 1", 15s));
+    ASSERT_TRUE(runJS(gmailView, std::string(counter) + "; showInbox('Inbox (9 unread)'); true").ok);
+    // Changes the page, then waits until a poll that started after the change
+    // has ended: the next one has started (the script is synchronous, and
+    // its answer comes back before the test's own question).
+    auto pollsAfter = [&](const std::string& change) {
+        int before = runJS(outlookView, change + "; window.polls").value.get<int>();
+        return waitForJS(outlookView, "window.polls > " + std::to_string(before + 1));
+    };
+    // No inbox folder: -1, which records nothing; a folder without a count:
+    // 0 is a count; gone again, -1 keeps the count.
+    ASSERT_TRUE(pollsAfter("0"));
     EXPECT_FALSE(count(outlook.id));
-
-    ASSERT_TRUE(runJS(outlookView, "showInbox('Inbox (4 unread)'); true").ok);
-    ASSERT_TRUE(waitUntil([&] { return count(outlook.id) == 4; }, 15s));
-
-    // The folder gone again: -1 keeps the 4.
-    ASSERT_TRUE(runJS(outlookView, "hideInbox(); true").ok);
-    int before = polls(outlookView);
-    ASSERT_TRUE(waitForJS(outlookView, "window.polls > " + std::to_string(before), 15s));
+    ASSERT_TRUE(pollsAfter("showInbox('Inbox')"));
+    EXPECT_EQ(count(outlook.id), 0);
+    ASSERT_TRUE(pollsAfter("showInbox('Inbox (4 unread)')"));
     EXPECT_EQ(count(outlook.id), 4);
-
-    // A folder without a count: 0 is a count.
-    ASSERT_TRUE(runJS(outlookView, "showInbox('Inbox'); true").ok);
-    ASSERT_TRUE(waitUntil([&] { return count(outlook.id) == 0; }, 15s));
-
-    // Several polls of the Outlook page later, the Gmail page was never asked.
-    EXPECT_GE(polls(outlookView), 3);
-    EXPECT_EQ(polls(gmailView), 0);
+    ASSERT_TRUE(pollsAfter("hideInbox()"));
+    EXPECT_EQ(count(outlook.id), 4);
+    EXPECT_EQ(runJS(gmailView, "window.polls").value, 0) << "the Gmail page is never asked";
     EXPECT_FALSE(count(gmail.id));
 
-    // After discard the timer is gone: no count comes back.
-    manager->discard(outlook);
-    EXPECT_FALSE(count(outlook.id));
-}
-
-TEST_F(UnreadCountsWebTest, TheDockBadgeShowsTheTotal) {
-    BadgeWatcher badge;
-    ASSERT_TRUE(badge.ready()) << "no session bus";
-    useServices("/web/plain.html");
-    const Account first = store->addAccount();
-    const Account second = store->addAccount();
-
-    manager->configure(*store); // badge off: 0
-    EXPECT_EQ(badge.next(), 0);
-    ASSERT_FALSE(badge.updates().empty());
-    EXPECT_EQ(badge.updates().back().appURI, "application://app.orvane.Orvane.desktop");
-    EXPECT_FALSE(badge.updates().back().visible);
-
-    WebKitWebView* firstView = show(first);
-    WebKitWebView* secondView = show(second);
-    ASSERT_TRUE(waitLoaded(firstView));
-    ASSERT_TRUE(waitLoaded(secondView));
-    setTitle(firstView, "Inbox (3) - first@example.com - Gmail");
-    setTitle(secondView, "Inbox (4) - second@example.com - Gmail");
+    // The badge is off: 0; on, it shows the total, again when Orvane becomes
+    // active, and discarding an account takes its count out at once.
+    setTitle(gmailView, "Inbox (3) - gmail@example.com - Gmail");
     manager->refreshDockBadge();
-    ASSERT_TRUE(waitUntil([&] { return badge.updates().size() >= 4; }));
-    for (const auto& update : badge.updates())
-        EXPECT_EQ(update.count, 0) << "the badge setting is off";
-
+    EXPECT_TRUE(badgeShows(0));
     store->setShowDockBadge(true);
     manager->refreshDockBadge();
-    ASSERT_TRUE(waitUntil([&] { return badge.updates().back().count == 7; }));
-    EXPECT_TRUE(badge.updates().back().visible);
-
-    size_t seen = badge.updates().size();
+    EXPECT_TRUE(badgeShows(7));
+    size_t seen = badge.size();
     manager->applicationBecameActive();
-    ASSERT_TRUE(waitUntil([&] { return badge.updates().size() > seen; }));
-    EXPECT_EQ(badge.updates().back().count, 7);
-
-    // Discarding an account drops its count from the total at once.
-    manager->discard(first);
-    ASSERT_TRUE(waitUntil([&] { return badge.updates().back().count == 4; }));
-    EXPECT_FALSE(manager->unreadCounts().contains(first.id));
-    manager->discard(second);
-    ASSERT_TRUE(waitUntil([&] { return badge.updates().back().count == 0; }));
-    EXPECT_FALSE(badge.updates().back().visible);
+    EXPECT_TRUE(waitUntil([&] { return badge.size() > seen; }));
+    EXPECT_TRUE(badgeShows(7));
+    manager->discard(outlook);
+    EXPECT_TRUE(badgeShows(3));
+    EXPECT_FALSE(count(outlook.id));
+    manager->discard(gmail);
+    EXPECT_TRUE(badgeShows(0));
     EXPECT_TRUE(manager->unreadCounts().empty());
+    g_dbus_connection_signal_unsubscribe(bus.get(), subscription);
 }
 
 } // namespace
