@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
     });
 
     OrvaneProcess orvane;
-    orvane.overrideServices(server, "/gmail/", "/outlook/mail/", "/calendar/");
+    orvane.overrideServices(server.uri("/gmail/"), server.uri("/outlook/mail/"), server.uri("/calendar/"));
     orvane.writeAccountsFile({
         { "accounts", nlohmann::json::array({ { { "id", kAccountID }, { "label", "bench@example.com" },
                           { "dataStoreID", kStoreID }, { "colorSeed", 40 } } }) },

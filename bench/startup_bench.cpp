@@ -129,9 +129,9 @@ std::optional<Sample> measure(int accounts) {
     }
 
     OrvaneProcess orvane;
-    orvane.overrideServices(server, "/gmail/", "/outlook/mail/", "/calendar/");
+    orvane.overrideServices(server.uri("/gmail/"), server.uri("/outlook/mail/"), server.uri("/calendar/"));
     orvane.writeAccountsFile(accountsFile(accounts));
-    if (!orvane.start(60s)) {
+    if (!orvane.start()) {
         std::fprintf(stderr, "orvane did not start:\n%s\n", orvane.log().c_str());
         return std::nullopt;
     }

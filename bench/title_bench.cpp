@@ -23,6 +23,7 @@
 #include "MailService.h"
 #include "AvatarRefresher.h"
 #include "DockBadge.h"
+#include "WebHost.h"
 #include "WebViewManager.h"
 
 #include <gtk/gtk.h>
@@ -274,7 +275,9 @@ int main(int argc, char** argv) {
         AccountStore store;
         store.setShowDockBadge(true);
         store.save();
-        WebViewManager manager;
+        PlainWebHost host;
+        ServiceCatalog services = ServiceCatalog::fromEnvironment();
+        WebViewManager manager(host, services);
         manager.configure(store);
         const Account account = store.addAccount();
         auto counts = manager.observeUnreadCounts([&] {

@@ -116,10 +116,10 @@ TEST_F(DropAttachWebTest, DropsOfLocalFilesOnlyAreTakenAndPopupsTakeTheirMainVie
     expectDeletedAtEnd(popup);
     EXPECT_NE(DropAttach::of(popup), nullptr);
     ASSERT_TRUE(waitForJS(popup, "location.pathname === '/web/popup.html' && document.readyState === 'complete'"));
-    manager->pendingDrops().add(view, { makeFile(makeTempFolder("dropped"), "report.pdf") });
+    bridges->pendingDrops().add(view, { makeFile(makeTempFolder("dropped"), "report.pdf") });
     clickFileInput(popup, true);
     EXPECT_TRUE(waitForJS(popup, "JSON.stringify(window.__names) === '[\"report.pdf\"]'"));
-    EXPECT_FALSE(manager->pendingDrops().pending(view));
+    EXPECT_FALSE(bridges->pendingDrops().pending(view));
     EXPECT_FALSE(choosersShown());
 }
 
@@ -151,7 +151,7 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirViewsOwnChoosersAndAsManyAsT
             ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/web/plain.html")) + "; true").ok);
             ASSERT_TRUE(waitForJS(view, "location.hostname === 'localhost' && document.readyState === 'complete'"));
         }
-        manager->pendingDrops().add(view, files);
+        bridges->pendingDrops().add(view, files);
         WebKitWebView* target = chooser == OtherAccount ? otherView : view;
         if (chooser == ForeignFrame) {
             ASSERT_TRUE(runJS(view, "document.querySelector('iframe').contentWindow.postMessage('open', '*'); true").ok);
@@ -160,15 +160,15 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirViewsOwnChoosersAndAsManyAsT
         }
         if (names.is_null()) {
             ASSERT_TRUE(waitUntil([] { return choosersShown() == 1; }));
-            EXPECT_EQ(manager->pendingDrops().pending(view), files);
+            EXPECT_EQ(bridges->pendingDrops().pending(view), files);
             choosersShown(true);
             ASSERT_TRUE(waitUntil([] { return choosersShown() == 0; }));
         } else {
             ASSERT_TRUE(waitForJS(target, "JSON.stringify(window.__names) === " + jsonLiteral(names.dump())));
-            EXPECT_FALSE(manager->pendingDrops().pending(view));
+            EXPECT_FALSE(bridges->pendingDrops().pending(view));
             EXPECT_EQ(choosersShown(), 0);
         }
-        manager->pendingDrops().clear(view);
+        bridges->pendingDrops().clear(view);
     }
 }
 
@@ -181,11 +181,11 @@ TEST_F(DropAttachWebTest, AFailedAttachClearsTheFilesAndCalendarDropsOnlyWait) {
     std::string file = makeFile(makeTempFolder("dropped"), "notes.txt");
     DropAttach::of(calendarView)->beginDropAttach({ file });
     drainEvents();
-    EXPECT_EQ(manager->pendingDrops().pending(calendarView), Paths { file });
+    EXPECT_EQ(bridges->pendingDrops().pending(calendarView), Paths { file });
 
     gint64 dropped = g_get_monotonic_time();
     DropAttach::of(mailView)->beginDropAttach({ file });
-    ASSERT_TRUE(waitUntil([&] { return !manager->pendingDrops().pending(mailView); }, 15s));
+    ASSERT_TRUE(waitUntil([&] { return !bridges->pendingDrops().pending(mailView); }, 15s));
     EXPECT_LT(g_get_monotonic_time() - dropped, std::chrono::microseconds(PendingDrops::kExpiry).count() - 500000)
         << "cleared by the failure (the script gives up after 5 s), not by expiry";
 }
@@ -214,7 +214,7 @@ TEST_F(DropAttachWebTest, DropsOfFoldersSpecialFilesAndManyFilesOnlyPassPathsOn)
         // Each drop ends with a click on the page's file input, answered by the chooser rule.
         ASSERT_TRUE(waitForJS(view, "__fixtureLog.filter(e => e.type === 'file-input-click').length === " + std::to_string(finished), 20s))
             << uris.front();
-        ASSERT_TRUE(waitUntil([&] { return !manager->pendingDrops().pending(view); }, 5s)) << uris.front();
+        ASSERT_TRUE(waitUntil([&] { return !bridges->pendingDrops().pending(view); }, 5s)) << uris.front();
         ASSERT_TRUE(waitForJS(view, "document.readyState === 'complete'"));
     }
     EXPECT_TRUE(waitForJS(view, "__fixtureLog.filter(e => e.type === 'files-chosen').pop()?.names.length === 1000", 10s));

@@ -129,13 +129,13 @@ TEST_F(NotificationShimWebTest, AClickSelectsTheAccountAndRunsTheListenerThePage
         clicked.onshow = () => calls.push('shown'); true)JS");
     EXPECT_TRUE(waitForJS(view, "calls.includes('shown')"));
 
-    manager->notificationRelay().clicked(GCharPtr(g_ascii_strdown(hidden.id.c_str(), -1)).get(), "1");
+    bridges->notifications().clicked(GCharPtr(g_ascii_strdown(hidden.id.c_str(), -1)).get(), "1");
     EXPECT_EQ(store->selectedAccountID(), hidden.id) << "in canonical form";
     EXPECT_EQ(manager->webView(hidden.id), nullptr) << "a click never creates a view";
     EXPECT_EQ(AccountStore().selectedAccountID(), hidden.id);
-    manager->notificationRelay().clicked("not-a-uuid", "1");
+    bridges->notifications().clicked("not-a-uuid", "1");
     EXPECT_EQ(store->selectedAccountID(), hidden.id);
-    manager->notificationRelay().clicked(shown.id, run("clicked._id").get<std::string>());
+    bridges->notifications().clicked(shown.id, run("clicked._id").get<std::string>());
     EXPECT_EQ(store->selectedAccountID(), shown.id);
     EXPECT_TRUE(waitForJS(view, "calls.length === 2 && calls[1] === 'listener:function'"));
 

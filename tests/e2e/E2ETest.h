@@ -52,13 +52,7 @@ protected:
     // only in-app host, and starts orvane with these arguments.
     bool startOrvane(const std::string& gmailPage = "/e2e/red.html", const std::string& outlookPage = "/e2e/green.html",
         const std::string& calendarPage = "/e2e/blue.html", const std::vector<std::string>& arguments = {}) {
-        auto service = [&](const std::string& path) {
-            return nlohmann::json { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
-        };
-        std::string overrides = orvane.folder() + "/service-overrides.json";
-        Files::replaceAtomically(overrides, nlohmann::json { { "gmail", service(gmailPage) }, { "outlook", service(outlookPage) },
-            { "calendar", service(calendarPage) } }.dump());
-        orvane.setEnvironment("ORVANE_SERVICE_OVERRIDES", overrides);
+        orvane.overrideServices(server.uri(gmailPage), server.uri(outlookPage), server.uri(calendarPage));
         return orvane.start(arguments);
     }
 

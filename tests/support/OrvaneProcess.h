@@ -96,10 +96,28 @@ public:
         }
         std::vector<std::string> argv = { m_binary };
         argv.insert(argv.end(), arguments.begin(), arguments.end());
+        m_startedAt = g_get_monotonic_time();
         m_process = spawn(argv);
         return waitUntil([&] { return !isRunning() || nameHasOwner(kBusName); }, 30s) && isRunning();
     }
     bool isRunning() const { return running(m_process); }
+    // When the last start() spawned orvane, in g_get_monotonic_time() units.
+    int64_t startedAt() const { return m_startedAt; }
+    // Puts the services' home pages at these addresses, with their host as
+    // the only in-app one (ORVANE_SERVICE_OVERRIDES).
+    void overrideServices(const std::string& gmail, const std::string& outlook, const std::string& calendar) {
+        auto service = [](const std::string& address) {
+            GUri* uri = g_uri_parse(address.c_str(), G_URI_FLAGS_NONE, nullptr);
+            std::string host = uri && g_uri_get_host(uri) ? g_uri_get_host(uri) : "";
+            if (uri)
+                g_uri_unref(uri);
+            return nlohmann::json { { "homeURL", address }, { "inAppHosts", { host } } };
+        };
+        std::string path = m_folder + "/service-overrides.json";
+        Files::replaceAtomically(path, nlohmann::json { { "gmail", service(gmail) }, { "outlook", service(outlook) },
+            { "calendar", service(calendar) } }.dump());
+        setEnvironment("ORVANE_SERVICE_OVERRIDES", path);
+    }
     int pid() const { return isRunning() ? atoi(g_subprocess_get_identifier(m_process.get())) : 0; }
     // app.quit, then SIGKILL when it does not end in time. True when it
     // ended through app.quit with status 0.
@@ -284,6 +302,7 @@ private:
     std::string m_binary = ORVANE_BINARY;
     GStrv m_environment = g_get_environ();
     Ref<GSubprocess> m_xserver, m_busDaemon, m_process;
+    int64_t m_startedAt = 0;
     Ref<GDBusConnection> m_bus;
 };
 
