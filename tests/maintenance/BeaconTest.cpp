@@ -1,8 +1,8 @@
 #include "Beacon.h"
 
 #include "Files.h"
-#include "SilentServer.h"
 #include "SystemVersion.h"
+#include "UnansweredRequests.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
 #include "support/Wait.h"
@@ -144,42 +144,34 @@ TEST_F(BeaconTest, OtherPreferencesSurviveAndBadOrUnwritableFilesStillAllowOnePi
 }
 
 // The real request: one plain GET, never waited for and never retried,
-// whatever the server does.
+// abandoned after its time-out or when the beacon goes.
 TEST_F(BeaconTest, SendsOnePlainGETThatIsNeitherWaitedForNorRetried) {
     test::FixtureServer server;
-    server.handle("/p", [](SoupServerMessage* message, const std::string&) { soup_server_message_set_status(message, 500, nullptr); });
+    test::UnansweredRequests silent(server, "/silent");
     ASSERT_TRUE(Files::replaceAtomically(preferencesPath, std::string("[Orvane]\nOrvaneInstallID=") + kKnownID + "\n"));
-    Beacon failing(configuration(server.uri("/p")), [this] { return now; });
-    failing.start();
-    EXPECT_EQ(server.requestCount("/p"), 0) << "start() returns before the request is even made";
-    ASSERT_TRUE(test::waitUntil([&] { return server.requestCount("/p") == 1; }));
-    auto request = server.requests("/p")[0];
+    auto config = configuration(server.uri("/silent"));
+    config.timeoutMilliseconds = 200;
+    auto beacon = std::make_unique<Beacon>(config, [this] { return now; });
+    beacon->start();
+    EXPECT_EQ(server.requestCount("/silent"), 0) << "start() returns before the request is even made";
+    ASSERT_TRUE(test::waitUntil([&] { return silent.closed() == 1; })) << "the client gave up";
+    auto request = server.requests("/silent").at(0);
     EXPECT_EQ(request.method + " " + request.query, std::string("GET id=") + kKnownID + "&v=0.1.0&os=12.0&t=1700000000");
     for (const char* header : { "cookie", "if-modified-since", "if-none-match" })
         EXPECT_EQ(request.headers.count(header), 0u) << header;
 
-    // A server that never answers: the request is abandoned after the
-    // time-out (shortened here); with the real one, dropping the beacon
-    // cancels it.
-    test::SilentServer silent;
-    auto config = configuration(silent.uri("/orvane/ping.txt"));
-    config.timeoutMilliseconds = 200;
     now += 3600;
-    auto beacon = std::make_unique<Beacon>(config, [this] { return now; });
+    beacon = std::make_unique<Beacon>(configuration(server.uri("/silent")), [this] { return now; });
     beacon->start();
-    EXPECT_TRUE(test::waitUntil([&] { return silent.closedConnections() == 1; })) << "the client gave up";
-    now += 3600;
-    beacon = std::make_unique<Beacon>(configuration(silent.uri("/orvane/ping.txt")), [this] { return now; });
-    beacon->start();
-    ASSERT_TRUE(test::waitUntil([&] { return silent.requests() == 2; }));
+    ASSERT_TRUE(test::waitUntil([&] { return server.requestCount("/silent") == 2; }));
     beacon.reset();
-    EXPECT_TRUE(test::waitUntil([&] { return silent.closedConnections() == 2; }, 5s));
-    EXPECT_EQ(silent.requests(), 2) << "no retry";
-    EXPECT_EQ(server.requestCount("/p"), 1) << "the failed request was not retried meanwhile";
+    EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 2; }, 5s)) << "dropping the beacon cancels";
+    EXPECT_EQ(server.requestCount("/silent"), 2) << "no retry";
 
     // A refused connection still counts as a ping.
     now += 3600;
-    Beacon refused(configuration("http://127.0.0.1:" + std::to_string(test::refusingLoopbackPort()) + "/p"), [this] { return now; });
+    unsigned refusing = test::FixtureServer().port();
+    Beacon refused(configuration("http://127.0.0.1:" + std::to_string(refusing) + "/p"), [this] { return now; });
     refused.start();
     EXPECT_EQ(Preferences(preferencesPath).number(Beacon::kLastPingKey), now);
     test::drainEvents();
