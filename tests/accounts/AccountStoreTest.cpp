@@ -118,6 +118,7 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
         for (unsigned i = 1; i < names.size(); ++i)
             EXPECT_FALSE(store.account(uuid(i + 1))->avatarFileName) << names[i];
         store.save();
+        EXPECT_FALSE(readFile()["accounts"][0].contains("service")) << "an absent service stays absent";
         EXPECT_EQ(keptCopies(), std::vector<std::string> { partly });
     }
 
