@@ -56,9 +56,11 @@ TEST(HTTPFetchTest, StatusSizeRedirectsAndAddresses) {
 
     // A body without a length that never ends is cut off as it arrives.
     bool endlessFinished = false;
+    static size_t endlessSent = 0;
     server.handle("/endless", [&endlessFinished](SoupServerMessage* message, const std::string&) {
         static const std::string chunk(64 * 1024, ' ');
         auto append = +[](SoupServerMessage* message) {
+            endlessSent += chunk.size();
             soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_STATIC, chunk.data(), chunk.size());
         };
         soup_server_message_set_status(message, 200, nullptr);
@@ -73,6 +75,7 @@ TEST(HTTPFetchTest, StatusSizeRedirectsAndAddresses) {
         EXPECT_EQ(fetch(bounded)->failure, HTTPFetch::Failure::TooLarge) << path;
     }
     EXPECT_TRUE(waitUntil([&] { return endlessFinished; })) << "the endless answer was dropped";
+    EXPECT_LT(endlessSent, 4u << 20) << "soon after the bound";
     const unsigned closedPort = FixtureServer().port();
     auto refused = fetch(to("http://127.0.0.1:" + std::to_string(closedPort) + "/"));
     EXPECT_EQ(refused->failure, HTTPFetch::Failure::Transport);
