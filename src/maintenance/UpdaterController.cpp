@@ -69,18 +69,18 @@ void UpdaterController::checkForUpdates(ResultCallback done) {
             if (!alive.alive())
                 return;
             m_checking.reset();
-            Result result = resultOf(outcome);
+            Result result = resultOf(outcome, m_configuration);
             setCanCheck(true);
             if (done)
                 done(result);
         });
 }
 
-UpdaterController::Result UpdaterController::resultOf(const HTTPFetch::Outcome& outcome) const {
-    const std::string& version = m_configuration.currentVersion;
+UpdaterController::Result UpdaterController::resultOf(const HTTPFetch::Outcome& outcome, const Configuration& configuration) {
+    const std::string& version = configuration.currentVersion;
     switch (outcome.failure) {
     case HTTPFetch::Failure::None:
-        return evaluate(outcome.body, m_configuration);
+        return evaluate(outcome.body, configuration);
     case HTTPFetch::Failure::Status:
         return failure(version, "The update server answered with an error (HTTP " + std::to_string(outcome.status) + ").");
     case HTTPFetch::Failure::TooLarge:

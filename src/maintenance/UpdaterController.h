@@ -60,11 +60,12 @@ public:
 
     // Reads a downloaded feed into a result (the check's last step).
     static Result evaluate(std::string_view feed, const Configuration& configuration);
+    // The result of a finished fetch of the feed.
+    static Result resultOf(const HTTPFetch::Outcome& outcome, const Configuration& configuration);
 
     static constexpr size_t kMaxNotesBytes = 4000;
 
 private:
-    Result resultOf(const HTTPFetch::Outcome& outcome) const;
     void setCanCheck(bool value);
 
     // Owned

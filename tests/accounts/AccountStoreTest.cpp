@@ -44,6 +44,11 @@ json with(json r, const json& changes) {
     return r;
 }
 
+json without(json r, const char* member) {
+    r.erase(member);
+    return r;
+}
+
 class AccountStoreTest : public ::testing::Test {
 protected:
     void SetUp() override { test::freshXDGFolders(); }
@@ -77,67 +82,58 @@ protected:
             out.push_back(a.id);
         return out;
     }
+    static unsigned allOf(const std::vector<unsigned>& changes) {
+        unsigned all = 0;
+        for (unsigned c : changes)
+            all |= c;
+        return all;
+    }
 };
 
-TEST_F(AccountStoreTest, StartsEmptyAndTheFirstAddWritesACompactFile) {
-    Files::removeTree(AppPaths::dataHome() + "/Orvane");
-    AccountStore store;
-    EXPECT_TRUE(store.accounts().empty());
-    EXPECT_TRUE(store.alwaysAskOnMailto());
-    EXPECT_FALSE(store.showDockBadge() || store.notificationsEnabled());
-    EXPECT_FALSE(Files::exists(AppPaths::accountsFile())) << "construction never saves";
-
-    const Account& added = store.addAccount();
-    EXPECT_TRUE(added.label == "New Account" && !added.service && added.colorSeed >= 0 && added.colorSeed <= 359);
-    EXPECT_TRUE(added.id != added.dataStoreID && canonicalUUID(added.id) == added.id);
-    EXPECT_EQ(fileText().find('\n'), std::string::npos) << "compact JSON";
-    EXPECT_EQ(readFile(), json({ { "accounts", { added.toJSON() } }, { "selectedAccountID", added.id },
-        { "alwaysAskOnMailto", true }, { "showDockBadge", false }, { "notificationsEnabled", false } }));
-
-    const Account& outlook = store.addOutlookAccount();
-    EXPECT_EQ(outlook.label, "Outlook");
-    EXPECT_EQ(readFile()["accounts"][1]["service"], "outlook");
-}
-
+// A record breaking a rule is left out on its own, a bad file name costs
+// only the name; the file is kept aside before the save that drops them.
+// That what is read is bounded and reads back the same when written is
+// fuzz/AccountsFileFuzzer's.
 TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     test::LoggedWarnings warnings;
-    // A bad record is dropped on its own; the file is kept aside before the
-    // save that drops it.
-    std::string partly = json({ { "accounts", { record(M1, DS1), record(M2, DS2, "exchange"), 42, record(C1, DS1, "calendar") } } }).dump();
+    const json good = record(uuid(0), DS1);
+    json list = { with(good, { { "service", "calendar" }, { "avatarFileName", nullptr }, { "colorSeed", -400 }, { "new", { 1 } } }) };
+    const IDs names = { "photo.png", "../x.png", "a/b.png", "..", std::string(256, 'n') };
+    for (unsigned i = 0; i < names.size(); ++i)
+        list.push_back(record(uuid(i + 1), DS1, nullptr, names[i].c_str()));
+    for (const json& bad : { json(42), with(good, { { "service", "exchange" } }), with(good, { { "service", 1 } }),
+             with(good, { { "colorSeed", "211" } }), with(good, { { "colorSeed", 2.5 } }),
+             with(good, { { "colorSeed", json::parse("18446744073709551615") } }),
+             with(good, { { "id", "0F6E2B9C3C1D4B7A9E552A8D6C1F4B10" } }), with(good, { { "dataStoreID", 7 } }),
+             with(good, { { "label", nullptr } }), with(good, { { "avatarFileName", 3 } }), without(good, "id"),
+             without(good, "label"), without(good, "dataStoreID"), without(good, "colorSeed") })
+        list.push_back(bad);
+    const std::string partly = json({ { "accounts", list } }).dump();
     writeText(partly);
     {
         AccountStore store;
-        EXPECT_EQ(ids(store), (IDs { M1, C1 }));
-        EXPECT_EQ(store.selectedAccountID(), M1) << "no stored selection: the first account";
+        EXPECT_EQ(ids(store), (IDs { uuid(1), uuid(2), uuid(3), uuid(4), uuid(5), uuid(0) })) << "calendars after mail";
+        EXPECT_EQ(store.selectedAccountID(), uuid(1)) << "no stored selection: the first account";
+        EXPECT_EQ(store.account(uuid(1))->avatarFileName, "photo.png");
+        for (unsigned i = 1; i < names.size(); ++i)
+            EXPECT_FALSE(store.account(uuid(i + 1))->avatarFileName) << names[i];
         store.save();
+        EXPECT_FALSE(readFile()["accounts"][0].contains("service")) << "an absent service stays absent";
         EXPECT_EQ(keptCopies(), std::vector<std::string> { partly });
-    }
-
-    writeFile({ { "accounts", { record(M1, DS1) } }, { "selectedAccountID", M2 }, { "defaultMailtoAccountID", M1 },
-        { "alwaysAskOnMailto", false }, { "showDockBadge", true }, { "notificationsEnabled", true }, { "future", "x" } });
-    {
-        AccountStore store;
-        EXPECT_EQ(store.selectedAccountID(), M2) << "a selection may name a missing account";
-        EXPECT_EQ(store.defaultMailtoAccountID(), M1);
-        EXPECT_FALSE(store.alwaysAskOnMailto());
-        EXPECT_TRUE(store.showDockBadge() && store.notificationsEnabled());
     }
 
     // A bad setting or a broken file: nothing is read, the file stays until
     // the next save, which keeps it aside (the newest three copies stay).
-    const std::string good = json({ { "accounts", { record(M1, DS1) } } }).dump();
+    const std::string one = json({ { "accounts", { record(M1, DS1) } } }).dump();
     const std::vector<std::string> rejected = {
         json({ { "accounts", { record(M1, DS1) } }, { "showDockBadge", "yes" } }).dump(),
         json({ { "accounts", { record(M1, DS1) } }, { "selectedAccountID", "not-a-uuid" } }).dump(),
-        json({ { "accounts", record(M1, DS1) } }).dump(),
-        good.substr(0, good.size() / 2),
-        "[]",
+        json({ { "accounts", record(M1, DS1) } }).dump(), one.substr(0, one.size() / 2), "[]",
     };
     for (const auto& text : rejected) {
         writeText(text);
         AccountStore store;
-        EXPECT_TRUE(store.accounts().empty()) << text;
-        EXPECT_TRUE(store.alwaysAskOnMailto()) << text;
+        EXPECT_TRUE(store.accounts().empty() && store.alwaysAskOnMailto()) << text;
         EXPECT_EQ(fileText(), text);
         warnings.clear();
         store.addAccount();
@@ -154,23 +150,6 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
 
     writeText("{\"accounts\":[" + record(M1, DS1).dump() + "],\"pad\":\"" + std::string(AccountStore::kMaxFileBytes, 'x') + "\"}");
     EXPECT_TRUE(AccountStore().accounts().empty()) << "an enormous file is not read";
-}
-
-TEST_F(AccountStoreTest, MailAccountsComeBeforeCalendarsAndWhatIsAddedIsSelected) {
-    writeFile({ { "accounts", { record(C1, DS1, "calendar"), record(M1, DS1, "mail") } } });
-    AccountStore store;
-    EXPECT_EQ(ids(store), (IDs { M1, C1 }));
-    std::string m2 = store.addAccount().id;
-    EXPECT_EQ(ids(store), (IDs { M1, m2, C1 }));
-
-    // A companion goes after its account, then the calendars are partitioned.
-    const Account m1 = *store.account(M1);
-    const Account companion = store.addCalendar(m1);
-    EXPECT_EQ(ids(store), (IDs { M1, m2, companion.id, C1 }));
-    EXPECT_EQ(store.selectedAccountID(), companion.id);
-    EXPECT_EQ(companion.service, AccountService::Calendar);
-    EXPECT_EQ(std::tie(companion.dataStoreID, companion.label, companion.colorSeed), std::tie(m1.dataStoreID, m1.label, m1.colorSeed));
-    EXPECT_EQ(ids(AccountStore()), ids(store)) << "the order survives a restart";
 }
 
 // Removal deletes what the account alone used: its photo and session while
@@ -213,37 +192,10 @@ TEST_F(AccountStoreTest, RemovalDeletesOnlyWhatTheAccountAloneUsed) {
     EXPECT_FALSE(readFile().contains("selectedAccountID"));
 }
 
-// Labels come from page titles, photo addresses from pages and file names
-// from the file: each is bounded before it is stored, a bad name is absent.
-TEST_F(AccountStoreTest, ValuesFromPagesAndFilesAreBoundedBeforeTheyAreStored) {
-    const IDs names = { "photo.png", "../x.png", "a/b.png", "..", std::string(256, 'n') };
-    json list = json::array();
-    for (unsigned i = 0; i < names.size(); ++i)
-        list.push_back(record(uuid(i), DS1, nullptr, names[i].c_str()));
-    writeFile({ { "accounts", list } });
-    AccountStore store;
-    ASSERT_EQ(store.accounts().size(), names.size()) << "a bad name costs the name, not the account";
-    EXPECT_EQ(store.account(uuid(0))->avatarFileName, "photo.png");
-    for (unsigned i = 1; i < names.size(); ++i)
-        EXPECT_FALSE(store.account(uuid(i))->avatarFileName) << names[i];
-
-    Account paged = *store.account(uuid(0));
-    paged.label = std::string(Account::kMaxLabelBytes - 1, 'l') + "\u00e9" + std::string(1 << 20, 'l');
-    paged.avatarSourceURL = std::string(Account::kMaxPhotoAddressBytes + 1, 'u');
-    store.update(paged);
-    const Account calendar = store.addCalendar(paged);
-    for (const Account* a : { store.account(uuid(0)), store.account(calendar.id) }) {
-        EXPECT_EQ(a->label, std::string(Account::kMaxLabelBytes - 1, 'l')) << "cut, and not inside a character";
-        EXPECT_FALSE(a->avatarSourceURL);
-    }
-    paged.avatarSourceURL = std::string(Account::kMaxPhotoAddressBytes, 'u');
-    store.update(paged);
-    EXPECT_EQ(store.account(uuid(0))->avatarSourceURL, paged.avatarSourceURL);
-}
-
 // However the accounts grew, a file its own loader would refuse is never
-// written: the old file stays.
-TEST_F(AccountStoreTest, NeverWritesAFileItsLoaderWouldRefuse) {
+// written: the old file stays. Labels and photo addresses from pages are
+// bounded before they are stored.
+TEST_F(AccountStoreTest, NeverStoresUnboundedValuesOrWritesAFileItsLoaderWouldRefuse) {
     json full = with(record(M1, DS1, nullptr, std::string(255, 'n').c_str()),
         { { "label", std::string(Account::kMaxLabelBytes, 'l') }, { "avatarSourceURL", std::string(Account::kMaxPhotoAddressBytes, 'u') } });
     const size_t recordBytes = full.dump().size() + 1;
@@ -260,11 +212,23 @@ TEST_F(AccountStoreTest, NeverWritesAFileItsLoaderWouldRefuse) {
     EXPECT_EQ(store.accounts().size(), list.size() + 1) << "kept in memory";
     EXPECT_EQ(fileText(), before);
     EXPECT_NE(warnings.find("Not saving"), "");
+
+    Account paged = store.accounts().front();
+    paged.label = std::string(Account::kMaxLabelBytes - 1, 'l') + "\u00e9" + std::string(1 << 20, 'l');
+    paged.avatarSourceURL = std::string(Account::kMaxPhotoAddressBytes + 1, 'u');
+    store.update(paged);
+    const Account calendar = store.addCalendar(paged);
+    for (const Account* a : { store.account(paged.id), store.account(calendar.id) }) {
+        EXPECT_EQ(a->label, std::string(Account::kMaxLabelBytes - 1, 'l')) << "cut, and not inside a character";
+        EXPECT_FALSE(a->avatarSourceURL);
+    }
 }
 
 TEST_F(AccountStoreTest, OnlyOperationsThatChangeSomethingSaveAndNotify) {
-    writeFile({ { "accounts", { record(M1, DS1), record(M2, DS2), record(C1, DS1, "calendar") } } });
+    EXPECT_FALSE(saves([] { AccountStore(); })) << "loading never saves";
+    writeFile({ { "accounts", { record(C1, DS1, "calendar"), record(M1, DS1), record(M2, DS2) } } });
     AccountStore store;
+    EXPECT_EQ(ids(store), (IDs { M1, M2, C1 })) << "mail accounts before calendars";
     std::vector<unsigned> changes;
     auto subscription = store.observe([&](unsigned change) { changes.push_back(change); });
     const Account first = store.accounts().front();
@@ -278,7 +242,8 @@ TEST_F(AccountStoreTest, OnlyOperationsThatChangeSomethingSaveAndNotify) {
     EXPECT_FALSE(saves([&] { store.setNotificationsEnabled(true); })) << "setters leave saving to the caller";
     EXPECT_EQ(changes, std::vector<unsigned> { StoreChangeSettings });
 
-    // A swap, not a rotation: the account in between stays.
+    // A swap, not a rotation: the account in between stays; update and move
+    // keep the order they made, the next load puts calendars last again.
     changes.clear();
     EXPECT_TRUE(saves([&] { store.move(first, 2); }));
     EXPECT_EQ(ids(store), (IDs { C1, M2, M1 }));
@@ -288,20 +253,21 @@ TEST_F(AccountStoreTest, OnlyOperationsThatChangeSomethingSaveAndNotify) {
     Account renamed = *store.account(M2);
     renamed.label = "someone@example.com";
     EXPECT_TRUE(saves([&] { store.update(renamed); }));
-    EXPECT_EQ(ids(store), (IDs { C1, M2, M1 })) << "update and move keep the order they made";
-    EXPECT_EQ(ids(AccountStore()), (IDs { M2, M1, C1 })) << "the next load restores the order";
+    EXPECT_EQ(ids(store), (IDs { C1, M2, M1 }));
+    EXPECT_EQ(ids(AccountStore()), (IDs { M2, M1, C1 }));
 
+    // What is added is selected; a companion goes after its account, with its
+    // session, label and colour.
     changes.clear();
-    store.addAccount();
-    unsigned all = 0;
-    for (unsigned c : changes)
-        all |= c;
-    EXPECT_EQ(all, unsigned(StoreChangeAccounts | StoreChangeSelection));
-
-    subscription.reset();
-    changes.clear();
-    store.setShowDockBadge(true);
-    EXPECT_TRUE(changes.empty()) << "a dropped subscription hears nothing";
+    const Account added = store.addAccount();
+    EXPECT_TRUE(added.label == "New Account" && !added.service && canonicalUUID(added.id) == added.id && added.id != added.dataStoreID);
+    EXPECT_EQ(allOf(changes), unsigned(StoreChangeAccounts | StoreChangeSelection));
+    const Account m2 = *store.account(M2);
+    const Account companion = store.addCalendar(m2);
+    EXPECT_EQ(ids(store), (IDs { M2, M1, added.id, companion.id, C1 })) << "after its account's side, before other calendars";
+    EXPECT_EQ(store.selectedAccountID(), companion.id);
+    EXPECT_TRUE(companion.isCalendar() && std::tie(companion.dataStoreID, companion.label, companion.colorSeed) == std::tie(m2.dataStoreID, m2.label, m2.colorSeed));
+    EXPECT_EQ(store.addOutlookAccount().service, AccountService::Outlook);
 }
 
 } // namespace

@@ -54,9 +54,32 @@ TEST(HTTPFetchTest, StatusSizeRedirectsAndAddresses) {
     EXPECT_EQ(missing->status, 404u);
     EXPECT_TRUE(missing->body.empty()) << "an error page is never a body";
 
-    HTTPFetch::Request bounded = to(server.uri("/big"));
-    bounded.maxBytes = 1000;
-    EXPECT_EQ(fetch(bounded)->failure, HTTPFetch::Failure::TooLarge);
+    // A body without a length that never ends is cut off as it arrives.
+    bool endlessFinished = false;
+    static size_t endlessSent = 0;
+    server.handle("/endless", [&endlessFinished](SoupServerMessage* message, const std::string&) {
+        static const std::string chunk(64 * 1024, ' ');
+        auto append = +[](SoupServerMessage* message) {
+            endlessSent += chunk.size();
+            soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_STATIC, chunk.data(), chunk.size());
+        };
+        soup_server_message_set_status(message, 200, nullptr);
+        soup_message_headers_set_encoding(soup_server_message_get_response_headers(message), SOUP_ENCODING_CHUNKED);
+        g_signal_connect(message, "wrote-chunk", G_CALLBACK(append), nullptr);
+        g_signal_connect_swapped(message, "finished", G_CALLBACK(+[](bool* finished) { *finished = true; }), &endlessFinished);
+        append(message);
+    });
+    for (const char* path : { "/big", "/endless" }) {
+        HTTPFetch::Request bounded = to(server.uri(path));
+        bounded.maxBytes = 1000;
+        EXPECT_EQ(fetch(bounded)->failure, HTTPFetch::Failure::TooLarge) << path;
+    }
+    EXPECT_TRUE(waitUntil([&] { return endlessFinished; })) << "the endless answer was dropped";
+    EXPECT_LT(endlessSent, 4u << 20) << "soon after the bound";
+    const unsigned closedPort = FixtureServer().port();
+    auto refused = fetch(to("http://127.0.0.1:" + std::to_string(closedPort) + "/"));
+    EXPECT_EQ(refused->failure, HTTPFetch::Failure::Transport);
+    EXPECT_FALSE(refused->error.empty());
 
     EXPECT_EQ(fetch(to(server.uri("/to-file")))->failure, HTTPFetch::Failure::Address);
     EXPECT_EQ(fetch(to(server.uri("/loop")))->failure, HTTPFetch::Failure::Address);

@@ -1,6 +1,5 @@
 #include "Appcast.h"
 
-#include <glib.h>
 #include <gtest/gtest.h>
 
 namespace orvane {
@@ -12,6 +11,8 @@ std::string feed(const std::string& items) {
         + items + "</channel></rss>";
 }
 
+// Bounds, valid text, web addresses only and the version order's symmetry
+// hold for any feed (fuzz/AppcastFuzzer); here is what a feed means.
 // Shaped like feeds in the wild: newest item not first, the enclosure-
 // attribute style next to the element style, a minimum system version, items
 // for other systems and channels, items missing what they need, and unsafe
@@ -60,13 +61,11 @@ TEST(Appcast, ComparesVersionsTheWayAppcastsDo) {
         { "1.0", "1.0-beta", 1 }, { "1.0-beta", "0.1.0", 1 }, { "1.0-beta2", "1.0-beta10", -1 }, { "010", "9", 1 },
         { "99999999999999999999999999", "99999999999999999999999998", 1 }, { "\xd9\xa3", "0.1.0", -1 }, { "", "", 0 },
     };
-    for (const auto& [a, b, order] : cases) {
+    for (const auto& [a, b, order] : cases)
         EXPECT_EQ(Appcast::compareVersions(a, b), order) << a << " vs " << b;
-        EXPECT_EQ(Appcast::compareVersions(b, a), -order) << b << " vs " << a;
-    }
 }
 
-TEST(Appcast, RefusesWhatIsNotAFeedOrHasADocumentTypeAndBoundsItsNotes) {
+TEST(Appcast, RefusesWhatIsNotAFeedOrHasADocumentTypeAndReadsNotesAsPlainText) {
     const std::string dtd = R"(<?xml version="1.0"?><!DOCTYPE rss [<!ENTITY a "aaaaaaaaaa"><!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;">
 <!ENTITY secret SYSTEM "file:///etc/passwd">]><rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel>
 <item><title>)";
@@ -78,12 +77,6 @@ TEST(Appcast, RefusesWhatIsNotAFeedOrHasADocumentTypeAndBoundsItsNotes) {
 
     EXPECT_EQ(Appcast::plainText("<p>One   two\n three</p><script>alert(1)</script><style>p{}</style><p>Four<br>Five &amp; six</p>"),
         "One two three\n\nFour\nFive & six");
-    std::string many;
-    for (int i = 0; i < 2000; ++i)
-        many += "<li>Привет мир</li>";
-    std::string text = Appcast::plainText(many, 100);
-    EXPECT_LE(text.size(), 100u + sizeof("…"));
-    EXPECT_TRUE(g_utf8_validate(text.c_str(), -1, nullptr)) << "cut on a character boundary";
 }
 
 } // namespace

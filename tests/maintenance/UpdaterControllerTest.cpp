@@ -1,6 +1,9 @@
+// The update check's own part: one check at a time, and what the user reads
+// for each feed and each way the fetch ends. How the feed is fetched
+// (status, size, time-out, redirects) is HTTPFetch's, tests/base/HTTPFetchTest.
 #include "UpdaterController.h"
 
-#include "SilentServer.h"
+#include "UnansweredRequests.h"
 #include "support/FixtureServer.h"
 #include "support/Wait.h"
 
@@ -11,6 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using Kind = UpdaterController::Result::Kind;
+using Failure = HTTPFetch::Failure;
 
 std::string feedWith(const std::string& version) {
     return R"(<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel>
@@ -19,19 +23,11 @@ std::string feedWith(const std::string& version) {
       <description><![CDATA[<p>Sidebar <b>badges</b> are sharper.</p>]]></description></item></channel></rss>)";
 }
 
-UpdaterController::Configuration configuration(const std::string& feedURL, unsigned timeoutMilliseconds = 30000) {
-    return { feedURL, "0.1.0", std::string("12.0"), timeoutMilliseconds };
+UpdaterController::Configuration configuration(const std::string& feedURL) {
+    return { feedURL, "0.1.0", std::string("12.0") };
 }
 
-// Runs one check to its end and returns its result.
-UpdaterController::Result check(UpdaterController& updater) {
-    std::optional<UpdaterController::Result> result;
-    updater.checkForUpdates([&](const UpdaterController::Result& r) { result = r; });
-    EXPECT_TRUE(test::waitUntil([&] { return result.has_value(); }, 15s));
-    return result.value_or(UpdaterController::Result {});
-}
-
-TEST(UpdaterControllerTest, OneCheckAtATimeFindsANewerReleaseOrNone) {
+TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedAndNoAnswerAfterDestruction) {
     for (const char* feed : { "", "file:///etc/passwd", "feed.xml" }) {
         UpdaterController updater(configuration(feed));
         EXPECT_FALSE(updater.canCheckForUpdates()) << feed;
@@ -55,73 +51,64 @@ TEST(UpdaterControllerTest, OneCheckAtATimeFindsANewerReleaseOrNone) {
     test::drainEvents();
     EXPECT_EQ(results, 1) << "the check asked for while one ran was ignored";
     EXPECT_EQ(server.requestCount("/appcast.xml"), 1);
-    ASSERT_EQ(result->kind, Kind::UpdateAvailable);
-    EXPECT_EQ(result->item->displayVersion, "0.2.0");
-    EXPECT_EQ(result->item->downloadURL, "https://orvane.example/download");
-    EXPECT_EQ(result->notes, "Sidebar badges are sharper.");
-    EXPECT_EQ(result->currentVersion, "0.1.0");
+    EXPECT_EQ(result->kind, Kind::UpdateAvailable);
 
-    // The same version or only older ones: up to date; checks can repeat.
-    for (const char* version : { "0.1.0", "0.1.0-beta" }) {
-        server.serve("/appcast.xml", feedWith(version), "application/rss+xml");
-        EXPECT_EQ(check(updater).kind, Kind::UpToDate) << version;
-    }
-}
-
-TEST(UpdaterControllerTest, BrokenFeedsAndServersEndInAClearFailure) {
-    test::FixtureServer server;
-    server.serve("/html", "<html><body>Moved</body></html>");
-    server.serve("/no-items", R"(<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel>
-        <item><sparkle:version>9.0</sparkle:version><link>javascript:alert(document.cookie)</link></item></channel></rss>)");
-    server.serve("/50mb", std::string(50 * 1024 * 1024, ' '), "application/rss+xml");
-    server.handle("/500", [](SoupServerMessage* message, const std::string&) { soup_server_message_set_status(message, 500, nullptr); });
-    // A body without a length that never ends.
-    struct Endless {
-        size_t sent = 0;
-        bool finished = false;
-    } endless;
-    server.handle("/endless", [&endless](SoupServerMessage* message, const std::string&) {
-        static const std::string chunk(64 * 1024, ' ');
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_message_headers_set_encoding(soup_server_message_get_response_headers(message), SOUP_ENCODING_CHUNKED);
-        auto append = +[](SoupServerMessage* message, Endless* endless) {
-            endless->sent += chunk.size();
-            soup_message_body_append(soup_server_message_get_response_body(message), SOUP_MEMORY_STATIC, chunk.data(), chunk.size());
-        };
-        g_signal_connect(message, "wrote-chunk", G_CALLBACK(append), &endless);
-        g_signal_connect_swapped(message, "finished", G_CALLBACK(+[](Endless* e) { e->finished = true; }), &endless);
-        append(message, &endless);
-    });
-    test::SilentServer silent;
-    const std::tuple<std::string, unsigned, const char*> cases[] = {
-        { server.uri("/html"), 30000, "could not be read" },
-        { server.uri("/no-items"), 30000, "lists no releases" },
-        { server.uri("/500"), 30000, "HTTP 500" },
-        { server.uri("/50mb"), 30000, "too large" },
-        { server.uri("/endless"), 30000, "too large" },
-        { "http://127.0.0.1:" + std::to_string(test::refusingLoopbackPort()) + "/appcast.xml", 30000, "could not reach" },
-        { silent.uri("/appcast.xml"), 200, "did not answer in time" },
-    };
-    for (const auto& [feed, timeout, error] : cases) {
-        UpdaterController updater(configuration(feed, timeout));
-        auto result = check(updater);
-        EXPECT_EQ(result.kind, Kind::Failed) << feed;
-        EXPECT_NE(result.error.find(error), std::string::npos) << feed << ": " << result.error;
-        EXPECT_TRUE(updater.canCheckForUpdates());
-    }
-    EXPECT_TRUE(test::waitUntil([&] { return endless.finished; })) << "the endless answer was dropped";
-    EXPECT_LT(endless.sent, 32u * 1024 * 1024);
-
-    // Destroying the controller mid-check cancels the request quietly.
+    // Destroyed mid-check: the request is cancelled and nobody is called.
+    test::UnansweredRequests silent(server, "/silent");
     bool called = false;
     {
-        UpdaterController updater(configuration(silent.uri("/appcast.xml")));
-        updater.checkForUpdates([&](const UpdaterController::Result&) { called = true; });
-        ASSERT_TRUE(test::waitUntil([&] { return silent.requests() == 2; }));
+        UpdaterController silent(configuration(server.uri("/silent")));
+        silent.checkForUpdates([&](const UpdaterController::Result&) { called = true; });
+        ASSERT_TRUE(test::waitUntil([&] { return server.requestCount("/silent") == 1; }));
     }
-    EXPECT_TRUE(test::waitUntil([&] { return silent.closedConnections() == 2; }));
-    test::drainEvents();
+    EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 1; }, 5s)) << "the request was cancelled";
     EXPECT_FALSE(called);
+}
+
+TEST(UpdaterControllerTest, FeedsAndFetchOutcomesBecomeTheUsersResult) {
+    const auto config = configuration("https://orvane.example/appcast.xml");
+    HTTPFetch::Outcome fetched;
+    fetched.body = feedWith("0.2.0");
+    auto available = UpdaterController::resultOf(fetched, config);
+    ASSERT_EQ(available.kind, Kind::UpdateAvailable);
+    EXPECT_EQ(available.item->displayVersion, "0.2.0");
+    EXPECT_EQ(available.item->downloadURL, "https://orvane.example/download");
+    EXPECT_EQ(available.notes, "Sidebar badges are sharper.");
+    EXPECT_EQ(available.currentVersion, "0.1.0");
+
+    const std::tuple<std::string, Kind, const char*> feeds[] = {
+        { feedWith("0.1.0"), Kind::UpToDate, "" },
+        { feedWith("0.1.0-beta"), Kind::UpToDate, "" },
+        { "<html><body>Moved</body></html>", Kind::Failed, "could not be read" },
+        { R"(<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><item><sparkle:version>9.0</sparkle:version>
+            <link>javascript:alert(document.cookie)</link></item></channel></rss>)", Kind::Failed, "lists no releases" },
+    };
+    for (const auto& [feed, kind, error] : feeds) {
+        auto result = UpdaterController::evaluate(feed, config);
+        EXPECT_EQ(result.kind, kind) << feed;
+        EXPECT_NE(result.error.find(error), std::string::npos) << result.error;
+    }
+
+    auto failed = [](Failure failure, unsigned status = 0, std::string error = "") {
+        HTTPFetch::Outcome outcome;
+        outcome.failure = failure;
+        outcome.status = status;
+        outcome.error = std::move(error);
+        return outcome;
+    };
+    const std::pair<HTTPFetch::Outcome, const char*> outcomes[] = {
+        { failed(Failure::Status, 500), "answered with an error (HTTP 500)" },
+        { failed(Failure::TooLarge), "too large" },
+        { failed(Failure::TimedOut), "did not answer in time" },
+        { failed(Failure::Transport, 0, "Connection refused"), "could not reach the update server: Connection refused" },
+        { failed(Failure::Address), "an address it does not follow" },
+        { failed(Failure::Cancelled), "interrupted" },
+    };
+    for (const auto& [outcome, error] : outcomes) {
+        auto result = UpdaterController::resultOf(outcome, config);
+        EXPECT_EQ(result.kind, Kind::Failed) << error;
+        EXPECT_NE(result.error.find(error), std::string::npos) << result.error;
+    }
 }
 
 } // namespace

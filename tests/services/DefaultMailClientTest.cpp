@@ -1,5 +1,8 @@
 // The default-mail-app question and request against a real GIO registry:
 // desktop files in this process's user data folder and its mimeapps.list.
+// The usual round (another app is the default, the request makes Orvane the
+// default, a change made outside shows) is the e2e SettingsTest's; here are
+// what it cannot reach.
 #include "DefaultMailClient.h"
 
 #include "Files.h"
@@ -34,20 +37,17 @@ TEST(DefaultMailClientTest, AsksAndSetsTheMailtoHandlerInAnyLetterCaseAndSoDoesT
     EXPECT_FALSE(DefaultMailClient::makeDefault()) << "not installed: the request is not even made";
     EXPECT_FALSE(Files::exists(mimeapps));
 
-    for (std::string orvane : { "app.orvane.Orvane.desktop", "APP.Orvane.ORVANE.desktop" }) {
-        SCOPED_TRACE(orvane);
-        install("other-mail.desktop");
-        install(orvane);
-        setDefault(orvane);
-        EXPECT_TRUE(isDefault(true));
-        // A change made outside Orvane shows; the request writes mimeapps.list.
-        setDefault("other-mail.desktop");
-        ASSERT_TRUE(isDefault(false));
-        EXPECT_TRUE(DefaultMailClient::makeDefault());
-        EXPECT_TRUE(DefaultMailClient::isDefault());
-        EXPECT_NE(Files::read(mimeapps, 1 << 20).value_or("").find("x-scheme-handler/mailto=" + orvane), std::string::npos);
-        g_remove((applications + "/" + orvane).c_str());
-    }
+    // Installed under another letter case, as some packagers do.
+    const std::string oddCase = "APP.Orvane.ORVANE.desktop";
+    install("other-mail.desktop");
+    install(oddCase);
+    setDefault(oddCase);
+    EXPECT_TRUE(isDefault(true));
+    setDefault("other-mail.desktop");
+    ASSERT_TRUE(isDefault(false));
+    EXPECT_TRUE(DefaultMailClient::makeDefault());
+    EXPECT_NE(Files::read(mimeapps, 1 << 20).value_or("").find("x-scheme-handler/mailto=" + oddCase), std::string::npos);
+    g_remove((applications + "/" + oddCase).c_str());
 
     // tools/set-default-mail.sh, the way round a desktop that refuses the
     // request from inside the app, makes the same change.

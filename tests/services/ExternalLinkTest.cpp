@@ -1,6 +1,8 @@
 // What an address leaving an account's pages may become: an http(s) address
 // for the browser (unwrapped from Google's redirect wrappers), a mailto: link
-// for Orvane's own routing, or nothing.
+// for Orvane's own routing, or nothing. That only http(s) addresses of
+// printable ASCII within the bound reach the browser, and that what does is
+// stable when checked again, is fuzz/ExternalLinkFuzzer's.
 #include "ExternalLink.h"
 
 #include <gtest/gtest.h>
@@ -28,8 +30,6 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesReachTheBrowserAndMailLinksTheRout
         { "ftp://www.google.com/url?q=https://example.org/", Nothing, "" },
         { "MailTo:someone@example.org?subject=Hi%20there", Mail, "MailTo:someone@example.org?subject=Hi%20there" },
         { "mailto:a@b.c\r\nBcc:x@y.z", Nothing, "" },
-        { "javascript:alert(1)", Nothing, "" },
-        { "file:///etc/passwd", Nothing, "" },
         { "https://exa%41mple.org/", Nothing, "" },
         { " https://example.org/", Nothing, "" },
         { "https://example.org/" + std::string(ExternalLink::kMaxAddressBytes, 'a'), Nothing, "" },

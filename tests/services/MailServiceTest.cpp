@@ -47,9 +47,8 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
     for (const auto& [service, address, owned] : cases)
         EXPECT_EQ(service->ownsAddress(address), owned) << service->homeURL << " " << address;
 
-    // Titles are read only where the service's titles carry something.
-    EXPECT_EQ(gmail.unread("Inbox (4) - a@b.c - Gmail"), 4);
-    EXPECT_EQ(outlook.label("Mail - Display Name - Outlook"), "Display Name");
+    // Titles are read only where the service's titles carry something
+    // (Gmail's, tests/web/UnreadCountsWebTest).
     EXPECT_FALSE(outlook.unread("Inbox (4) - a@b.c - Gmail"));
     EXPECT_FALSE(calendar.unread("Inbox (4) - a@b.c - Gmail") || calendar.label("Inbox (4) - a@b.c - Gmail"));
     EXPECT_FALSE(calendar.composeJS || calendar.attachClickJS || calendar.photoJS || calendar.unreadPollJS);
@@ -83,10 +82,8 @@ TEST(MailServiceTest, OverridesReplaceTheHomeAndHostsOfTheirEntriesOnly) {
         "calendar": {"inAppHosts": ["localhost"]}
     })");
     auto gmail = MailService::build(AccountService::Mail, path);
-    EXPECT_EQ(gmail.homeURL, "http://127.0.0.1:4321/gmail/");
     EXPECT_EQ(gmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
     EXPECT_EQ(gmail.ownHosts, gmail.inAppHosts) << "replaced hosts are the deployment's own";
-    EXPECT_EQ(gmail.attachClickJS, test::testServices().gmail().attachClickJS);
     auto outlook = MailService::build(AccountService::Outlook, path);
     EXPECT_EQ(outlook.inAppHosts, test::testServices().outlook().inAppHosts);
     EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test") && outlook.ownsAddress("https://outlook.office.com"));

@@ -1,3 +1,7 @@
+// What a mailto: link asks for. That only mailto: links in any letter case
+// are taken apart, that addresses are never empty, untrimmed or holding a
+// comma, and that every value is valid UTF-8 without NUL is
+// fuzz/MailtoFuzzer's.
 #include "MailtoComponents.h"
 
 #include <gtest/gtest.h>
@@ -13,21 +17,13 @@ MailtoComponents parsed(std::string_view url) {
     return components.value_or(MailtoComponents {});
 }
 
-TEST(MailtoComponentsTest, OnlyMailLinksInAnyCaseAreTakenApart) {
-    EXPECT_EQ(parsed("MailTo:a@b.c").to, List({ "a@b.c" }));
-    EXPECT_EQ(parsed("mailto:?"), MailtoComponents {});
-    for (auto url : { "https://mail.google.com/", "mailtox:a@b.c", "a@b.c", " mailto:a@b.c" })
-        EXPECT_FALSE(MailtoComponents::fromURL(url)) << url;
-}
-
-TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndTrimmedOfSpacesAndTabs) {
+TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndPassedOnUnchecked) {
     const std::pair<const char*, List> cases[] = {
         { "mailto:a@b.c%20,%20%20d@e.f%09", { "a@b.c", "d@e.f" } },
         { "mailto:a@b.c%2Cd@e.f", { "a@b.c", "d@e.f" } },
         { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } },
-        { "mailto:,%20,%20x", { "x" } },
         { "mailto:%0Aa@b.c", { "\na@b.c" } },
-        { "mailto:not%20an%20address,A@B.C,A@B.C", { "not an address", "A@B.C", "A@B.C" } }, // passed on unchecked
+        { "mailto:not%20an%20address,A@B.C,A@B.C", { "not an address", "A@B.C", "A@B.C" } },
         { "mailto:j%C3%B6rg@example.de", { "jörg@example.de" } },
     };
     for (const auto& [url, to] : cases)
@@ -56,7 +52,7 @@ TEST(MailtoComponentsTest, ValuesAreDecodedButPlusAndBrokenEscapesStayText) {
     for (const auto& [url, subject] : subjects)
         EXPECT_EQ(parsed(url).subject, subject) << url;
     // A NUL or bytes that are not UTF-8: a mail link that asks for nothing.
-    for (auto url : { "mailto:a%00@b.c", "mailto:a%FF@b.c", "mailto:a@b.c?subject=%C3", "mailto:a@b.c?x%FF=1" })
+    for (auto url : { "mailto:a%00@b.c", "mailto:a@b.c?subject=%C3" })
         EXPECT_EQ(parsed(url), MailtoComponents {}) << url;
 }
 

@@ -1,6 +1,8 @@
-// Routing a mailto: link to a sending account: which links are taken, when
-// the picker waits, what a choice writes to the store and which sender the
-// picker highlights (what it shows is tests/app/AccountPickerViewUITest).
+// Routing a mailto: link to a sending account. The e2e MailtoTest shows the
+// picker, a pick by key, Escape, a default account composing at once and a
+// link from a page; here are the edges: which links are taken at all, what a
+// second link or a stale default does, and which sender the picker
+// highlights (what it shows is tests/app/AccountPickerViewUITest).
 #include "MailtoRouter.h"
 
 #include "AppPaths.h"
@@ -10,12 +12,11 @@
 #include "support/TestEnvironment.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 namespace orvane {
 namespace {
 
-using List = std::vector<std::string>;
+constexpr const char* kNoAccount = "00000000-0000-4000-8000-000000000000";
 
 class MailtoRouterTest : public ::testing::Test {
 protected:
@@ -29,11 +30,6 @@ protected:
                 composed.push_back({ account.id, mailto });
             },
             [this] { ++pendingChanges; } });
-    }
-
-    static std::string savedSelection() {
-        auto file = nlohmann::json::parse(Files::read(AppPaths::accountsFile(), 1 << 20).value_or(""), nullptr, false);
-        return file.is_object() ? file.value("selectedAccountID", "") : "";
     }
 
     std::unique_ptr<AccountStore> store;
@@ -63,16 +59,13 @@ TEST_F(MailtoRouterTest, ThePickerWaitsWhenAskingOrWithoutAValidDefault) {
     const Account home = store->addAccount();
     const Account work = store->addOutlookAccount();
     store->setDefaultMailtoAccountID(work.id);
-    ASSERT_TRUE(store->alwaysAskOnMailto());
     router->handleOpenURL("mailto:ana@example.com?subject=Hi");
-    EXPECT_EQ(presented, 1);
-    EXPECT_EQ(router->pendingMailto()->to, List { "ana@example.com" });
     router->handleOpenURL("MAILTO:tom@example.com");
     EXPECT_EQ(router->pendingMailto(), (MailtoComponents { { "tom@example.com" } })) << "a second link replaces the first";
     EXPECT_EQ(pendingChanges, 2);
 
     store->setAlwaysAskOnMailto(false);
-    for (std::optional<std::string> noDefault : { std::optional<std::string>(), std::optional<std::string>("00000000-0000-4000-8000-000000000000") }) {
+    for (std::optional<std::string> noDefault : { std::optional<std::string>(), std::optional<std::string>(kNoAccount) }) {
         router->cancel();
         store->setDefaultMailtoAccountID(noDefault);
         router->handleOpenURL("mailto:a@example.com");
@@ -80,40 +73,30 @@ TEST_F(MailtoRouterTest, ThePickerWaitsWhenAskingOrWithoutAValidDefault) {
     }
     EXPECT_TRUE(composed.empty());
 
-    // Cancel leaves nothing; a pick composes the waiting link, is selected,
-    // remembered, saved and leads the next picker.
+    // A pick with nothing waiting does nothing; a pick of a waiting link is
+    // remembered and leads the next picker.
     store->setSelectedAccountID(home.id);
     store->setDefaultMailtoAccountID(std::nullopt);
     router->cancel();
-    router->cancel();
     router->pick(work);
-    EXPECT_TRUE(composed.empty()) << "nothing was waiting";
-    EXPECT_EQ(store->selectedAccountID(), home.id);
-    EXPECT_FALSE(store->lastUsedSenderID());
+    EXPECT_TRUE(composed.empty() && store->selectedAccountID() == home.id && !store->lastUsedSenderID());
     router->handleOpenURL("mailto:a@example.com?subject=Two");
     router->pick(work);
     ASSERT_EQ(composed.size(), 1u);
     EXPECT_EQ(composed[0], std::pair(work.id, MailtoComponents { { "a@example.com" }, {}, {}, "Two" }));
-    EXPECT_FALSE(router->pendingMailto());
-    EXPECT_EQ(store->lastUsedSenderID(), work.id);
-    EXPECT_EQ(savedSelection(), work.id);
     EXPECT_EQ(SenderChoice::highlightedID(*store), work.id);
 }
 
-TEST_F(MailtoRouterTest, AValidDefaultComposesAtOnceEvenForAMegabyteLink) {
+TEST_F(MailtoRouterTest, AValidDefaultComposesAtOnceEvenForAMegabyteLinkOrACalendar) {
     const Account home = store->addAccount();
     const Account calendar = store->addCalendar(home);
     const Account work = store->addOutlookAccount();
     store->setAlwaysAskOnMailto(false);
     store->setDefaultMailtoAccountID(work.id);
     router->handleOpenURL("mailto:a@example.com?body=" + std::string(1024 * 1024, 'x'));
-    EXPECT_FALSE(router->pendingMailto());
     ASSERT_EQ(composed.size(), 1u);
-    EXPECT_EQ(composed[0].first, work.id);
     EXPECT_EQ(composed[0].second.body->size(), 1024u * 1024u);
     EXPECT_EQ(store->lastUsedSenderID(), work.id);
-    EXPECT_EQ(savedSelection(), work.id);
-    EXPECT_GE(presented, 1);
 
     // A calendar companion as default is still selected and remembered; the
     // web layer finds no compose script for it.
@@ -134,7 +117,7 @@ TEST_F(MailtoRouterTest, PickerHighlightsDefaultThenLastSenderThenFirstMailAccou
     EXPECT_EQ(SenderChoice::highlightedID(*store), work.id);
     store->setDefaultMailtoAccountID(calendar.id);
     EXPECT_EQ(SenderChoice::forReturn(*store)->id, calendar.id);
-    store->setDefaultMailtoAccountID("00000000-0000-4000-8000-000000000000");
+    store->setDefaultMailtoAccountID(kNoAccount);
     EXPECT_FALSE(SenderChoice::forReturn(*store)) << "a highlight that names no account: Return does nothing";
     EXPECT_EQ(SenderChoice::recipientLine({ {}, { "c@example.com" } }), "To: New message") << "only To counts";
 }

@@ -8,26 +8,16 @@ namespace {
 
 using nlohmann::json;
 
-// The compose scripts run in the stand-in provider pages of tests/fixtures,
-// the way Orvane runs them: evaluated as programs named after their resource.
-// The attach scripts as async function bodies, answering the point to click;
-// the photo scripts' and the unread poll's usual answers are seen where they
-// are used (tests/web/AvatarWebTest, UnreadCountsWebTest), here their fallbacks.
+// The page scripts' edges, in the stand-in provider pages of tests/fixtures,
+// run the way Orvane runs them: compose scripts as programs named after their
+// resource, the others as async function bodies. What the e2e suite shows
+// through the real binary is not repeated: composing with hostile text
+// and Outlook's To, subject and body (e2e/MailtoTest), a drop opening a form
+// and clicking its file control, Outlook's unfiltered input put back
+// (e2e/DropAttachTest); the photo and unread scripts' usual answers are
+// tests/web/AvatarWebTest and UnreadCountsWebTest.
 class PageScriptsWebTest : public WebViewTest {
 protected:
-    void SetUp() override {
-        WebViewTest::SetUp();
-        g_signal_connect(view, "script-dialog", G_CALLBACK(+[](WebKitWebView*, WebKitScriptDialog*, gpointer data) {
-            ++*static_cast<int*>(data);
-            return TRUE;
-        }), &m_dialogs);
-        g_signal_connect(view, "run-file-chooser", G_CALLBACK(+[](WebKitWebView*, WebKitFileChooserRequest* request, gpointer data) {
-            ++*static_cast<int*>(data);
-            webkit_file_chooser_request_cancel(request);
-            return TRUE;
-        }), &m_fileChoosers);
-    }
-
     JSResult evaluate(const std::string& script, const std::string& scriptName) {
         struct Pending {
             bool done = false;
@@ -60,112 +50,28 @@ protected:
     }
     size_t logged(const std::string& type) { return page("__fixtureLog.filter(e => e.type === " + jsonLiteral(type) + ")").size(); }
 
-    // Values that break scripts built by pasting text together.
-    static constexpr const char* kHostile = "\"q\" 'a' \\b\\ </script><script>window.__injected=1</script> \");window.__injected=2;alert(1)//";
-
-    int m_dialogs = 0;
-    int m_fileChoosers = 0;
 };
 
-TEST_F(PageScriptsWebTest, GmailComposeFillsTheFormWithTheValuesUnchangedAndPressesEnterOnTo) {
-    ASSERT_TRUE(loadFixture("/gmail/"));
-    MailtoComponents link;
-    link.to = { "o\"brien@example.com", "tom@example.com" };
-    link.cc = { "cc@example.com" };
-    link.subject = std::string(kHostile) + " \u2028 ${x} `y` end";
-    link.body = std::string(kHostile) + "\nsecond \\n\n\nlast";
-    compose(test::testServices().gmail(), link);
-    ASSERT_TRUE(waitForJS("__fixtureLog.some(e => e.type === 'keyup')"));
-
-    auto dialogs = page("__fixture.dialogs()");
-    ASSERT_EQ(dialogs.size(), 1u);
-    EXPECT_EQ(dialogs[0]["to"], json(link.to));
-    EXPECT_EQ(dialogs[0]["subject"], *link.subject);
-    EXPECT_EQ(dialogs[0]["body"], *link.body) << "every character, and the signature is gone";
-    // Value set, then input and change, then Enter down and up, on To.
-    const std::string joined = "o\"brien@example.com, tom@example.com";
-    EXPECT_EQ(page("__fixtureLog.filter(e => e.field === 'to').map(e => [e.type, e.value, e.key || '', e.keyCode || 0, e.which || 0])"),
-        json({ { "input", joined, "", 0, 0 }, { "change", joined, "", 0, 0 }, { "keydown", joined, "Enter", 13, 13 }, { "keyup", "", "Enter", 13, 13 } }));
-    EXPECT_EQ(page("__fixtureLog.filter(e => e.field === 'subject').map(e => e.type)"), json({ "input", "change" }));
-    EXPECT_EQ(logged("compose-clicked"), 1u);
-    EXPECT_EQ(page("typeof window.__injected"), "undefined");
-    EXPECT_EQ(m_dialogs, 0);
-}
-
-TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndLeavesToAndSubjectAloneWhenTheLinkHasNone) {
+// Gmail takes recipients on a real Enter (key, keyCode and which), after
+// input and change; the script waits for the compose button and leaves the
+// subject alone when the link has none.
+TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndPressesEnterOnTo) {
     ASSERT_TRUE(loadFixture("/gmail/"));
     page("window.__button = document.querySelector('[gh=\"cm\"]'); __button.remove(); true");
     MailtoComponents link;
+    link.to = { "o\"brien@example.com", "tom@example.com" };
     link.subject = "";
     link.body = "Only a body";
     compose(test::testServices().gmail(), link);
     page("setTimeout(() => document.querySelector('nav').prepend(__button), 700); true");
     ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1 && __fixture.dialogs()[0].body === 'Only a body'"));
-    EXPECT_EQ(page("__fixture.dialogs()[0].subject"), "");
-    EXPECT_EQ(page("__fixtureLog.filter(e => e.field).length"), 0) << "an empty subject is no subject";
-}
-
-TEST_F(PageScriptsWebTest, OutlookComposeOpensTheFormAndTypesEachAddressWithEnter) {
-    ASSERT_TRUE(loadFixture("/outlook/mail/"));
-    MailtoComponents link;
-    link.to = { "ana@example.com", "\");alert(1)//@example.com" };
-    link.bcc = { "hidden@example.com" };
-    link.subject = std::string(kHostile) + " \u2028 end";
-    link.body = "Hello\n\"there\" \\ </script>";
-    compose(test::testServices().outlook(), link);
-    ASSERT_TRUE(waitForJS("__fixture.compose().body.includes('Hello')", 15s));
-
-    auto form = page("__fixture.compose()");
-    EXPECT_EQ(form["to"], json(link.to));
-    EXPECT_EQ(form["toText"], "");
-    EXPECT_EQ(form["subject"], *link.subject);
-    std::string body = form["body"];
-    EXPECT_EQ(body.rfind(*link.body, 0), 0u) << body;
-    EXPECT_NE(body.find("Sent from Outlook"), std::string::npos) << "the body goes in at the caret";
-    EXPECT_EQ(page("document.querySelector('[aria-label=\"Cc\"]').textContent"), "");
-    auto keys = page("__fixtureLog.filter(e => e.type === 'keydown').map(e => [e.key, e.keyCode, e.text])");
-    EXPECT_EQ(keys, json::parse(R"([["Enter", 13, "ana@example.com"], ["Enter", 13, "\");alert(1)//@example.com"]])"));
-    EXPECT_EQ(page("typeof window.__injected"), "undefined");
-    EXPECT_EQ(m_dialogs, 0);
-
-    // With the form showing, an empty link clicks nothing and types nothing
-    // (the script has no waits then, so it is done when the program returns).
-    compose(test::testServices().outlook(), MailtoComponents {});
-    EXPECT_EQ(logged("new-mail-clicked"), 1u);
-    EXPECT_EQ(logged("keydown"), 2u);
-}
-
-TEST_F(PageScriptsWebTest, GmailAttachPointsAtTheNewestFormsFileControlOpeningAFormOnlyIfNoneIs) {
-    ASSERT_TRUE(loadFixture("/gmail/"));
-    const std::string centre = "(b => ({x: b.left + b.width / 2, y: b.top + b.height / 2}))"
-                               "(document.querySelector('.compose:not(.minimised) [command=\"Files\"]').getBoundingClientRect())";
-    auto first = callAsync(*test::testServices().gmail().attachClickJS).value; // opens a form
-    EXPECT_EQ(first, page(centre));
-    page("document.querySelector('[gh=\"cm\"]').click(); true");
-    ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 2"));
-    auto point = callAsync(*test::testServices().gmail().attachClickJS).value;
-    EXPECT_EQ(point, page(centre));
-    EXPECT_EQ(logged("compose-clicked"), 2u) << "a form was open: no new one";
-    std::string hit = "document.elementFromPoint(" + point["x"].dump() + ", " + point["y"].dump() + ")";
-    EXPECT_EQ(page(hit + ".closest('.compose') === document.querySelector('#compose-area .compose')"), true) << "the newest form";
-    page(hit + ".click(); true");
-    EXPECT_TRUE(waitUntil([&] { return m_fileChoosers == 1; }));
-}
-
-TEST_F(PageScriptsWebTest, OutlookAttachPlacesTheUnfilteredFileInputUnderThePointAndPutsItBack) {
-    ASSERT_TRUE(loadFixture("/outlook/mail/"));
-    const std::string input = "document.querySelectorAll('input[type=file]')[1]";
-    auto point = callAsync(*test::testServices().outlook().attachClickJS).value;
-    EXPECT_EQ(point, json({ { "x", 105 }, { "y", 82 } }));
-    EXPECT_EQ(page("__fixture.compose().open"), true);
-    EXPECT_EQ(page("document.elementFromPoint(105, 82) === " + input), true);
-    EXPECT_EQ(page("document.querySelectorAll('input[type=file]')[0].getAttribute('style')"), "display:none");
-    EXPECT_EQ(callAsync(*test::testServices().outlook().attachClickJS).value, point) << "a second drop while the input is placed";
-    EXPECT_EQ(logged("new-mail-clicked"), 1u);
-    page("document.elementFromPoint(105, 82).click(); true");
-    ASSERT_TRUE(waitUntil([&] { return m_fileChoosers == 1; }));
-    EXPECT_EQ(page("__fixtureLog.filter(e => e.type === 'file-input-click').map(e => e.accept)"), json({ nullptr }));
-    EXPECT_TRUE(waitForJS(input + ".getAttribute('style') === 'display:none'", 8s)) << "the page's own style is put back";
+    ASSERT_TRUE(waitForJS("__fixtureLog.some(e => e.type === 'keyup')"));
+    EXPECT_EQ(page("__fixture.dialogs()[0].to"), json(link.to));
+    const std::string joined = "o\"brien@example.com, tom@example.com";
+    EXPECT_EQ(page("__fixtureLog.filter(e => e.field).map(e => [e.field, e.type, e.value, e.key || '', e.keyCode || 0, e.which || 0])"),
+        json({ { "to", "input", joined, "", 0, 0 }, { "to", "change", joined, "", 0, 0 }, { "to", "keydown", joined, "Enter", 13, 13 },
+            { "to", "keyup", "", "Enter", 13, 13 } })) << "an empty subject is no subject";
+    EXPECT_EQ(logged("compose-clicked"), 1u);
 }
 
 TEST_F(PageScriptsWebTest, WhatTheOtherScriptsFallBackOnWhenThePageHasLess) {
