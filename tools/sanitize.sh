@@ -36,6 +36,9 @@ export TMPDIR=$scratch ORVANE_KEEP_TEST_FILES=1
 # log_path next to AddressSanitizer and writes to standard error: a test
 # program's finding fails its test, and orvane's are looked for in its output
 # (orvane.log) after the run.
+# GLib's slice allocator would keep freed GObjects out of AddressSanitizer's
+# sight; plain malloc lets it catch a use after the last unref.
+export G_SLICE=always-malloc
 export ASAN_OPTIONS="halt_on_error=1:abort_on_error=1:detect_leaks=0:symbolize=1:log_path=$reports/asan:log_exe_name=1"
 export UBSAN_OPTIONS="halt_on_error=1:abort_on_error=1:print_stacktrace=1:symbolize=1:suppressions=$root/tools/ubsan.supp"
 
