@@ -10,7 +10,7 @@ packages=(
   libwebkitgtk-6.0-dev libsoup-3.0-dev libxml2-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev
   xvfb xauth dbus dbus-x11 at-spi2-core xdotool x11-utils imagemagick xdg-utils
-  python3 python3-dbusmock python3-gi gir1.2-glib-2.0
+  python3
   desktop-file-utils appstream adwaita-icon-theme fonts-dejavu-core
   poppler-utils
 )

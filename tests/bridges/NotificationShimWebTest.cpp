@@ -61,7 +61,7 @@ TEST(NotificationRelayTest, TitleSubtitleAndIdentifierFollowThePageAndTheAccount
     EXPECT_EQ(plain.body, "A&B <W>\n<a href=\"https://evil.example/\">x</a> &amp;");
     auto escaped = NotificationRelay::content(markup, account, "A&B <W>", true);
     EXPECT_EQ(escaped.title, "<b>Bold</b> & co");
-    EXPECT_EQ(escaped.body, "A&amp;B &lt;W&gt;\n&lt;a href=\"https://evil.example/\"&gt;x&lt;/a&gt; &amp;amp;");
+    EXPECT_EQ(escaped.body, "A&amp;B &lt;W&gt;\n&lt;a href=&quot;https://evil.example/&quot;&gt;x&lt;/a&gt; &amp;amp;");
 }
 
 
