@@ -120,6 +120,7 @@ TEST_F(MailtoRouterTest, PickerHighlightsDefaultThenLastSenderThenFirstMailAccou
     store->setDefaultMailtoAccountID(kNoAccount);
     EXPECT_FALSE(SenderChoice::forReturn(*store)) << "a highlight that names no account: Return does nothing";
     EXPECT_EQ(SenderChoice::recipientLine({ {}, { "c@example.com" } }), "To: New message") << "only To counts";
+    EXPECT_EQ(SenderChoice::hint(2), "Press 1\u20132  \u00b7  Return = default  \u00b7  Esc to cancel");
 }
 
 } // namespace
