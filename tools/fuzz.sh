@@ -16,20 +16,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 shift || true
 
-packages=(clang-14 libfuzzer-14-dev cmake pkg-config
-  libglib2.0-dev libglib2.0-dev-bin libgtk-4-dev libadwaita-1-dev libwebkitgtk-6.0-dev
-  libsoup-3.0-dev libxml2-dev libpango1.0-dev nlohmann-json3-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  SUDO=""
-  if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
-  $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+tools/install-packages.sh clang-14 libfuzzer-14-dev
 
 names=("$@")
 if [ ${#names[@]} -eq 0 ]; then

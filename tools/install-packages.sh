@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Orvane needs to build and to run its tests,
-# when missing. Works as root or through sudo. Used by tools/setup.sh and
+# and any further ones named as arguments, when missing. Works as root or through sudo. Used by tools/setup.sh and
 # tools/sanitize.sh.
 set -euo pipefail
 
@@ -13,6 +13,7 @@ packages=(
   python3
   desktop-file-utils appstream adwaita-icon-theme fonts-dejavu-core
   poppler-utils
+  "$@"
 )
 
 missing=()
