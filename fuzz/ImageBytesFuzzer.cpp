@@ -28,7 +28,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Strict base64 takes only canonical lengths and alphabet, and what it
     // takes decodes to what GLib's own decoder gives.
     auto decoded = ImageBytes::decodeBase64(input);
-    FUZZ_CHECK(AvatarPhoto::decodeBase64(input) == decoded);
     if (decoded) {
         FUZZ_CHECK(size % 4 == 0);
         size_t padding = input.ends_with("==") ? 2 : input.ends_with("=") ? 1 : 0;
@@ -44,10 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(ImageBytes::decodeBase64(encoded(input)) == std::string(input));
 
     auto fromURL = ImageBytes::fromDataURL(input);
-    auto photoBytes = AvatarPhoto::dataURLBytes(input);
-    FUZZ_CHECK(fromURL.has_value() == photoBytes.has_value());
     if (fromURL) {
-        FUZZ_CHECK(input.starts_with("data:") && !fromURL->data.empty() && fromURL->data == *photoBytes);
+        FUZZ_CHECK(input.starts_with("data:") && !fromURL->data.empty());
         FUZZ_CHECK(fromURL->meta.find(',') == std::string::npos && input.starts_with(fromURL->meta + ","));
     }
 

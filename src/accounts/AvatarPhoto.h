@@ -19,14 +19,5 @@ std::string identity(const std::string& photo);
 // hand-edited accounts file can never make this name a path.
 std::optional<std::string> fileName(const std::string& accountID, const std::string& identity);
 
-// The bytes of a data: address: the text after the first comma, decoded as
-// strict standard base64. Nothing when there is no comma, the text is not
-// valid base64 or it decodes to no bytes.
-std::optional<std::string> dataURLBytes(std::string_view url);
-
-// Standard base64 (A-Z a-z 0-9 + /), padded to a multiple of four with "=".
-// Any other character, whitespace included, rejects the whole text.
-std::optional<std::string> decodeBase64(std::string_view text);
-
 } // namespace AvatarPhoto
 } // namespace orvane

@@ -2,6 +2,7 @@
 
 #include "AppPaths.h"
 #include "Files.h"
+#include "ImageBytes.h"
 #include "PageScripts.h"
 #include "MailService.h"
 #include "AvatarDownload.h"
@@ -114,10 +115,10 @@ void AvatarRefresher::photoFound(const std::string& accountID, const std::string
 
 void AvatarRefresher::download(const std::string& photo, const std::string& identity, const std::string& accountID) {
     if (photo.starts_with("data:")) {
-        auto bytes = AvatarPhoto::dataURLBytes(photo);
-        if (!bytes)
+        auto decoded = ImageBytes::fromDataURL(photo);
+        if (!decoded)
             return finish(accountID, Outcome::Failed);
-        return persist(*bytes, identity, accountID);
+        return persist(decoded->data, identity, accountID);
     }
     // Several page loads in a row ask for the same photo: one fetch serves them.
     std::string key = accountID + "\n" + identity;
