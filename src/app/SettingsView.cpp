@@ -88,11 +88,10 @@ void SettingsView::build(GtkBuilder* builder) {
 
     // Titles carry a mnemonic: Alt and the underlined letter flip the switch.
     m_alwaysAskSwitch = widget("always_ask_switch");
-    m_connections.push_back(SignalConnection::connect(m_alwaysAskSwitch, "notify::active", &SettingsView::onAlwaysAsk, this));
     m_notificationsSwitch = widget("notifications_switch");
-    m_connections.push_back(SignalConnection::connect(m_notificationsSwitch, "notify::active", &SettingsView::onNotifications, this));
     m_dockSwitch = widget("dock_switch");
-    m_connections.push_back(SignalConnection::connect(m_dockSwitch, "notify::active", &SettingsView::onDock, this));
+    for (GtkWidget* toggle : { m_alwaysAskSwitch, m_notificationsSwitch, m_dockSwitch })
+        m_connections.push_back(SignalConnection::connect(toggle, "notify::active", &SettingsView::onSwitch, this));
 
     // A pop-up menu of the mail accounts, as radio items of a string action:
     // choosing the account already shown stores it too.
@@ -195,30 +194,23 @@ void SettingsView::chooseDefaultAccount(const std::string& accountID) {
     m_store.save();
 }
 
-void SettingsView::onAlwaysAsk(GObject* toggle, GParamSpec*, gpointer data) {
+// Each switch writes its setting at once. Desktop notifications need no
+// permission here: their switch alone decides.
+void SettingsView::onSwitch(GObject* toggle, GParamSpec*, gpointer data) {
     auto* self = static_cast<SettingsView*>(data);
     if (self->m_syncing)
         return;
-    self->m_store.setAlwaysAskOnMailto(gtk_switch_get_active(GTK_SWITCH(toggle)));
-    self->m_store.save();
-}
-
-// Desktop notifications need no permission here: the switch alone decides.
-void SettingsView::onNotifications(GObject* toggle, GParamSpec*, gpointer data) {
-    auto* self = static_cast<SettingsView*>(data);
-    if (self->m_syncing)
-        return;
-    self->m_store.setNotificationsEnabled(gtk_switch_get_active(GTK_SWITCH(toggle)));
-    self->m_store.save();
-}
-
-void SettingsView::onDock(GObject* toggle, GParamSpec*, gpointer data) {
-    auto* self = static_cast<SettingsView*>(data);
-    if (self->m_syncing)
-        return;
-    self->m_store.setShowDockBadge(gtk_switch_get_active(GTK_SWITCH(toggle)));
-    self->m_store.save();
-    self->m_manager.refreshDockBadge();
+    bool on = gtk_switch_get_active(GTK_SWITCH(toggle));
+    AccountStore& store = self->m_store;
+    if (toggle == G_OBJECT(self->m_alwaysAskSwitch))
+        store.setAlwaysAskOnMailto(on);
+    else if (toggle == G_OBJECT(self->m_notificationsSwitch))
+        store.setNotificationsEnabled(on);
+    else
+        store.setShowDockBadge(on);
+    store.save();
+    if (toggle == G_OBJECT(self->m_dockSwitch))
+        self->m_manager.refreshDockBadge();
 }
 
 } // namespace orvane

@@ -68,9 +68,7 @@ private:
     void chooseDefaultAccount(const std::string& accountID);
     void syncDefaultAccountMenu();
 
-    static void onAlwaysAsk(GObject*, GParamSpec*, gpointer self);
-    static void onNotifications(GObject*, GParamSpec*, gpointer self);
-    static void onDock(GObject*, GParamSpec*, gpointer self);
+    static void onSwitch(GObject*, GParamSpec*, gpointer self);
 
     // Borrowed references
     AccountStore& m_store;
