@@ -34,40 +34,37 @@ TEST(TitleParsersTest, GmailUnreadIsTheDigitsBetweenTheFirstParenthesesOfAnInbox
         EXPECT_EQ(TitleParsers::gmailInboxUnread(title), count) << title.value_or("no title");
 }
 
-TEST(TitleParsersTest, GmailEmailIsTheFirstAddressLikePiece) {
-    const std::pair<Text, Text> cases[] = {
-        { "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
-        { "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
-        { "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
-        { "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
-        { "x\ta@b.c", "x\ta@b.c" },
-        { "a@b.c,d@e.f", "a@b.c" },
-        { "x;a@b.c|y", "a@b.c" },
-        { "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not
-        { "x\u2012a@b.c", "x\u2012a@b.c" },
-        { std::nullopt, std::nullopt },
-        { "Inbox (3) - Gmail", std::nullopt },
-        { "user@localhost", std::nullopt },
+// Gmail: the first address-like piece names the account; Outlook: the piece
+// before the final "Outlook".
+TEST(TitleParsersTest, GmailEmailAndOutlookNameArePiecesOfTheTitle) {
+    constexpr auto gmail = &TitleParsers::gmailEmail;
+    constexpr auto outlook = &TitleParsers::outlookName;
+    const std::tuple<Text (*)(const Text&), Text, Text> cases[] = {
+        { gmail, "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
+        { gmail, "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
+        { gmail, "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
+        { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
+        { gmail, "x\ta@b.c", "x\ta@b.c" },
+        { gmail, "a@b.c,d@e.f", "a@b.c" },
+        { gmail, "x;a@b.c|y", "a@b.c" },
+        { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not
+        { gmail, "x\u2012a@b.c", "x\u2012a@b.c" },
+        { gmail, std::nullopt, std::nullopt },
+        { gmail, "Inbox (3) - Gmail", std::nullopt },
+        { gmail, "user@localhost", std::nullopt },
+        { outlook, "Mail - Display Name - OUTLOOK", "Display Name" },
+        { outlook, "Inbox - Part One - Part Two - Outlook", "Part Two" },
+        { outlook, "Mail -   Spaced\tName \t - Outlook  ", "Spaced\tName" },
+        { outlook, "Mail - Jörg-Müller - Outlook", "Jörg-Müller" },
+        { outlook, std::nullopt, std::nullopt },
+        { outlook, "Display Name - Outlook", std::nullopt },
+        { outlook, "Mail - \t - Outlook", std::nullopt },
+        { outlook, "Mail - Display Name - Outlook Web", std::nullopt },
+        { outlook, "Mail-Display Name-Outlook", std::nullopt },
+        { outlook, "Mail \u2013 Display Name \u2013 Outlook", std::nullopt },
     };
-    for (const auto& [title, email] : cases)
-        EXPECT_EQ(TitleParsers::gmailEmail(title), email) << title.value_or("no title");
-}
-
-TEST(TitleParsersTest, OutlookNameIsThePieceBeforeTheFinalOutlook) {
-    const std::pair<Text, Text> cases[] = {
-        { "Mail - Display Name - OUTLOOK", "Display Name" },
-        { "Inbox - Part One - Part Two - Outlook", "Part Two" },
-        { "Mail -   Spaced\tName \t - Outlook  ", "Spaced\tName" },
-        { "Mail - Jörg-Müller - Outlook", "Jörg-Müller" },
-        { std::nullopt, std::nullopt },
-        { "Display Name - Outlook", std::nullopt },
-        { "Mail - \t - Outlook", std::nullopt },
-        { "Mail - Display Name - Outlook Web", std::nullopt },
-        { "Mail-Display Name-Outlook", std::nullopt },
-        { "Mail \u2013 Display Name \u2013 Outlook", std::nullopt },
-    };
-    for (const auto& [title, name] : cases)
-        EXPECT_EQ(TitleParsers::outlookName(title), name) << title.value_or("no title");
+    for (const auto& [parse, title, piece] : cases)
+        EXPECT_EQ(parse(title), piece) << title.value_or("no title");
 }
 
 } // namespace
