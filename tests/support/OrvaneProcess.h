@@ -104,7 +104,8 @@ public:
     // When the last start() spawned orvane, in g_get_monotonic_time() units.
     int64_t startedAt() const { return m_startedAt; }
     // Puts the services' home pages at these addresses, with their host as
-    // the only in-app one (ORVANE_SERVICE_OVERRIDES).
+    // the only in-app one, and Gmail's unread feed at /gmail/feed/atom on the
+    // Gmail page's server (ORVANE_SERVICE_OVERRIDES).
     void overrideServices(const std::string& gmail, const std::string& outlook, const std::string& calendar) {
         auto service = [](const std::string& address) {
             GUri* uri = g_uri_parse(address.c_str(), G_URI_FLAGS_NONE, nullptr);
@@ -114,7 +115,13 @@ public:
             return nlohmann::json { { "homeURL", address }, { "inAppHosts", { host } } };
         };
         std::string path = m_folder + "/service-overrides.json";
-        Files::replaceAtomically(path, nlohmann::json { { "gmail", service(gmail) }, { "outlook", service(outlook) },
+        auto gmailService = service(gmail);
+        if (GUri* uri = g_uri_parse(gmail.c_str(), G_URI_FLAGS_NONE, nullptr)) {
+            gmailService["feedURL"] = GCharPtr(g_uri_join(G_URI_FLAGS_NONE, g_uri_get_scheme(uri), nullptr,
+                g_uri_get_host(uri), g_uri_get_port(uri), "/gmail/feed/atom", nullptr, nullptr)).get();
+            g_uri_unref(uri);
+        }
+        Files::replaceAtomically(path, nlohmann::json { { "gmail", gmailService }, { "outlook", service(outlook) },
             { "calendar", service(calendar) } }.dump());
         setEnvironment("ORVANE_SERVICE_OVERRIDES", path);
     }
