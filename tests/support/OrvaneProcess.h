@@ -116,11 +116,7 @@ public:
         };
         std::string path = m_folder + "/service-overrides.json";
         auto gmailService = service(gmail);
-        if (GUri* uri = g_uri_parse(gmail.c_str(), G_URI_FLAGS_NONE, nullptr)) {
-            gmailService["feedURL"] = GCharPtr(g_uri_join(G_URI_FLAGS_NONE, g_uri_get_scheme(uri), nullptr,
-                g_uri_get_host(uri), g_uri_get_port(uri), "/gmail/feed/atom", nullptr, nullptr)).get();
-            g_uri_unref(uri);
-        }
+        gmailService["feedURL"] = gmail.substr(0, gmail.find('/', gmail.find("//") + 2)) + "/gmail/feed/atom";
         Files::replaceAtomically(path, nlohmann::json { { "gmail", gmailService }, { "outlook", service(outlook) },
             { "calendar", service(calendar) } }.dump());
         setEnvironment("ORVANE_SERVICE_OVERRIDES", path);

@@ -1,6 +1,5 @@
-// A sleeping account's feed, read through real WebKit network sessions from
-// the stand-in Gmail feed. What the feed means is tested in
-// tests/services/AtomFeedTest.
+// A sleeping account's feed read through real WebKit network sessions; what
+// the feed means is tested in tests/services/AtomFeedTest.
 #include "FeedWatcher.h"
 
 #include "Account.h"
@@ -30,13 +29,11 @@ TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterT
     freshXDGFolders();
     FixtureServer server;
     StandInFeed feed(server);
-    feed.unread = { { "m2", "Grace Hopper", "grace@example.com", "Minutes", "2026-11-25T09:00:00Z", true },
-        { "m1", "Shop", "deals@shop.example", "Sale", "2026-11-25T08:00:00Z", false } };
+    feed.unread = { { "m2", "Grace", "Minutes", "2026-11-25T09:00:00Z" }, { "m1", "Shop", "Sale", "2026-11-25T08:00:00Z", false } };
     TestWebHost host;
     AccountStore store;
     Account account = store.addAccount();
     account.label = "Work";
-    store.update(account);
     store.setNotificationsEnabled(true);
     auto own = sessionWithCookie("own");
     auto other = sessionWithCookie("other");
@@ -44,26 +41,21 @@ TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterT
     std::vector<int64_t> counts;
     std::vector<std::vector<AtomFeed::Entry>> news;
     const std::string address = server.uri("/gmail/feed/atom");
-    auto dropped = std::make_unique<FeedWatcher>(account, other.get(), address,
+    std::make_unique<FeedWatcher>(account, other.get(), address,
         FeedWatcher::Callbacks { [&](int64_t) { ADD_FAILURE() << "a dropped watcher reported"; }, nullptr },
-        FeedWatcher::Options { .interval = 50ms });
-    dropped.reset();
+        FeedWatcher::Options { .interval = 50ms }).reset();
     // The page showed 2: the whole inbox, not the Primary tab's 1.
     FeedWatcher watcher(account, own.get(), address,
         { [&](int64_t count) { counts.push_back(count); }, [&](const auto& fresh) { news.push_back(fresh); } },
         { .interval = 100ms, .pageCount = 2 });
     ASSERT_TRUE(waitUntil([&] { return !counts.empty(); }));
-    EXPECT_EQ(counts, std::vector<int64_t> { 2 });
     EXPECT_EQ(watcher.inbox(), FeedNews::Inbox::Plain);
-    EXPECT_TRUE(news.empty()) << "the first reading is the baseline";
 
-    feed.unread.insert(feed.unread.begin(),
-        { "m3", "Ada Lovelace", "ada@example.com", "Lunch <Thursday> & more", "2026-11-25T10:00:00Z", true });
+    feed.unread.insert(feed.unread.begin(), { "m3", "Ada", "Lunch <Thu> & more", "2026-11-25T10:00:00Z" });
     ASSERT_TRUE(waitUntil([&] { return !news.empty(); }));
-    EXPECT_EQ(counts.back(), 3);
-    ASSERT_EQ(news.size(), 1u);
+    EXPECT_EQ(counts, std::vector<int64_t>({ 2, 3 }));
+    ASSERT_EQ(news.size(), 1u) << "the first reading is the baseline";
     ASSERT_EQ(news[0].size(), 1u);
-    EXPECT_EQ(news[0][0].authorName + " | " + news[0][0].subject, "Ada Lovelace | Lunch <Thursday> & more");
 
     auto requests = server.requests("/gmail/feed/atom");
     auto primary = server.requests("/gmail/feed/atom/^sq_ig_i_personal");
@@ -75,7 +67,7 @@ TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterT
     host.bodyIsMarkup = true;
     FeedWatcher::notify(host, store, account, news[0]);
     auto shown = FeedWatcher::content(news[0][0], account, true);
-    EXPECT_EQ(shown.title + " | " + shown.body, "Ada Lovelace | Work\nLunch &lt;Thursday&gt; &amp; more");
+    EXPECT_EQ(shown.title + " | " + shown.body, "Ada | Work\nLunch &lt;Thu&gt; &amp; more");
     ASSERT_EQ(host.notifications.size(), 1u);
     EXPECT_EQ(host.notifications[0].id, shown.id);
     store.setNotificationsEnabled(false);
