@@ -2,10 +2,9 @@
 
 #include "NotificationFields.h"
 #include "Text.h"
+#include "XMLDocument.h"
 
 #include <glib.h>
-#include <libxml/parser.h>
-#include <libxml/tree.h>
 
 #include <memory>
 
@@ -16,40 +15,12 @@ namespace {
 constexpr const char* kAtom03Namespace = "http://purl.org/atom/ns#";
 constexpr const char* kAtom10Namespace = "http://www.w3.org/2005/Atom";
 
-struct XmlDocDeleter {
-    void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
-};
-using XmlDocPtr = std::unique_ptr<xmlDoc, XmlDocDeleter>;
-
-struct XmlParserDeleter {
-    void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
-};
-
 struct XmlCharDeleter {
     void operator()(xmlChar* text) const { xmlFree(text); }
 };
 using XmlCharPtr = std::unique_ptr<xmlChar, XmlCharDeleter>;
 
-const char* str(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
-
-// A feed has no use for a DTD, and a DTD is where entity expansion attacks
-// live: the parse stops as soon as one is declared.
-void refuseDoctype(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
-    xmlStopParser(static_cast<xmlParserCtxt*>(context));
-}
-
-XmlDocPtr parseXML(std::string_view bytes) {
-    std::unique_ptr<xmlParserCtxt, XmlParserDeleter> context(xmlNewParserCtxt());
-    if (!context || !context->sax)
-        return nullptr;
-    context->sax->internalSubset = refuseDoctype;
-    context->sax->externalSubset = refuseDoctype;
-    int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
-    XmlDocPtr doc(xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr, options));
-    if (!doc || !context->wellFormed || doc->intSubset || doc->extSubset)
-        return nullptr;
-    return doc;
-}
+using XMLDocument::text;
 
 // An element of the feed's own namespace with this name.
 bool isNamed(const xmlNode* node, const char* name, const xmlChar* ns) {
@@ -62,10 +33,10 @@ std::optional<std::string> rawText(const xmlNode* node, size_t maxBytes) {
     XmlCharPtr content(xmlNodeGetContent(node));
     if (!content)
         return std::string();
-    std::string_view text(str(content.get()));
-    if (text.size() > maxBytes)
+    std::string_view view(text(content.get()));
+    if (view.size() > maxBytes)
         return std::nullopt;
-    return std::string(text);
+    return std::string(view);
 }
 
 // One plain line of at most maxChars characters, a longer text cut with "…",
@@ -75,10 +46,9 @@ std::string plainLine(const xmlNode* node, size_t maxChars) {
     if (!content)
         return {};
     // Enough bytes for maxChars characters and the cut's mark; the rest is never shown.
-    std::string_view text(str(content.get()));
-    text = text.substr(0, maxChars * 4 + 8);
+    std::string_view view = std::string_view(text(content.get())).substr(0, maxChars * 4 + 8);
     std::string line;
-    for (char c : NotificationFields::plainText(std::string(Text::trimmed(text, Text::isASCIISpace)), maxChars, false)) {
+    for (char c : NotificationFields::plainText(std::string(Text::trimmed(view, Text::isASCIISpace)), maxChars, false)) {
         if (c != ' ' || (!line.empty() && line.back() != ' '))
             line += c;
     }
@@ -167,8 +137,8 @@ std::optional<AtomFeed::Entry> readEntry(const xmlNode* entryNode, const xmlChar
         } else if (isNamed(child, "link", ns) && entry.link.empty()) {
             XmlCharPtr rel(xmlGetNoNsProp(child, BAD_CAST "rel"));
             XmlCharPtr href(xmlGetNoNsProp(child, BAD_CAST "href"));
-            if ((!rel || xmlStrEqual(rel.get(), BAD_CAST "alternate")) && href && isWebAddress(str(href.get())))
-                entry.link = str(href.get());
+            if ((!rel || xmlStrEqual(rel.get(), BAD_CAST "alternate")) && href && isWebAddress(text(href.get())))
+                entry.link = text(href.get());
         } else if (isNamed(child, "author", ns)) {
             for (const xmlNode* field = child->children; field; field = field->next) {
                 if (isNamed(field, "name", ns))
@@ -191,7 +161,7 @@ std::optional<AtomFeed::Entry> readEntry(const xmlNode* entryNode, const xmlChar
 std::optional<AtomFeed> AtomFeed::parse(std::string_view bytes) {
     if (bytes.empty() || bytes.size() > kMaxFeedBytes)
         return std::nullopt;
-    XmlDocPtr doc = parseXML(bytes);
+    XMLDocument::DocPtr doc = XMLDocument::parseWithoutDTD(bytes);
     if (!doc)
         return std::nullopt;
     const xmlNode* root = xmlDocGetRootElement(doc.get());

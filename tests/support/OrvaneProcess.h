@@ -104,8 +104,7 @@ public:
     // When the last start() spawned orvane, in g_get_monotonic_time() units.
     int64_t startedAt() const { return m_startedAt; }
     // Puts the services' home pages at these addresses, with their host as
-    // the only in-app one, and Gmail's unread feed at /gmail/feed/atom on the
-    // Gmail page's server (ORVANE_SERVICE_OVERRIDES).
+    // the only in-app one (ORVANE_SERVICE_OVERRIDES).
     void overrideServices(const std::string& gmail, const std::string& outlook, const std::string& calendar) {
         auto service = [](const std::string& address) {
             GUri* uri = g_uri_parse(address.c_str(), G_URI_FLAGS_NONE, nullptr);
@@ -115,9 +114,7 @@ public:
             return nlohmann::json { { "homeURL", address }, { "inAppHosts", { host } } };
         };
         std::string path = m_folder + "/service-overrides.json";
-        auto gmailService = service(gmail);
-        gmailService["feedURL"] = gmail.substr(0, gmail.find('/', gmail.find("//") + 2)) + "/gmail/feed/atom";
-        Files::replaceAtomically(path, nlohmann::json { { "gmail", gmailService }, { "outlook", service(outlook) },
+        Files::replaceAtomically(path, nlohmann::json { { "gmail", service(gmail) }, { "outlook", service(outlook) },
             { "calendar", service(calendar) } }.dump());
         setEnvironment("ORVANE_SERVICE_OVERRIDES", path);
     }

@@ -54,8 +54,7 @@ TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterT
     feed.unread.insert(feed.unread.begin(), { "m3", "Ada", "Lunch <Thu> & more", "2026-11-25T10:00:00Z" });
     ASSERT_TRUE(waitUntil([&] { return !news.empty(); }));
     EXPECT_EQ(counts, std::vector<int64_t>({ 2, 3 }));
-    ASSERT_EQ(news.size(), 1u) << "the first reading is the baseline";
-    ASSERT_EQ(news[0].size(), 1u);
+    ASSERT_TRUE(news.size() == 1 && news[0].size() == 1) << "the first reading is the baseline";
 
     auto requests = server.requests("/gmail/feed/atom");
     auto primary = server.requests("/gmail/feed/atom/^sq_ig_i_personal");
