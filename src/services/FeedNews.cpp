@@ -1,6 +1,9 @@
 #include "FeedNews.h"
 
+#include <glib.h>
+
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 namespace orvane {
@@ -9,6 +12,39 @@ std::string FeedNews::primaryFeedAddress(std::string_view feedAddress) {
     while (!feedAddress.empty() && feedAddress.back() == '/')
         feedAddress.remove_suffix(1);
     return std::string(feedAddress) + "/^sq_ig_i_personal";
+}
+
+namespace {
+
+struct URIDeleter {
+    void operator()(GUri* uri) const { g_uri_unref(uri); }
+};
+using URIPtr = std::unique_ptr<GUri, URIDeleter>;
+
+URIPtr parsed(const std::string& address) {
+    URIPtr uri(g_uri_parse(address.c_str(), G_URI_FLAGS_ENCODED, nullptr));
+    return uri && g_uri_get_host(uri.get()) ? std::move(uri) : nullptr;
+}
+
+} // namespace
+
+std::string FeedNews::mailboxFeedAddress(const std::string& feedAddress, const std::string& pageAddress) {
+    constexpr std::string_view users = "/mail/u/";
+    URIPtr feed = parsed(feedAddress);
+    URIPtr page = parsed(pageAddress);
+    if (!feed || !page || g_ascii_strcasecmp(g_uri_get_host(feed.get()), g_uri_get_host(page.get()))
+        || !g_str_has_prefix(g_uri_get_path(feed.get()), "/mail/u/0/"))
+        return feedAddress;
+    std::string_view path = g_uri_get_path(page.get());
+    if (!path.starts_with(users))
+        return feedAddress;
+    std::string_view number = path.substr(users.size(), path.find('/', users.size()) - users.size());
+    if (number.empty() || number.size() > 2 || !std::ranges::all_of(number, [](char c) { return g_ascii_isdigit(c); }))
+        return feedAddress;
+    // The path follows the authority, which holds no "/": the first match is the path's start.
+    std::string address = feedAddress;
+    size_t at = address.find("/mail/u/0/");
+    return at == std::string::npos ? address : address.replace(at, 10, std::string(users) + std::string(number) + "/");
 }
 
 void FeedNews::decide(const Reading& reading) {

@@ -60,6 +60,10 @@ public:
 
     // The Primary category's feed beside the plain feed at this address.
     static std::string primaryFeedAddress(std::string_view feedAddress);
+    // Gmail numbers the accounts signed in to one session (/mail/u/<n>/) and
+    // the built-in feed names the first: the feed of the mailbox the page
+    // showed last, when its address is on the feed's host under another number.
+    static std::string mailboxFeedAddress(const std::string& feedAddress, const std::string& pageAddress);
 
     static constexpr size_t kMaxNotified = 3;
     static constexpr size_t kMaxRemembered = 500;

@@ -44,7 +44,8 @@ public:
     };
 
     // `session` is the account's own (WebViewManager::networkSession of its
-    // dataStoreID); the watcher holds a reference to it.
+    // dataStoreID); the watcher holds a reference to it. `feedAddress` is
+    // FeedNews::mailboxFeedAddress(the service's feedURL, the page's last address).
     FeedWatcher(const Account& account, WebKitNetworkSession* session, std::string feedAddress, Callbacks callbacks,
         Options options);
     ~FeedWatcher();

@@ -77,6 +77,13 @@ TEST(AtomFeedTest, TellsTheInboxKindFromThePagesCountAndNotifiesOnlyNewMailAfter
         }
         EXPECT_EQ(news.inbox(), kind) << "page count " << pageCount.value_or(-1);
     }
+    // The feed follows the mailbox the page showed among those signed in to its session.
+    const std::string gmail = "https://mail.google.com/mail/u/0/feed/atom";
+    for (const auto& [page, feed] : { std::pair { "https://MAIL.google.com/mail/u/12#inbox", "https://mail.google.com/mail/u/12/feed/atom" },
+             { "https://mail.google.com/mail/u/0/", gmail.c_str() }, { "https://mail.example/mail/u/3/", gmail.c_str() },
+             { "https://mail.google.com/mail/u/123/", gmail.c_str() }, { "https://mail.google.com/mail/u/x/", gmail.c_str() } })
+        EXPECT_EQ(FeedNews::mailboxFeedAddress(gmail, page), feed) << page;
+    EXPECT_EQ(FeedNews::mailboxFeedAddress("http://127.0.0.1:9/gmail/feed/atom", "http://127.0.0.1:9/mail/u/1/"), "http://127.0.0.1:9/gmail/feed/atom");
 }
 
 } // namespace
