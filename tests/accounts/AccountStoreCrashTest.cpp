@@ -82,7 +82,7 @@ TEST(AccountStoreCrash, AKilledSaveLeavesAWholeFile) {
         auto bytes = Files::read(path, AccountStore::kMaxFileBytes);
         ASSERT_TRUE(bytes) << "round " << round;
         auto json = nlohmann::json::parse(*bytes, nullptr, false);
-        ASSERT_TRUE(json.is_object() && json["accounts"].is_array()) << "torn file in round " << round << ": " << *bytes;
+        ASSERT_TRUE(json.is_object() && json["accounts"].is_array()) << "round " << round << ": " << *bytes;
         AccountStore loaded;
         ASSERT_EQ(loaded.accounts().size(), json["accounts"].size());
         ASSERT_GE(loaded.accounts().size(), 1u) << "round " << round << ": " << *bytes;
@@ -138,7 +138,7 @@ void saveIntoFullThenReadOnlyFolder(const std::string& folder) {
         renamed.label = std::string(Account::kMaxLabelBytes, 'x');
         store.update(renamed);
         EXPECT_EQ(Files::read(path, 1 << 20), before);
-        EXPECT_EQ(accountsFiles(), std::vector<std::string> { "accounts.json" }) << "no temporary file is left";
+        EXPECT_EQ(accountsFiles(), std::vector<std::string> { "accounts.json" }) << "no temporary file left";
         EXPECT_NE(warnings.find(path), "") << "the failed save is logged";
         EXPECT_FALSE(Preferences(preferences).setString("Key", "value"));
         EXPECT_NE(warnings.find(preferences), "");

@@ -1,3 +1,6 @@
+// The usage ping's edges, on the test's clock: the once-an-hour rule, the
+// address it sends, what makes it stay off, broken preferences, and the one
+// real request it makes.
 #include "Beacon.h"
 
 #include "Files.h"
@@ -10,7 +13,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <cmath>
 #include <memory>
 
 namespace orvane {
@@ -19,6 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr double kLaunch = 1'700'000'000.75;
+constexpr const char* kEndpoint = "https://stats.orvane.example/orvane/ping.txt";
 constexpr const char* kKnownID = "0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A098";
 
 std::string idIn(const std::string& uri) {
@@ -28,28 +32,23 @@ std::string idIn(const std::string& uri) {
 
 class BeaconTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        folder = test::makeTempFolder("beacon");
-        preferencesPath = folder + "/preferences.ini";
-    }
-    Beacon::Configuration configuration(std::string endpoint = "https://stats.orvane.example/orvane/ping.txt") {
+    Beacon::Configuration configuration(std::string endpoint = kEndpoint) {
         return { std::move(endpoint), "0.1.0", "12.0", preferencesPath };
     }
     // A beacon on the test's clock that records what it would send.
     std::unique_ptr<Beacon> launch(Beacon::Configuration config) {
-        return std::make_unique<Beacon>(std::move(config), [this] { return now; }, [this](const std::string& uri) { sent.push_back(uri); });
+        auto record = [this](const std::string& uri) { sent.push_back(uri); };
+        return std::make_unique<Beacon>(std::move(config), [this] { return now; }, record);
     }
     std::unique_ptr<Beacon> launch() { return launch(configuration()); }
     std::string storedID() { return Preferences(preferencesPath).string(Beacon::kInstallIDKey).value_or(""); }
 
-    std::string folder;
-    std::string preferencesPath;
+    const std::string folder = test::makeTempFolder("beacon");
+    const std::string preferencesPath = folder + "/preferences.ini";
     double now = kLaunch;
     std::vector<std::string> sent;
 };
 
-// The e2e MaintenanceTest shows the first ping, its query and a restart
-// within the hour; these are the edges a real run cannot reach.
 TEST_F(BeaconTest, PingsAtMostOnceAnHourWithTheSameInstallID) {
     auto beacon = launch();
     beacon->applicationBecameActive();
@@ -58,7 +57,7 @@ TEST_F(BeaconTest, PingsAtMostOnceAnHourWithTheSameInstallID) {
     beacon->start();
     ASSERT_EQ(sent.size(), 1u) << "a second start() does nothing";
     std::string id = storedID();
-    EXPECT_EQ(sent[0], "https://stats.orvane.example/orvane/ping.txt?id=" + id + "&v=0.1.0&os=12.0&t=1700000000");
+    EXPECT_EQ(sent[0], kEndpoint + ("?id=" + id) + "&v=0.1.0&os=12.0&t=1700000000");
     EXPECT_EQ(id, GCharPtr(g_ascii_strup(id.c_str(), -1)).get()) << "upper-case";
 
     now = kLaunch + 59 * 60;
@@ -72,37 +71,42 @@ TEST_F(BeaconTest, PingsAtMostOnceAnHourWithTheSameInstallID) {
 
     // A last ping up to an hour ahead holds the next one back as usual; one
     // further ahead (a clock set back, a damaged file) counts as none.
-    for (auto [offset, pings] : { std::pair(-3599.0, false), std::pair(3600.0, false), std::pair(3601.0, true), std::pair(1e12, true) }) {
+    for (auto [offset, pings] : { std::pair(-3599.0, 0u), std::pair(3600.0, 0u), std::pair(3601.0, 1u),
+             std::pair(1e12, 1u) }) {
         ASSERT_TRUE(Preferences(preferencesPath).setNumber(Beacon::kLastPingKey, kLaunch + offset));
         sent.clear();
         now = kLaunch;
         launch()->start();
-        EXPECT_EQ(sent.size(), pings ? 1u : 0u) << offset;
+        EXPECT_EQ(sent.size(), pings) << offset;
     }
 }
 
 TEST_F(BeaconTest, UnknownVersionsAreQuestionMarksAndNoEndpointMeansNoPing) {
     EXPECT_EQ(Beacon::pingURI("http://127.0.0.1:8080/a%20b/ping?old=1#frag", "X", "1 & 2=3+4#", "", 5.5),
         "http://127.0.0.1:8080/a%20b/ping?id=X&v=1%20%26%202%3D3%2B4%23&os=?&t=5");
-    EXPECT_EQ(Beacon::pingURI("https://stats.orvane.example", "X", "", "", 0), "https://stats.orvane.example/?id=X&v=?&os=?&t=0");
-    EXPECT_EQ(Beacon::pingURI("https://stats.orvane.example/", "X", "1", "12.0", std::numeric_limits<double>::infinity()), "");
-    std::string untouched = folder + "/untouched.ini";
+    EXPECT_EQ(Beacon::pingURI("https://stats.orvane.example", "X", "", "", 0),
+        "https://stats.orvane.example/?id=X&v=?&os=?&t=0");
+    EXPECT_EQ(Beacon::pingURI("https://stats.orvane.example/", "X", "1", "12.0", HUGE_VAL), "");
     for (const char* endpoint : { "", "ftp://stats.orvane.example/ping", "not a url", "https:///no-host" }) {
-        auto off = launch({ endpoint, "0.1.0", "12.0", untouched });
+        auto off = launch(configuration(endpoint));
         off->start();
         EXPECT_FALSE(off->isEnabled()) << endpoint;
     }
     EXPECT_TRUE(sent.empty());
-    EXPECT_FALSE(Files::exists(untouched)) << "no install id is made when nothing is sent";
+    EXPECT_FALSE(Files::exists(preferencesPath)) << "no install id is made when nothing is sent";
 
-    for (auto [versionID, systemVersion] : { std::pair("12", "12.0"), std::pair("24.04", "24.4"), std::pair("3.20.2", "3.20"),
-             std::pair("39-beta", "39.0"), std::pair("rolling", ""), std::pair("\"12\"", ""), std::pair("1234567890", "") })
+    const std::pair<const char*, const char*> versions[] = {
+        { "12", "12.0" }, { "24.04", "24.4" }, { "3.20.2", "3.20" }, { "39-beta", "39.0" }, { "rolling", "" },
+        { "\"12\"", "" }, { "1234567890", "" },
+    };
+    for (auto [versionID, systemVersion] : versions)
         EXPECT_EQ(SystemVersion::fromVersionID(versionID).value_or(""), systemVersion) << versionID;
 }
 
 TEST_F(BeaconTest, BadOrUnwritablePreferencesStillAllowOnePingAnHour) {
     const std::string handWritten = "# Written by hand\n[Window]\nwidth=800\n";
-    ASSERT_TRUE(Files::replaceAtomically(preferencesPath, handWritten + "[Orvane]\nOrvaneInstallID=../../etc&x=1\nOrvaneLastPingAt=inf\n"));
+    const std::string bad = "[Orvane]\nOrvaneInstallID=../../etc&x=1\nOrvaneLastPingAt=inf\n";
+    ASSERT_TRUE(Files::replaceAtomically(preferencesPath, handWritten + bad));
     launch()->start();
     const std::string after = Files::read(preferencesPath, 65536).value_or("");
     for (const char* kept : { "# Written by hand\n", "[Window]\nwidth=800\n" })
@@ -118,15 +122,15 @@ TEST_F(BeaconTest, BadOrUnwritablePreferencesStillAllowOnePingAnHour) {
     ASSERT_TRUE(Files::replaceAtomically(folder + "/not-a-folder", "a file where a folder should be"));
     for (const std::string& path : { preferencesPath, folder + "/not-a-folder/preferences.ini" }) {
         sent.clear();
-        now = kLaunch;
         auto config = configuration();
         config.preferencesPath = path;
         auto beacon = launch(config);
+        now = kLaunch;
         beacon->start();
-        now = kLaunch + 1800;
-        beacon->applicationBecameActive();
-        now = kLaunch + 3600;
-        beacon->applicationBecameActive();
+        for (double minutes : { 30, 60 }) {
+            now = kLaunch + minutes * 60;
+            beacon->applicationBecameActive();
+        }
         ASSERT_EQ(sent.size(), 2u) << path;
         EXPECT_EQ(idIn(sent[0]), idIn(sent[1]));
     }
@@ -138,7 +142,7 @@ TEST_F(BeaconTest, BadOrUnwritablePreferencesStillAllowOnePingAnHour) {
 TEST_F(BeaconTest, SendsOnePlainGETThatIsNeitherWaitedForNorRetried) {
     test::FixtureServer server;
     test::UnansweredRequests silent(server, "/silent");
-    ASSERT_TRUE(Files::replaceAtomically(preferencesPath, std::string("[Orvane]\nOrvaneInstallID=") + kKnownID + "\n"));
+    ASSERT_TRUE(Preferences(preferencesPath).setString(Beacon::kInstallIDKey, kKnownID));
     auto config = configuration(server.uri("/silent"));
     config.timeoutMilliseconds = 200;
     auto beacon = std::make_unique<Beacon>(config, [this] { return now; });
@@ -146,7 +150,8 @@ TEST_F(BeaconTest, SendsOnePlainGETThatIsNeitherWaitedForNorRetried) {
     EXPECT_EQ(server.requestCount("/silent"), 0) << "start() returns before the request is even made";
     ASSERT_TRUE(test::waitUntil([&] { return silent.closed() == 1; })) << "the client gave up";
     auto request = server.requests("/silent").at(0);
-    EXPECT_EQ(request.method + " " + request.query, std::string("GET id=") + kKnownID + "&v=0.1.0&os=12.0&t=1700000000");
+    EXPECT_EQ(request.method + " " + request.query,
+        std::string("GET id=") + kKnownID + "&v=0.1.0&os=12.0&t=1700000000");
     for (const char* header : { "cookie", "if-modified-since", "if-none-match" })
         EXPECT_EQ(request.headers.count(header), 0u) << header;
 
@@ -160,8 +165,9 @@ TEST_F(BeaconTest, SendsOnePlainGETThatIsNeitherWaitedForNorRetried) {
 
     // A refused connection still counts as a ping.
     now += 3600;
-    unsigned refusing = test::FixtureServer().port();
-    Beacon refused(configuration("http://127.0.0.1:" + std::to_string(refusing) + "/p"), [this] { return now; });
+    const unsigned closedPort = test::FixtureServer().port();
+    const std::string refusing = "http://127.0.0.1:" + std::to_string(closedPort) + "/p";
+    Beacon refused(configuration(refusing), [this] { return now; });
     refused.start();
     EXPECT_EQ(Preferences(preferencesPath).number(Beacon::kLastPingKey), now);
     test::drainEvents();

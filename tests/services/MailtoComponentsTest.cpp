@@ -1,7 +1,7 @@
 // What a mailto: link asks for. That only mailto: links in any letter case
 // are taken apart, that addresses are never empty, untrimmed or holding a
-// comma, and that every value is valid UTF-8 without NUL is
-// fuzz/MailtoFuzzer's.
+// comma (an encoded one splits too), and that every value is valid UTF-8
+// without NUL (a link holding one asks for nothing) is fuzz/MailtoFuzzer's.
 #include "MailtoComponents.h"
 
 #include <gtest/gtest.h>
@@ -20,9 +20,7 @@ MailtoComponents parsed(std::string_view url) {
 TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndPassedOnUnchecked) {
     const std::pair<const char*, List> cases[] = {
         { "mailto:a@b.c%20,%20%20d@e.f%09", { "a@b.c", "d@e.f" } },
-        { "mailto:a@b.c%2Cd@e.f", { "a@b.c", "d@e.f" } },
         { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } },
-        { "mailto:%0Aa@b.c", { "\na@b.c" } },
         { "mailto:not%20an%20address,A@B.C,A@B.C", { "not an address", "A@B.C", "A@B.C" } },
         { "mailto:j%C3%B6rg@example.de", { "jörg@example.de" } },
     };
@@ -33,8 +31,9 @@ TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndPassedOnUnchecked) {
 TEST(MailtoComponentsTest, ToAccumulatesWhileOtherItemsKeepTheLastAndUnknownOnesAreIgnored) {
     auto c = parsed("mailto:first@x.y?to=second@x.y,third@x.y&cc=a@x.y&cc=b@x.y,c@x.y&bcc=d@x.y"
                     "&SUBJECT=One&subject=Two&BoDy=Hi&To=fourth@x.y&attach=/etc/passwd&in-reply-to=x&=c@x.y");
-    EXPECT_EQ(c, (MailtoComponents { { "first@x.y", "second@x.y", "third@x.y", "fourth@x.y" }, { "b@x.y", "c@x.y" },
-                     { "d@x.y" }, "Two", "Hi" }));
+    const MailtoComponents expected = { { "first@x.y", "second@x.y", "third@x.y", "fourth@x.y" },
+        { "b@x.y", "c@x.y" }, { "d@x.y" }, "Two", "Hi" };
+    EXPECT_EQ(c, expected);
     // Items without a value are present but empty.
     EXPECT_EQ(parsed("mailto:a@b.c?subject&body&cc"), (MailtoComponents { { "a@b.c" }, {}, {}, "", "" }));
     EXPECT_FALSE(parsed("mailto:").subject);
@@ -51,9 +50,6 @@ TEST(MailtoComponentsTest, ValuesAreDecodedButPlusAndBrokenEscapesStayText) {
     };
     for (const auto& [url, subject] : subjects)
         EXPECT_EQ(parsed(url).subject, subject) << url;
-    // A NUL or bytes that are not UTF-8: a mail link that asks for nothing.
-    for (auto url : { "mailto:a%00@b.c", "mailto:a@b.c?subject=%C3" })
-        EXPECT_EQ(parsed(url), MailtoComponents {}) << url;
 }
 
 } // namespace

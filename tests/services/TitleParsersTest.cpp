@@ -1,3 +1,6 @@
+// What the titles mean. That a count is never negative, that an address has
+// an "@" and a dot and no separator, and that a name is a non-empty, trimmed
+// piece of the title, is fuzz/TitleParsersFuzzer's.
 #include "TitleParsers.h"
 
 #include <gtest/gtest.h>
@@ -14,21 +17,12 @@ TEST(TitleParsersTest, GmailUnreadIsTheDigitsBetweenTheFirstParenthesesOfAnInbox
         { "inbox(12)", 12 },
         { "Inbox - a@b.c - Gmail", 0 },
         { "Inbox (1.234.567) - x - Gmail", 1234567 }, // separators are not digits
-        { "Inbox ( 4 2 )", 42 },
         { "Inbox (3 new) (7)", 3 },
-        { "Inbox (-5)", 5 },
-        { "Inbox )(3)", 0 },
-        { "Inbox (unread)", 0 },
-        { "Inbox (9223372036854775807)", INT64_MAX },
         { "Inbox (9223372036854775808)", 0 },
         // Digits of other scripts fail the ASCII reading: 0, not a wrong number.
         { "Inbox (1\u0663)", 0 },
-        { "Inbox (\uFF13)", 0 },
-        { "Inbox (\u0628 5)", 5 },
         { std::nullopt, std::nullopt },
-        { " Inbox (3)", std::nullopt },
         { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
-        { "\u0130nbox (3)", std::nullopt }, // a dotted capital I does not fold to "i"
     };
     for (const auto& [title, count] : cases)
         EXPECT_EQ(TitleParsers::gmailInboxUnread(title), count) << title.value_or("no title");
@@ -42,23 +36,16 @@ TEST(TitleParsersTest, GmailEmailAndOutlookNameArePiecesOfTheTitle) {
     const std::tuple<Text (*)(const Text&), Text, Text> cases[] = {
         { gmail, "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
         { gmail, "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
-        { gmail, "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
         { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
         { gmail, "x\ta@b.c", "x\ta@b.c" },
-        { gmail, "a@b.c,d@e.f", "a@b.c" },
-        { gmail, "x;a@b.c|y", "a@b.c" },
         { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not
         { gmail, "x\u2012a@b.c", "x\u2012a@b.c" },
         { gmail, std::nullopt, std::nullopt },
-        { gmail, "Inbox (3) - Gmail", std::nullopt },
-        { gmail, "user@localhost", std::nullopt },
         { outlook, "Mail - Display Name - OUTLOOK", "Display Name" },
         { outlook, "Inbox - Part One - Part Two - Outlook", "Part Two" },
         { outlook, "Mail -   Spaced\tName \t - Outlook  ", "Spaced\tName" },
-        { outlook, "Mail - Jörg-Müller - Outlook", "Jörg-Müller" },
         { outlook, std::nullopt, std::nullopt },
         { outlook, "Display Name - Outlook", std::nullopt },
-        { outlook, "Mail - \t - Outlook", std::nullopt },
         { outlook, "Mail - Display Name - Outlook Web", std::nullopt },
         { outlook, "Mail-Display Name-Outlook", std::nullopt },
         { outlook, "Mail \u2013 Display Name \u2013 Outlook", std::nullopt },
