@@ -92,16 +92,17 @@ protected:
 
 // A record breaking a rule is left out on its own, a bad file name costs
 // only the name; the file is kept aside before the save that drops them.
-// That what is read is bounded, with plain file names only (its seeds hold
-// names with paths), and reads back the same when written is
+// That what is read is bounded and reads back the same when written is
 // fuzz/AccountsFileFuzzer's.
 TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     test::LoggedWarnings warnings;
     const json good = record(uuid(0), DS1);
     const json tolerated = { { "service", "calendar" }, { "avatarFileName", nullptr }, { "colorSeed", -400 },
         { "new", { 1 } } };
-    json list = { with(good, tolerated), record(M1, DS1, nullptr, "photo.png"),
-        record(M2, DS1, nullptr, "../x.png") };
+    json list = { with(good, tolerated) };
+    const IDs names = { "photo.png", "a/b.png", "..", std::string(256, 'n') };
+    for (unsigned i = 0; i < names.size(); ++i)
+        list.push_back(record(uuid(i + 1), DS1, nullptr, names[i]));
     for (const json& bad : { json(42), with(good, { { "service", "exchange" } }),
              with(good, { { "service", 1 } }), with(good, { { "colorSeed", "211" } }),
              with(good, { { "colorSeed", 2.5 } }),
@@ -114,10 +115,11 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     writeText(partly);
     {
         AccountStore store;
-        EXPECT_EQ(ids(store), (IDs { M1, M2, uuid(0) })) << "mail first";
-        EXPECT_EQ(store.selectedAccountID(), M1) << "no stored selection: the first account";
-        EXPECT_EQ(store.account(M1)->avatarFileName, "photo.png");
-        EXPECT_FALSE(store.account(M2)->avatarFileName);
+        EXPECT_EQ(ids(store), (IDs { uuid(1), uuid(2), uuid(3), uuid(4), uuid(0) })) << "mail first";
+        EXPECT_EQ(store.selectedAccountID(), uuid(1)) << "no stored selection: the first account";
+        EXPECT_EQ(store.account(uuid(1))->avatarFileName, "photo.png");
+        for (unsigned i = 1; i < names.size(); ++i)
+            EXPECT_FALSE(store.account(uuid(i + 1))->avatarFileName) << names[i];
         store.save();
         EXPECT_FALSE(readFile()["accounts"][0].contains("service")) << "an absent service stays absent";
         EXPECT_EQ(keptCopies(), std::vector<std::string> { partly });

@@ -40,8 +40,8 @@ UpdaterController::Configuration configuration(const std::string& feedURL) {
 // version order's symmetry hold for any feed (fuzz/AppcastFuzzer); here is
 // what a feed means. Shaped like feeds in the wild: newest item not first,
 // the enclosure-attribute style next to the element style, a minimum system
-// version, items for other systems and channels, and items missing what they
-// need.
+// version, items for other systems and channels, items missing what they
+// need, and an address that names a user.
 TEST(Appcast, PicksTheNewestItemThisSystemMayInstallAndKeepsOnlyWebAddresses) {
     auto appcast = Appcast::parse(feed(R"(
     <item><title>Version 1.9</title><sparkle:version>1.9</sparkle:version>
@@ -59,6 +59,7 @@ TEST(Appcast, PicksTheNewestItemThisSystemMayInstallAndKeepsOnlyWebAddresses) {
       <link>https://orvane.example/beta</link></item>
     <item><title>No version</title><link>https://orvane.example/none</link></item>
     <item><sparkle:version>700</sparkle:version></item>
+    <item><sparkle:version>9</sparkle:version><enclosure url="https://orvane.example@evil.example/x"/></item>
     <item><sparkle:version>1.2</sparkle:version><link>javascript:x</link>
       <enclosure url="https://dl.orvane.example/1.2"/></item>
     )"));
@@ -82,7 +83,7 @@ TEST(Appcast, PicksTheNewestItemThisSystemMayInstallAndKeepsOnlyWebAddresses) {
     const std::tuple<const char*, const char*, int> versions[] = {
         { "1.10", "1.9", 1 }, { "1.0.", "1.0", 0 }, { "1.0.1", "1.0", 1 }, { "2.0", "2.0b3", 1 },
         { "2.0b4", "2.0b3", 1 }, { "1.0", "1.0-beta", 1 }, { "1.0-beta", "0.1.0", 1 },
-        { "1.0-beta2", "1.0-beta10", -1 }, { "010", "9", 1 },
+        { "1.0-beta2", "1.0-beta10", -1 }, { "010", "9", 1 }, { "\xd9\xa3", "0.1.0", -1 },
         { "99999999999999999999999999", "99999999999999999999999998", 1 },
     };
     for (const auto& [a, b, order] : versions)

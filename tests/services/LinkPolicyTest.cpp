@@ -40,6 +40,7 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesReachTheBrowserAndMailLinksTheRout
         { "MailTo:someone@example.org?subject=Hi", Mail, "MailTo:someone@example.org?subject=Hi" },
         { "mailto:a@b.c\r\nBcc:x@y.z", Nothing, "" },
         { "https://exa%41mple.org/", Nothing, "" },
+        { " https://example.org/", Nothing, "" },
         { "https://example.org/" + std::string(ExternalLink::kMaxAddressBytes, 'a'), Nothing, "" },
     };
     for (const auto& [address, action, handedOn] : cases) {
