@@ -109,7 +109,8 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
              with(good, { { "colorSeed", json::parse("18446744073709551615") } }),
              with(good, { { "id", "0F6E2B9C3C1D4B7A9E552A8D6C1F4B10" } }), without(good, "id"),
              with(good, { { "dataStoreID", 7 } }), with(good, { { "label", nullptr } }),
-             with(good, { { "avatarFileName", 3 } }) })
+             with(good, { { "avatarFileName", 3 } }), without(good, "label"), without(good, "dataStoreID"),
+             without(good, "colorSeed") })
         list.push_back(bad);
     const std::string partly = json({ { "accounts", list } }).dump();
     writeText(partly);

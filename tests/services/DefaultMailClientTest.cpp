@@ -1,8 +1,9 @@
 // The default-mail-app question and request against a real GIO registry:
 // desktop files in this process's user data folder and its mimeapps.list.
-// A request without Orvane's desktop file and one with it are
-// tests/app/SettingsViewUITest's; here are a desktop file under another
-// letter case and tools/set-default-mail.sh.
+// The usual round (a failed request, then one that works) is
+// tests/app/SettingsViewUITest's; here are what it cannot see: no request
+// without a desktop file, one under another letter case, and
+// tools/set-default-mail.sh.
 #include "DefaultMailClient.h"
 
 #include "Files.h"
@@ -35,6 +36,9 @@ TEST(DefaultMailClientTest, AsksAndSetsTheMailtoHandlerInAnyLetterCaseAndSoDoesT
     auto isDefault = [](bool expected) {
         return waitUntil([&] { return DefaultMailClient::isDefault() == expected; }, 5s);
     };
+
+    EXPECT_FALSE(DefaultMailClient::makeDefault()) << "not installed: the request is not even made";
+    EXPECT_FALSE(Files::exists(mimeapps));
 
     // Installed under another letter case, as some packagers do.
     const std::string oddCase = "APP.Orvane.ORVANE.desktop";

@@ -54,8 +54,8 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesReachTheBrowserAndMailLinksTheRout
 // catalogue is the built-in one.
 TEST(LinkPolicy, InAppHostsKeepTheirAddressesAndPopupTitlesNameOthers) {
     const LinkPolicy gmail(testServices().gmail());
-    const LinkPolicy calendar(testServices().calendar());
-    const LinkPolicy outlook(testServices().outlook());
+    const LinkPolicy calendar(testServices().forService(AccountService::Calendar));
+    const LinkPolicy outlook(testServices().forService(AccountService::Outlook));
     const std::tuple<const LinkPolicy&, std::string, ExternalLink::Action> cases[] = {
         { gmail, "https://www.google.com/url?q=https%3A%2F%2Fexample.org%2F", Browser },
         { gmail, "https://www.google.com/url?q=https%3A%2F%2Fmail.google.com%2Fmail%2F", Nothing },

@@ -122,6 +122,7 @@ TEST(TitleParsersTest, GmailUnreadIsTheDigitsBetweenTheFirstParenthesesOfAnInbox
         { "Inbox - a@b.c - Gmail", 0 },
         { "Inbox (1.234.567) - x - Gmail", 1234567 }, // separators are not digits
         { "Inbox (3 new) (7)", 3 },
+        { "Inbox (9223372036854775807)", INT64_MAX },
         { "Inbox (9223372036854775808)", 0 },
         // Digits of other scripts fail the ASCII reading: 0, not a wrong number.
         { "Inbox (1\u0663)", 0 },
