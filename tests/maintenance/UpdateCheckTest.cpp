@@ -42,7 +42,7 @@ UpdaterController::Configuration configuration(const std::string& feedURL) {
 // the enclosure-attribute style next to the element style, a minimum system
 // version, items for other systems and channels, items missing what they
 // need, and an address that names a user.
-TEST(Appcast, PicksTheNewestItemThisSystemMayInstallAndKeepsOnlyWebAddresses) {
+TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndKeepsOnlyWebAddresses) {
     auto appcast = Appcast::parse(feed(R"(
     <item><title>Version 1.9</title><sparkle:version>1.9</sparkle:version>
       <description><![CDATA[<h2>Fixes</h2><ul><li>Faster start</li><li>Fewer crashes</li></ul>]]>
@@ -90,7 +90,7 @@ TEST(Appcast, PicksTheNewestItemThisSystemMayInstallAndKeepsOnlyWebAddresses) {
         EXPECT_EQ(Appcast::compareVersions(a, b), order) << a << " vs " << b;
 }
 
-TEST(Appcast, RefusesWhatIsNotAFeedOrHasADocumentTypeAndReadsNotesAsPlainText) {
+TEST(AppcastTest, RefusesWhatIsNotAFeedOrHasADocumentTypeAndReadsNotesAsPlainText) {
     const std::string dtd = R"(<?xml version="1.0"?><!DOCTYPE rss [<!ENTITY a "aaaaaaaaaa">
 <!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;"><!ENTITY secret SYSTEM "file:///etc/passwd">]>
 <rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><item><title>)";
