@@ -128,6 +128,7 @@ TEST(TitleParsersTest, GmailUnreadIsTheDigitsBetweenTheFirstParenthesesOfAnInbox
         { "Inbox (1\u0663)", 0 },
         { std::nullopt, std::nullopt },
         { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
+        { " Inbox (3)", std::nullopt },
     };
     for (const auto& [title, count] : cases)
         EXPECT_EQ(TitleParsers::gmailInboxUnread(title), count) << title.value_or("no title");
@@ -141,6 +142,7 @@ TEST(TitleParsersTest, GmailEmailAndOutlookNameArePiecesOfTheTitle) {
     const std::tuple<Text (*)(const Text&), Text, Text> cases[] = {
         { gmail, "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
         { gmail, "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
+        { gmail, "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
         { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
         { gmail, "x\ta@b.c", "x\ta@b.c" },
         { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not

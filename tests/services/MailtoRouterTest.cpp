@@ -29,6 +29,7 @@ TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndPassedOnUnchecked) {
     const std::pair<const char*, List> cases[] = {
         { "mailto:a@b.c%20,%20%20d@e.f%09", { "a@b.c", "d@e.f" } },
         { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } },
+        { "mailto:%0Aa@b.c", { "\na@b.c" } },
         { "mailto:not%20an%20address,A@B.C,A@B.C", { "not an address", "A@B.C", "A@B.C" } },
         { "mailto:j%C3%B6rg@example.de", { "jörg@example.de" } },
     };
