@@ -30,6 +30,7 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
     const auto& calendar = services.calendar();
     const auto& outlook = services.outlook();
     EXPECT_EQ(&services.forService(std::nullopt), &gmail) << "no service: a Gmail account";
+    EXPECT_EQ(&services.forService(AccountService::Mail), &gmail);
     const std::tuple<const MailService*, const char*, bool> cases[] = {
         { &gmail, "https://chat.google.com", true },
         { &gmail, "HTTPS://Mail.Google.COM:8443", true },
