@@ -1,3 +1,5 @@
+// What differs between the services: the hosts each owns, the values its
+// page scripts get, what its titles mean and where its links go.
 #include "ExternalLink.h"
 #include "LinkPolicy.h"
 #include "MailService.h"
