@@ -38,9 +38,10 @@ inline bool runXdotool(std::vector<std::string> args) {
         && g_spawn_check_wait_status(status, nullptr);
 }
 
-// Tests that move the shared pointer take turns: ctest runs test processes in
-// parallel on one X server. Held for the lifetime of the object; waits up to
-// a minute for the other holder.
+// Tests that move the shared pointer take turns: test processes run by hand
+// may share one X server (ctest gives web and widget tests turns with it
+// already). Held for the lifetime of the object; waits up to a minute for
+// the other holder.
 class XInputLock {
 public:
     XInputLock() {
