@@ -37,10 +37,11 @@ protected:
     int polls(const std::string& who) const { return requests("/notify/next", "who=" + who); }
 };
 
-TEST_F(AccountSwitchTest, SelectingShowsEachPageUnreloadedAndAKilledWebProcessTakesNoOtherAccountDown) {
+TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedAndAKilledWebProcessTakesNoOtherAccountDown) {
     serveWithRemote("/e2e/red.html", "/e2e/red.html");
     serveWithRemote("/e2e/green.html", "/e2e/green.html");
     ASSERT_TRUE(startOrvane("/e2e/red.html?who=gmail", "/e2e/green.html?who=outlook"));
+    EXPECT_EQ(orvane.actionEnabled("check-for-updates"), false) << "no update feed configured";
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded"));
     std::set<int> before = webProcesses();
