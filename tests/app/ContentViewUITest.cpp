@@ -118,7 +118,8 @@ TEST_F(AccountPickerViewTest, CardOffersTheFirstNineMailAccountsAndOnlyItsKeysBu
     // under it, then a label at most 96 px wide.
     for (int i = 3; i <= 10; ++i)
         mail.push_back(addAccount("account " + std::to_string(i)));
-    ASSERT_TRUE(waitUntil([&] { return picker.accountButtons().size() == 9; }));
+    // Each new account brings a web view of its own first.
+    ASSERT_TRUE(waitUntil([&] { return picker.accountButtons().size() == 9; }, 30s));
     EXPECT_EQ(text(picker.hintLabel()), SenderChoice::hint(9));
     auto buttons = picker.accountButtons();
     for (size_t i = 0; i < buttons.size(); ++i) {
