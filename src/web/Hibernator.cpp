@@ -62,7 +62,7 @@ void Hibernator::selectionChanged(const std::optional<std::string>& selectedID) 
     }
 }
 
-void Hibernator::pageLoading(const std::string& accountID) {
+void Hibernator::pageLoaded(const std::string& accountID) {
     if (accountID != m_selected)
         m_idleSince[accountID] = Clock::now();
 }

@@ -39,8 +39,10 @@ public:
 
     // The store's selection now: the account it leaves starts its idle time.
     void selectionChanged(const std::optional<std::string>& selectedID);
-    // An account's page started loading: idle from now unless it is selected.
-    void pageLoading(const std::string& accountID);
+    // An account's page (or one of its pop-ups) finished loading: idle from
+    // now unless it is selected. A page that never finished loading never
+    // sleeps.
+    void pageLoaded(const std::string& accountID);
     void forget(const std::string& accountID);
     // Puts the account to sleep now, whatever its idle time, when nothing
     // keeps it awake.

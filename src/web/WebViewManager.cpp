@@ -238,7 +238,6 @@ void WebViewManager::startLoading(const std::string& accountID) {
     }
     const MailService& service = m_services.forService(it->second->account.service);
     webkit_web_view_load_uri(it->second->view.get(), service.homeURL.c_str());
-    m_hibernator->pageLoading(accountID);
 }
 
 void WebViewManager::openStartGate() {
@@ -263,6 +262,7 @@ void WebViewManager::storeChanged() {
 void WebViewManager::pageDidFinish(const std::string& accountID) {
     if (!m_startGateOpen && m_store && m_store->selectedAccountID() == accountID)
         openStartGate();
+    m_hibernator->pageLoaded(accountID);
     if (m_waking.erase(accountID))
         m_sleepObservers.notify();
     // Every finished load of the account's main view or its pop-ups ends
