@@ -48,8 +48,10 @@ void Hibernator::restartTimer() {
 void Hibernator::selectionChanged(const std::optional<std::string>& selectedID) {
     if (selectedID == m_selected)
         return;
-    if (WebKitWebView* left = m_selected ? m_manager.webView(*m_selected) : nullptr) {
+    WebKitWebView* left = m_selected ? m_manager.webView(*m_selected) : nullptr;
+    if (left)
         m_idleSince[*m_selected] = Clock::now();
+    if (left && m_policy.limit() && m_manager.hibernates(*m_selected)) {
         takeSnapshot(left, [this, id = *m_selected](Ref<GdkTexture> snapshot) {
             if (snapshot && id != m_selected)
                 m_lastSeen[id] = std::move(snapshot);
