@@ -226,6 +226,7 @@ void WebViewManager::startLoading(const std::string& accountID) {
     const auto& selected = m_store ? m_store->selectedAccountID() : std::nullopt;
     if (!m_startGateOpen && selected && *selected != accountID && m_store->account(*selected)) {
         m_waitingLoads.push_back(accountID);
+        g_debug("A page waits for the selected account's page to load");
         if (!m_startBound) {
             m_startBound = g_timeout_add(guint(kStartBound.count()), +[](gpointer self) -> gboolean {
                 auto* manager = static_cast<WebViewManager*>(self);
@@ -244,6 +245,7 @@ void WebViewManager::openStartGate() {
     if (m_startGateOpen)
         return;
     m_startGateOpen = true;
+    g_debug("The waiting pages load (%s)", m_startBound ? "the selected page has loaded" : "after the bound");
     g_clear_handle_id(&m_startBound, g_source_remove);
     for (const auto& id : std::exchange(m_waitingLoads, {}))
         startLoading(id);
