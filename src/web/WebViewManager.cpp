@@ -422,10 +422,6 @@ void WebViewManager::compose(const Account& account, const MailtoComponents& mai
         sourceURI.c_str(), nullptr, nullptr, nullptr);
 }
 
-} // namespace orvane
-
-namespace orvane {
-
 void WebViewManager::setHibernationPolicy(HibernationPolicy policy) {
     m_hibernator->setPolicy(policy);
 }
