@@ -80,7 +80,7 @@ void Hibernator::hibernateNow(const std::string& accountID) {
 
 bool Hibernator::maySleep(const std::string& accountID, bool ignoreIdleTime, bool composing) const {
     auto idle = m_idleSince.find(accountID);
-    if (idle == m_idleSince.end() || !m_manager.hibernates(accountID))
+    if ((idle == m_idleSince.end() && !ignoreIdleTime) || !m_manager.webView(accountID) || !m_manager.hibernates(accountID))
         return false;
     HibernationPolicy::Activity activity = m_manager.activity(accountID);
     activity.selected = activity.selected || accountID == m_selected;
