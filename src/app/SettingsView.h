@@ -51,6 +51,9 @@ public:
     GtkWidget* defaultAccountButton() const { return m_defaultAccountButton; }
     GtkWidget* notificationsSwitch() const { return m_notificationsSwitch; }
     GtkWidget* dockSwitch() const { return m_dockSwitch; }
+    // Bound by the application (BackgroundRunning), which keeps these two.
+    GtkWidget* runInBackgroundSwitch() const { return m_runInBackgroundSwitch; }
+    GtkWidget* startAtLoginSwitch() const { return m_startAtLoginSwitch; }
 
     static constexpr const char* kFailureText = "Your desktop did not accept the change. Run "
         "tools/set-default-mail.sh once, or set \u201cOrvane\u201d as the email app in your system's Default "
@@ -91,6 +94,8 @@ private:
     GtkWidget* m_defaultAccountButton = nullptr;
     GtkWidget* m_notificationsSwitch = nullptr;
     GtkWidget* m_dockSwitch = nullptr;
+    GtkWidget* m_runInBackgroundSwitch = nullptr;
+    GtkWidget* m_startAtLoginSwitch = nullptr;
 
     // View state
     bool m_isDefaultMailClient = false;
