@@ -137,6 +137,9 @@ void PageTools::forgetSearchedPage() {
 // Runs on every change of the text and of the selected page: the matches of
 // the page shown are highlighted (the first one selected) and counted.
 void PageTools::search() {
+    // The bar empties its entry as it closes.
+    if (!gtk_search_bar_get_search_mode(GTK_SEARCH_BAR(m_searchBar)))
+        return;
     WebKitWebView* view = page();
     std::string text = gtk_editable_get_text(GTK_EDITABLE(m_entry));
     if (view != m_searchedPage.get()) {
