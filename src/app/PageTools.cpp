@@ -129,9 +129,23 @@ void PageTools::openSearch() {
 
 void PageTools::forgetSearchedPage() {
     m_pageConnections.clear();
-    if (m_searchedPage)
-        webkit_find_controller_search_finish(webkit_web_view_get_find_controller(m_searchedPage.get()));
-    m_searchedPage.reset();
+    if (!m_searchedPage)
+        return;
+    webkit_find_controller_search_finish(webkit_web_view_get_find_controller(m_searchedPage));
+    g_object_remove_weak_pointer(G_OBJECT(m_searchedPage), reinterpret_cast<gpointer*>(&m_searchedPage));
+    m_searchedPage = nullptr;
+}
+
+void PageTools::watchPage(WebKitWebView* view) {
+    m_searchedPage = view;
+    g_object_add_weak_pointer(G_OBJECT(view), reinterpret_cast<gpointer*>(&m_searchedPage));
+    WebKitFindController* finder = webkit_web_view_get_find_controller(view);
+    m_pageConnections.push_back(SignalConnection::connect(finder, "counted-matches", +[](WebKitFindController*, guint count, gpointer self) {
+        toolsFrom(self)->showMatches(count);
+    }, this));
+    m_pageConnections.push_back(SignalConnection::connect(finder, "failed-to-find-text", +[](WebKitFindController*, gpointer self) {
+        toolsFrom(self)->showMatches(0);
+    }, this));
 }
 
 // Runs on every change of the text and of the selected page: the matches of
@@ -142,18 +156,10 @@ void PageTools::search() {
         return;
     WebKitWebView* view = page();
     std::string text = gtk_editable_get_text(GTK_EDITABLE(m_entry));
-    if (view != m_searchedPage.get()) {
+    if (view != m_searchedPage) {
         forgetSearchedPage();
-        if (view) {
-            m_searchedPage = Ref<WebKitWebView>(view);
-            WebKitFindController* finder = webkit_web_view_get_find_controller(view);
-            m_pageConnections.push_back(SignalConnection::connect(finder, "counted-matches", +[](WebKitFindController*, guint count, gpointer self) {
-                toolsFrom(self)->showMatches(count);
-            }, this));
-            m_pageConnections.push_back(SignalConnection::connect(finder, "failed-to-find-text", +[](WebKitFindController*, gpointer self) {
-                toolsFrom(self)->showMatches(0);
-            }, this));
-        }
+        if (view)
+            watchPage(view);
     }
     if (!view || text.empty()) {
         if (view)
@@ -170,7 +176,7 @@ void PageTools::search() {
 void PageTools::searchAgain(bool backwards) {
     if (!m_searchedPage || gtk_editable_get_text(GTK_EDITABLE(m_entry))[0] == '\0')
         return;
-    WebKitFindController* finder = webkit_web_view_get_find_controller(m_searchedPage.get());
+    WebKitFindController* finder = webkit_web_view_get_find_controller(m_searchedPage);
     if (backwards)
         webkit_find_controller_search_previous(finder);
     else

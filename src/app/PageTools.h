@@ -52,6 +52,7 @@ private:
     void searchClosed();
     void showMatches(unsigned count);
     void forgetSearchedPage();
+    void watchPage(WebKitWebView* view);
     void zoom(int direction);
 
     // Borrowed references
@@ -61,7 +62,8 @@ private:
     SessionPreferences& m_preferences;
 
     // Owned references
-    Ref<WebKitWebView> m_searchedPage; // the page whose matches show
+    // The page whose matches show; weak, as its account may go meanwhile.
+    WebKitWebView* m_searchedPage = nullptr;
     std::vector<SignalConnection> m_connections;
     std::vector<SignalConnection> m_pageConnections;
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
