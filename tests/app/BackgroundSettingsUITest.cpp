@@ -1,7 +1,5 @@
-// The preferences window's two background switches: each keeps its choice in
-// preferences.ini, and "Start at login" writes and removes the autostart
-// entry. Closing and reopening the window through the real binary is
-// BackgroundTest's.
+// The preferences window's background switches keep their choice and "Start
+// at login" writes and removes the autostart entry (closing the window: BackgroundTest).
 #include "Autostart.h"
 #include "BackgroundRunning.h"
 #include "Files.h"
@@ -22,8 +20,7 @@ TEST_F(BackgroundSettingsTest, SwitchesKeepTheirChoiceAndStartAtLoginOwnsTheAuto
     window = view.window();
     for (int time = 0; time < 2; ++time) // a second binding changes nothing
         background.bindSwitches(view.runInBackgroundSwitch(), view.startAtLoginSwitch());
-    GtkSwitch* run = GTK_SWITCH(view.runInBackgroundSwitch());
-    GtkSwitch* start = GTK_SWITCH(view.startAtLoginSwitch());
+    GtkSwitch *run = GTK_SWITCH(view.runInBackgroundSwitch()), *start = GTK_SWITCH(view.startAtLoginSwitch());
     EXPECT_TRUE(gtk_switch_get_active(run));
     EXPECT_FALSE(gtk_switch_get_active(start));
 
