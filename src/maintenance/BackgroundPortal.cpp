@@ -31,8 +31,8 @@ void BackgroundPortal::finish(std::optional<Answer> answer) {
 }
 
 // The portal answers on a request object whose path it derives from the
-// caller's unique name and the handle token, so the test for the answer is
-// in place before the call goes out.
+// caller's unique name and the handle token, so the subscription to the
+// answer is in place before the call goes out and no answer is missed.
 void BackgroundPortal::request(const std::string& reason, bool autostart, const std::vector<std::string>& commandLine, Completion completion) {
     if (m_cancellable)
         g_cancellable_cancel(m_cancellable.get());
