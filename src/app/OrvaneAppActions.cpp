@@ -113,6 +113,8 @@ Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
         g_menu_append(maintenance, "Check for Updates…", "app.check-for-updates");
     appendSection(maintenance);
     appendSection(section({ { "Preferences", "app.preferences" }, { "Keyboard Shortcuts", "app.shortcuts" }, { "About Orvane", "app.about" } }));
+    // Closing the window no longer ends Orvane while it runs in the background.
+    appendSection(section({ { "Quit", "app.quit" } }));
     return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
 }
 
