@@ -118,11 +118,16 @@ void PageTools::addActions() {
     gtk_widget_insert_action_group(GTK_WIDGET(m_window.window()), kGroup, G_ACTION_GROUP(group.get()));
 }
 
-// Ctrl+F again selects what is in the entry, to type a new search over it.
+// Opening the bar puts the keyboard in its (empty) entry; Ctrl+F with the
+// bar open selects what is in it, to type a new search over it.
 void PageTools::openSearch() {
+    GtkSearchBar* bar = GTK_SEARCH_BAR(m_searchBar);
     if (!page())
         return;
-    gtk_search_bar_set_search_mode(GTK_SEARCH_BAR(m_searchBar), TRUE);
+    if (!gtk_search_bar_get_search_mode(bar)) {
+        gtk_search_bar_set_search_mode(bar, TRUE);
+        return;
+    }
     gtk_widget_grab_focus(m_entry);
     gtk_editable_select_region(GTK_EDITABLE(m_entry), 0, -1);
 }
