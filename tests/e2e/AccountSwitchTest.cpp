@@ -12,27 +12,6 @@ namespace orvane::test {
 
 class AccountSwitchTest : public E2ETest {
 protected:
-    // The live WebKit web processes below orvane (through the sandbox's own).
-    std::set<int> webProcesses() const {
-        auto listing = orvane.run({ "ps", "-e", "-o", "pid=,ppid=,s=,comm=" });
-        std::map<int, int> parents;
-        std::set<int> candidates, found;
-        std::istringstream lines(listing ? listing->output : "");
-        for (std::string line; std::getline(lines, line);) {
-            int pid = 0, parent = 0;
-            char state = 0, name[32] = "";
-            if (sscanf(line.c_str(), "%d %d %c %31s", &pid, &parent, &state, name) != 4)
-                continue;
-            parents[pid] = parent;
-            if (state != 'Z' && g_str_has_prefix(name, "WebKitWebProces"))
-                candidates.insert(pid);
-        }
-        for (int pid : candidates)
-            for (int above = parents[pid]; above > 1; above = parents.count(above) ? parents[above] : 0)
-                if (above == orvane.pid())
-                    found.insert(pid);
-        return found;
-    }
     // How often a page asked for its next command (every 50 ms while alive).
     int polls(const std::string& who) const { return requests("/notify/next", "who=" + who); }
 };

@@ -29,27 +29,6 @@ setInterval(() => {
 
 class HibernationTest : public E2ETest {
 protected:
-    // The live WebKit web processes below orvane.
-    std::set<int> webProcesses() const {
-        auto listing = orvane.run({ "ps", "-e", "-o", "pid=,ppid=,s=,comm=" });
-        std::map<int, int> parents;
-        std::set<int> candidates, found;
-        std::istringstream lines(listing ? listing->output : "");
-        for (std::string line; std::getline(lines, line);) {
-            int pid = 0, parent = 0;
-            char state = 0, name[32] = "";
-            if (sscanf(line.c_str(), "%d %d %c %31s", &pid, &parent, &state, name) == 4) {
-                parents[pid] = parent;
-                if (state != 'Z' && g_str_has_prefix(name, "WebKitWebProces"))
-                    candidates.insert(pid);
-            }
-        }
-        for (int pid : candidates)
-            for (int above = parents[pid]; above > 1; above = parents.count(above) ? parents[above] : 0)
-                if (above == orvane.pid())
-                    found.insert(pid);
-        return found;
-    }
     // How far the inside of a tile (0, 1: the mail tiles; 2: the calendar's)
     // stands out from the column's background: dimming brings it closer.
     int tileContrast(const Screenshot& shot, size_t tile) {
