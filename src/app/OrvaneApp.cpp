@@ -6,6 +6,9 @@
 #include "MainWindow.h"
 #include "BuildConfig.h"
 
+#include <glib/gi18n-lib.h>
+
+#include <clocale>
 #include <csignal>
 
 namespace orvane {
@@ -122,7 +125,25 @@ void OrvaneApp::closeAllWindows() {
     }
 }
 
+// The translations sit at the same place relative to the program in the
+// build tree and once installed (src/CMakeLists.txt); a program moved away
+// from them uses the configured installed folder.
+static void bindTranslations() {
+    std::setlocale(LC_ALL, "");
+    std::string folder = ORVANE_INSTALLED_LOCALE_DIR;
+    if (GCharPtr executable { g_file_read_link("/proc/self/exe", nullptr) }) {
+        GCharPtr programFolder(g_path_get_dirname(executable.get()));
+        GCharPtr candidate(g_build_filename(programFolder.get(), ORVANE_LOCALE_RELATIVE_DIR, nullptr));
+        if (g_file_test(candidate.get(), G_FILE_TEST_IS_DIR))
+            folder = candidate.get();
+    }
+    bindtextdomain(GETTEXT_PACKAGE, folder.c_str());
+    bind_textdomain_codeset(GETTEXT_PACKAGE, "UTF-8");
+    textdomain(GETTEXT_PACKAGE);
+}
+
 int runOrvane(int argc, char** argv) {
+    bindTranslations();
     // Under a file-size limit (ulimit -f) a long write must fail like a full
     // disk, which every writer handles, rather than end Orvane; WebKit's
     // processes inherit the setting.

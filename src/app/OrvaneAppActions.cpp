@@ -9,6 +9,8 @@
 #include "DefaultMailClient.h"
 #include "SettingsView.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <string>
 
 namespace orvane {
@@ -92,22 +94,22 @@ Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
         g_object_unref(part);
     };
 
-    appendSection(section({ { "Add Account", "app.add-account" }, { "Add Outlook Account", "app.add-outlook-account" } }));
+    appendSection(section({ { _("Add Account"), "app.add-account" }, { _("Add Outlook Account"), "app.add-outlook-account" } }));
 
     GMenu* accounts = g_menu_new();
     for (int n = 1; n <= 9; ++n) {
-        std::string label = "Select Account " + std::to_string(n);
+        GCharPtr label(g_strdup_printf(_("Select Account %d"), n));
         std::string action = "app.select-account(" + std::to_string(n) + ")";
-        g_menu_append(accounts, label.c_str(), action.c_str());
+        g_menu_append(accounts, label.get(), action.c_str());
     }
     GMenu* select = g_menu_new();
-    g_menu_append_submenu(select, "Select Account", G_MENU_MODEL(accounts));
+    g_menu_append_submenu(select, _("Select Account"), G_MENU_MODEL(accounts));
     g_object_unref(accounts);
     appendSection(select);
 
-    appendSection(section({ { "Print…", "app.print" }, { "Paste and Match Style", "app.paste-plain" } }));
-    appendSection(section({ { "Make Orvane Default Email App", "app.make-default" }, { "Check for Updates…", "app.check-for-updates" } }));
-    appendSection(section({ { "Preferences", "app.preferences" }, { "Keyboard Shortcuts", "app.shortcuts" }, { "About Orvane", "app.about" } }));
+    appendSection(section({ { _("Print…"), "app.print" }, { _("Paste and Match Style"), "app.paste-plain" } }));
+    appendSection(section({ { _("Make Orvane Default Email App"), "app.make-default" }, { _("Check for Updates…"), "app.check-for-updates" } }));
+    appendSection(section({ { _("Preferences"), "app.preferences" }, { _("Keyboard Shortcuts"), "app.shortcuts" }, { _("About Orvane"), "app.about" } }));
     return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
 }
 
@@ -165,8 +167,11 @@ void OrvaneApp::showAbout() {
     adw_about_window_set_application_name(window, "Orvane");
     adw_about_window_set_application_icon(window, build::kAppID);
     adw_about_window_set_version(window, build::kVersion);
-    adw_about_window_set_developer_name(window, "The Orvane developers");
-    adw_about_window_set_comments(window, "All your Gmail accounts, one window.");
+    adw_about_window_set_developer_name(window, _("The Orvane developers"));
+    adw_about_window_set_comments(window, _("All your Gmail accounts, one window."));
+    // Translators: your name and address, one translator a line.
+    if (const char* credits = _("translator-credits"); g_strcmp0(credits, "translator-credits") != 0)
+        adw_about_window_set_translator_credits(window, credits);
     if (m_mainWindow)
         gtk_window_set_transient_for(GTK_WINDOW(about), m_mainWindow->window());
     gtk_window_present(GTK_WINDOW(about));

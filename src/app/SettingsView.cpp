@@ -84,7 +84,7 @@ void SettingsView::build(GtkBuilder* builder) {
         static_cast<SettingsView*>(self)->makeDefault();
     }, this));
     m_failureRow = widget("failure_row");
-    gtk_label_set_text(GTK_LABEL(widget("failure_label")), kFailureText);
+    gtk_label_set_text(GTK_LABEL(widget("failure_label")), _(kFailureText));
 
     // Titles carry a mnemonic: Alt and the underlined letter flip the switch.
     m_alwaysAskSwitch = widget("always_ask_switch");

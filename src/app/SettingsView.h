@@ -5,6 +5,7 @@
 #include "SignalConnection.h"
 
 #include <adwaita.h>
+#include <glib/gi18n-lib.h>
 
 #include <string>
 #include <vector>
@@ -52,9 +53,9 @@ public:
     GtkWidget* notificationsSwitch() const { return m_notificationsSwitch; }
     GtkWidget* dockSwitch() const { return m_dockSwitch; }
 
-    static constexpr const char* kFailureText = "Your desktop did not accept the change. Run "
+    static constexpr const char* kFailureText = N_("Your desktop did not accept the change. Run "
         "tools/set-default-mail.sh once, or set \u201cOrvane\u201d as the email app in your system's Default "
-        "Applications settings.";
+        "Applications settings.");
 
 private:
     SettingsView(AccountStore& store, WebViewManager& manager, GtkApplication* application);

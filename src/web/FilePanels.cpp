@@ -3,6 +3,8 @@
 #include "GRef.h"
 #include "FileChooserInterceptor.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <string>
 #include <vector>
 
@@ -61,7 +63,7 @@ bool run(WebKitWebView* view, WebKitFileChooserRequest* request) {
     if (FileChooserInterceptor::intercept(view, request))
         return true;
     bool multiple = webkit_file_chooser_request_get_select_multiple(request);
-    GtkFileChooserNative* chooser = gtk_file_chooser_native_new(multiple ? "Select Files" : "Select File", nullptr,
+    GtkFileChooserNative* chooser = gtk_file_chooser_native_new(multiple ? _("Select Files") : _("Select File"), nullptr,
         GTK_FILE_CHOOSER_ACTION_OPEN, nullptr, nullptr);
     gtk_file_chooser_set_select_multiple(GTK_FILE_CHOOSER(chooser), multiple);
     auto* pending = new PendingChoice { Ref<WebKitFileChooserRequest>(request) };
