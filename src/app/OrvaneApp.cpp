@@ -148,6 +148,10 @@ int runOrvane(int argc, char** argv) {
     // disk, which every writer handles, rather than end Orvane; WebKit's
     // processes inherit the setting.
     std::signal(SIGXFSZ, SIG_IGN);
+    // The window's class (WM_CLASS, the Wayland app id) is the application
+    // id, as the desktop entry's StartupWMClass says, so docks match them.
+    g_set_prgname(build::kAppID);
+    g_set_application_name("Orvane");
     OrvaneApp app;
     return app.run(argc, argv);
 }

@@ -108,7 +108,11 @@ Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
     appendSection(select);
 
     appendSection(section({ { _("Print…"), "app.print" }, { _("Paste and Match Style"), "app.paste-plain" } }));
-    appendSection(section({ { _("Make Orvane Default Email App"), "app.make-default" }, { _("Check for Updates…"), "app.check-for-updates" } }));
+    // A build without an update feed has nothing to check: no greyed-out item.
+    GMenu* maintenance = section({ { _("Make Orvane Default Email App"), "app.make-default" } });
+    if (m_updater && m_updater->canCheckForUpdates())
+        g_menu_append(maintenance, _("Check for Updates…"), "app.check-for-updates");
+    appendSection(maintenance);
     appendSection(section({ { _("Preferences"), "app.preferences" }, { _("Keyboard Shortcuts"), "app.shortcuts" }, { _("About Orvane"), "app.about" } }));
     return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
 }
@@ -169,6 +173,12 @@ void OrvaneApp::showAbout() {
     adw_about_window_set_version(window, build::kVersion);
     adw_about_window_set_developer_name(window, _("The Orvane developers"));
     adw_about_window_set_comments(window, _("All your Gmail accounts, one window."));
+    adw_about_window_set_website(window, build::kHomepageURL);
+    adw_about_window_set_issue_url(window, build::kIssuesURL);
+    adw_about_window_set_license_type(window, GTK_LICENSE_GPL_3_0);
+    adw_about_window_set_copyright(window, _("© 2025 The Orvane developers"));
+    const char* developers[] = { _("The Orvane developers"), nullptr };
+    adw_about_window_set_developers(window, developers);
     // Translators: your name and address, one translator a line.
     if (const char* credits = _("translator-credits"); g_strcmp0(credits, "translator-credits") != 0)
         adw_about_window_set_translator_credits(window, credits);
