@@ -133,9 +133,9 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
     gtk_widget_set_size_request(root, kColumnWidth, -1);
     gtk_widget_set_hexpand(root, FALSE);
     gtk_widget_set_vexpand(root, TRUE);
-    gtk_accessible_update_property(GTK_ACCESSIBLE(root), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Accounts"), -1);
 
-    // The tiles are the tabs of the web area: one is selected at a time.
+    // The tiles are the tabs of the web area, one selected at a time; the
+    // list is the column's name for screen readers.
     m_stack = GTK_WIDGET(g_object_new(GTK_TYPE_BOX, "orientation", GTK_ORIENTATION_VERTICAL, "spacing", kSpacing,
         "accessible-role", GTK_ACCESSIBLE_ROLE_TAB_LIST, nullptr));
     gtk_accessible_update_property(GTK_ACCESSIBLE(m_stack), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Accounts"), -1);
