@@ -14,7 +14,7 @@ namespace orvane {
 
 // Everything that differs between the web services Orvane hosts. The
 // application's ServiceCatalog holds the three entries, read-only. Their home
-// address and in-app hosts may be replaced for the whole run by the JSON file
+// address, unread feed and in-app hosts may be replaced for the whole run by the JSON file
 // named in ORVANE_SERVICE_OVERRIDES (self-hosted or regional deployments,
 // and the test suite's local pages).
 //
@@ -29,6 +29,7 @@ struct MailService {
     using ComposeBuilder = std::function<std::string(const MailtoComponents&)>;
 
     std::string homeURL;
+    std::string feedURL;                       // the unread Atom feed (AtomFeed); empty: none
     std::set<std::string> inAppHosts;          // lower case, exact host names
     std::set<std::string> ownHosts;            // lower case, exact host names
     std::optional<std::string> unreadPollJS;   // evaluated every 5 s; returns an integer

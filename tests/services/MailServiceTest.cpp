@@ -77,29 +77,31 @@ TEST(MailServiceTest, JSONLiteralsReadBackAsTheSameTextAndTemplatesFillOnce) {
 
 TEST(MailServiceTest, OverridesReplaceTheHomeAndHostsOfTheirEntriesOnly) {
     std::string path = writeOverrides(R"({
-        "gmail": {"homeURL": "http://127.0.0.1:4321/gmail/", "inAppHosts": ["127.0.0.1", "Accounts.Example.TEST"]},
+        "gmail": {"homeURL": "http://127.0.0.1:4321/gmail/", "feedURL": "http://127.0.0.1:4321/gmail/feed/atom", "inAppHosts": ["127.0.0.1", "Accounts.Example.TEST"]},
         "outlook": {"homeURL": "https://mail.example.test/owa/"},
         "calendar": {"inAppHosts": ["localhost"]}
     })");
     auto gmail = MailService::build(AccountService::Mail, path);
     EXPECT_EQ(gmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
     EXPECT_EQ(gmail.ownHosts, gmail.inAppHosts) << "replaced hosts are the deployment's own";
+    EXPECT_EQ(gmail.feedURL, "http://127.0.0.1:4321/gmail/feed/atom");
     auto outlook = MailService::build(AccountService::Outlook, path);
     EXPECT_EQ(outlook.inAppHosts, test::testServices().outlook().inAppHosts);
     EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test") && outlook.ownsAddress("https://outlook.office.com"));
     auto calendar = MailService::build(AccountService::Calendar, path);
     EXPECT_EQ(calendar.homeURL, test::testServices().calendar().homeURL);
     EXPECT_EQ(calendar.inAppHosts, Hosts({ "localhost" }));
+    EXPECT_EQ(calendar.feedURL + outlook.feedURL, "") << "only Gmail has an unread feed";
 
     // Bad overrides leave the built-in values; one bad field spares the other.
     const auto& builtIn = test::testServices().gmail();
     for (const std::string& content : { std::string("not json"), std::string(R"({"gmail": {"homeURL": "file:///etc/passwd"}})"),
-             std::string(R"x({"gmail": {"homeURL": "javascript:alert(1)"}})x"), std::string(R"({"gmail": {"inAppHosts": []}})"),
+             std::string(R"x({"gmail": {"homeURL": "javascript:alert(1)", "feedURL": "file:///feed"}})x"), std::string(R"({"gmail": {"inAppHosts": []}})"),
              std::string(R"({"gmail": {"inAppHosts": ["ok.example", "example.com/path"]}})"),
              std::string(R"({"gmail": {"inAppHosts": ["ok.example", "127.0.0.1:8080"]}})"),
              R"({"gmail": {"homeURL": "http://127.0.0.1/"}, "pad": ")" + std::string(1024 * 1024, 'x') + "\"}" }) {
         auto entry = MailService::build(AccountService::Mail, writeOverrides(content));
-        EXPECT_EQ(std::tie(entry.homeURL, entry.inAppHosts), std::tie(builtIn.homeURL, builtIn.inAppHosts)) << content.substr(0, 80);
+        EXPECT_EQ(std::tie(entry.homeURL, entry.feedURL, entry.inAppHosts), std::tie(builtIn.homeURL, builtIn.feedURL, builtIn.inAppHosts)) << content.substr(0, 80);
     }
     auto half = MailService::build(AccountService::Mail, writeOverrides(R"({"gmail": {"homeURL": "ftp://x/", "inAppHosts": ["h.example"]}})"));
     EXPECT_EQ(half.homeURL, builtIn.homeURL);
