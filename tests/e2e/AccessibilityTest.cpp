@@ -90,6 +90,7 @@ TEST_F(AccessibilityTest, WithLanguageFrenchTheWindowAndItsMenuAreInFrench) {
     orvane.setEnvironment("LANGUAGE", "fr");
     ASSERT_TRUE(start());
     EXPECT_TRUE(shows("tab", { "ada@example.com · Gmail, 3 non lus · selectable", "ada@example.com · Google Agenda · selectable" })) << seen();
+    EXPECT_TRUE(shows("button", { "Menu principal · Menu principal" })) << seen();
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "F10"));
     EXPECT_TRUE(shows("menu item", { "Raccourcis clavier", "À propos d’Orvane" })) << seen();
     EXPECT_TRUE(orvane.screenshot("french-menu"));
