@@ -4,6 +4,7 @@
 
 #include "ContentView.h"
 #include "MainWindow.h"
+#include "SettingsView.h"
 #include "BuildConfig.h"
 
 #include <glib/gi18n-lib.h>
@@ -54,6 +55,7 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_services.emplace(ServiceCatalog::fromEnvironment());
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
+    self->m_manager->setHibernationPolicy(SettingsView::hibernationPolicy());
     self->m_updater.emplace();
     self->m_beacon.emplace(Beacon::defaultConfiguration());
     self->m_primaryMenu = self->buildPrimaryMenu();

@@ -67,6 +67,7 @@ constexpr const char* kGmailAttach = "services/gmail-attach.js";
 constexpr const char* kOutlookAttach = "services/outlook-attach.js";
 constexpr const char* kGmailPhoto = "services/gmail-photo.js";
 constexpr const char* kOutlookPhoto = "services/outlook-photo.js";
+constexpr const char* kGmailTyping = "services/gmail-typing.js";
 
 std::string gmailComposeJS(const MailtoComponents& c) {
     return trimmedEnd(fillTemplate(PageScripts::text(kGmailCompose), {
@@ -189,6 +190,8 @@ MailService makeGmail(const std::string& overridesPath) {
     s.composeScriptName = kGmailCompose;
     s.attachScriptName = kGmailAttach;
     s.photoScriptName = kGmailPhoto;
+    s.typingJS = script(kGmailTyping);
+    s.typingScriptName = kGmailTyping;
     applyOverrides(s, "gmail", overridesPath);
     return s;
 }
@@ -227,6 +230,7 @@ MailService makeOutlook(const std::string& overridesPath) {
     s.attachScriptName = kOutlookAttach;
     s.photoScriptName = kOutlookPhoto;
     s.unreadPollScriptName = kOutlookUnread;
+    s.hibernates = false;
     applyOverrides(s, "outlook", overridesPath);
     return s;
 }

@@ -38,12 +38,17 @@ struct MailService {
     ComposeBuilder composeJS;                  // empty when the service cannot compose
     std::optional<std::string> attachClickJS;  // async function body → {x, y} or null
     std::optional<std::string> photoJS;        // async function body(acctName) → text
+    std::optional<std::string> typingJS;       // async function body → 'typed' or 'none'
+    // Whether an idle account of the service may hibernate: not when its
+    // unread count can only come from its live page.
+    bool hibernates = true;
 
     // Resource names of the scripts above, for error messages that name a file.
     std::string composeScriptName;
     std::string attachScriptName;
     std::string photoScriptName;
     std::string unreadPollScriptName;
+    std::string typingScriptName;
 
     // Whether an address or a serialized origin ("https://host[:port]") is
     // http or https on one of the own hosts. An opaque origin ("null") never is.
