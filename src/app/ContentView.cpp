@@ -41,7 +41,13 @@ ContentView::ContentView(AccountStore& store, WebViewManager& manager)
         [this] { m_router.cancel(); });
     gtk_overlay_add_overlay(GTK_OVERLAY(m_root.get()), m_picker->widget());
 
-    m_storeSubscription = m_store.observe([this](unsigned) { refresh(); });
+    m_storeSubscription = m_store.observe([this](unsigned change) {
+        refresh();
+        // Whatever switched the account (a shortcut, a tile, a notification,
+        // a mail link), typing goes to its page.
+        if (change & StoreChangeSelection)
+            focusPage();
+    });
     refresh();
 }
 
@@ -75,6 +81,13 @@ bool ContentView::showsEmptyState() const {
 GtkWidget* ContentView::addAccountButton() const { return m_emptyState->addButton(); }
 
 GtkWidget* ContentView::visibleWebView() const { return m_webArea->visibleView(); }
+
+void ContentView::focusPage() {
+    GtkRoot* root = gtk_widget_get_root(m_root.get());
+    GtkWidget* view = visibleWebView();
+    if (GTK_IS_WINDOW(root) && view && !m_router.pendingMailto())
+        gtk_window_set_focus(GTK_WINDOW(root), view);
+}
 
 void ContentView::handleOpenURL(const std::string& url) { m_router.handleOpenURL(url); }
 

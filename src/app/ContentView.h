@@ -52,6 +52,8 @@ public:
 
     // The selected account's web view on screen, or null.
     GtkWidget* visibleWebView() const;
+    // The keyboard to that view.
+    void focusPage();
 
     // For tests: the parts of the layout.
     bool showsEmptyState() const;

@@ -2,10 +2,13 @@
 
 #include "Beacon.h"
 
+#include "Autostart.h"
 #include "ContentView.h"
 #include "MainWindow.h"
 #include "SettingsView.h"
 #include "BuildConfig.h"
+#include "PageViewSettings.h"
+#include "WindowGeometry.h"
 
 #include <glib/gi18n-lib.h>
 
@@ -33,11 +36,13 @@ OrvaneApp::OrvaneApp()
     m_activate = SignalConnection::connect(m_app.get(), "activate", &OrvaneApp::onActivate, this);
     m_open = SignalConnection::connect(m_app.get(), "open", &OrvaneApp::onOpen, this);
     m_shutdown = SignalConnection::connect(m_app.get(), "shutdown", &OrvaneApp::onShutdown, this);
+    m_localOptions = SignalConnection::connect(m_app.get(), "handle-local-options", &OrvaneApp::onLocalOptions, this);
+    g_application_add_main_option(G_APPLICATION(m_app.get()), Autostart::kBackgroundOption, 0, G_OPTION_FLAG_NONE, G_OPTION_ARG_NONE,
+        _("Start with the window hidden, as at login"), nullptr);
 }
 
 OrvaneApp::~OrvaneApp() {
-    m_mainWindowDestroyed.disconnect();
-    m_mainWindow.reset();
+    mainWindowGone();
 }
 
 int OrvaneApp::run(int argc, char** argv) {
@@ -50,12 +55,16 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
     useIconFromSourceTree();
     gtk_window_set_default_icon_name(build::kAppID);
+    self->m_preferences.emplace();
+    self->m_session.emplace(*self->m_preferences);
     self->m_store.emplace();
     self->m_webHost.emplace(GTK_APPLICATION(self->m_app.get()));
     self->m_services.emplace(ServiceCatalog::fromEnvironment());
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
     self->m_manager->setHibernationPolicy(SettingsView::hibernationPolicy());
+    self->m_manager->addExtension(std::make_unique<PageViewSettings>(*self->m_session));
+    self->m_background = std::make_unique<BackgroundRunning>(G_APPLICATION(self->m_app.get()), *self->m_session, [self] { self->quit(); });
     self->m_updater.emplace();
     self->m_beacon.emplace(Beacon::defaultConfiguration());
     self->m_primaryMenu = self->buildPrimaryMenu();
@@ -63,8 +72,30 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_checkForUpdates = std::make_unique<CheckForUpdatesAction>(GTK_APPLICATION(self->m_app.get()), *self->m_updater);
 }
 
+// `orvane --background` while Orvane runs changes nothing; the one that
+// starts it builds the window and its pages without showing them.
+int OrvaneApp::onLocalOptions(GApplication* application, GVariantDict* options, gpointer data) {
+    if (!g_variant_dict_contains(options, Autostart::kBackgroundOption))
+        return -1;
+    GErrorPtr error;
+    if (!g_application_register(application, nullptr, GErrorOut(error))) {
+        g_printerr("%s\n", error ? error->message : "Could not register");
+        return 1;
+    }
+    if (g_application_get_is_remote(application))
+        return 0;
+    static_cast<OrvaneApp*>(data)->m_startHidden = true;
+    return -1;
+}
+
 void OrvaneApp::onActivate(GApplication*, gpointer data) {
-    static_cast<OrvaneApp*>(data)->presentMainWindow();
+    auto* self = static_cast<OrvaneApp*>(data);
+    if (std::exchange(self->m_startHidden, false)) {
+        self->ensureMainWindow();
+        self->m_background->startHidden();
+        return;
+    }
+    self->presentMainWindow();
 }
 
 void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpointer data) {
@@ -82,11 +113,13 @@ void OrvaneApp::onOpen(GApplication*, GFile** files, int count, const char*, gpo
 void OrvaneApp::onShutdown(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
     self->m_checkForUpdates.reset();
-    self->m_mainWindowDestroyed.disconnect();
-    self->m_mainWindow.reset();
+    self->mainWindowGone();
+    self->m_background.reset();
 }
 
-MainWindow& OrvaneApp::presentMainWindow() {
+// A window closed while running in the background is only hidden: the same
+// window, with its pages as they were, comes back.
+MainWindow& OrvaneApp::ensureMainWindow() {
     if (!m_mainWindow) {
         mainContentAppears();
         m_mainWindow = std::make_unique<MainWindow>(GTK_APPLICATION(m_app.get()), *m_store, *m_manager, m_primaryMenu.get());
@@ -94,14 +127,28 @@ MainWindow& OrvaneApp::presentMainWindow() {
             m_manager->applicationBecameActive();
             m_beacon->applicationBecameActive();
         });
-        m_mainWindowDestroyed = SignalConnection::connect(m_mainWindow->window(), "destroy", +[](GtkWidget*, gpointer data) {
-            auto* self = static_cast<OrvaneApp*>(data);
-            self->m_mainWindowDestroyed.disconnect();
-            self->m_mainWindow.reset();
+        GtkWindow* window = m_mainWindow->window();
+        m_pageTools = std::make_unique<PageTools>(*m_mainWindow, *m_store, *m_manager, *m_session);
+        WindowGeometry::restore(window, *m_session, MainWindow::kMinimumWidth, MainWindow::kMinimumHeight);
+        WindowGeometry::keepOnClose(window, *m_session);
+        m_background->attach(window);
+        m_mainWindowDestroyed = SignalConnection::connect(window, "destroy", +[](GtkWidget*, gpointer data) {
+            static_cast<OrvaneApp*>(data)->mainWindowGone();
         }, this);
     }
-    gtk_window_present(m_mainWindow->window());
     return *m_mainWindow;
+}
+
+MainWindow& OrvaneApp::presentMainWindow() {
+    MainWindow& window = ensureMainWindow();
+    gtk_window_present(window.window());
+    return window;
+}
+
+void OrvaneApp::mainWindowGone() {
+    m_mainWindowDestroyed.disconnect();
+    m_pageTools.reset();
+    m_mainWindow.reset();
 }
 
 // Each time a main window's content is built: bind the store to the web
@@ -119,8 +166,9 @@ void OrvaneApp::closeAllWindows() {
     std::vector<Ref<GtkWindow>> windows;
     for (guint i = 0; i < g_list_model_get_n_items(toplevels); ++i)
         windows.push_back(adopt(GTK_WINDOW(g_list_model_get_item(toplevels, i))));
-    m_mainWindowDestroyed.disconnect();
-    m_mainWindow.reset();
+    if (m_mainWindow)
+        WindowGeometry::keep(m_mainWindow->window(), *m_session);
+    mainWindowGone();
     for (auto& window : windows) {
         if (!gtk_widget_in_destruction(GTK_WIDGET(window.get())))
             gtk_window_destroy(window.get());

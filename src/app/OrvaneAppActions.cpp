@@ -66,6 +66,7 @@ void OrvaneApp::addActions() {
         accels.push_back(nullptr);
         gtk_application_set_accels_for_action(app, shortcut.detailedAction, accels.data());
     }
+    PageTools::addShortcuts(app);
     for (int n = 1; n <= 9; ++n) {
         std::string action = "app.select-account(" + std::to_string(n) + ")";
         std::string accel = "<Control>" + std::to_string(n);
@@ -114,6 +115,8 @@ Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
         g_menu_append(maintenance, _("Check for Updates…"), "app.check-for-updates");
     appendSection(maintenance);
     appendSection(section({ { _("Preferences"), "app.preferences" }, { _("Keyboard Shortcuts"), "app.shortcuts" }, { _("About Orvane"), "app.about" } }));
+    // Closing the window no longer ends Orvane while it runs in the background.
+    appendSection(section({ { _("Quit"), "app.quit" } }));
     return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
 }
 
@@ -162,7 +165,8 @@ void OrvaneApp::showShortcuts() {
 
 // One preferences window at a time; opening it again brings it forward.
 void OrvaneApp::showPreferences() {
-    SettingsView::open(*m_store, *m_manager, m_mainWindow ? m_mainWindow->window() : nullptr, GTK_APPLICATION(m_app.get()));
+    SettingsView& view = SettingsView::open(*m_store, *m_manager, m_mainWindow ? m_mainWindow->window() : nullptr, GTK_APPLICATION(m_app.get()));
+    m_background->bindSwitches(view.runInBackgroundSwitch(), view.startAtLoginSwitch());
 }
 
 void OrvaneApp::showAbout() {

@@ -57,6 +57,9 @@ public:
 
     // The policy for this run: the preference, or ORVANE_HIBERNATE_AFTER.
     static HibernationPolicy hibernationPolicy();
+    // Bound by the application (BackgroundRunning), which keeps these two.
+    GtkWidget* runInBackgroundSwitch() const { return m_runInBackgroundSwitch; }
+    GtkWidget* startAtLoginSwitch() const { return m_startAtLoginSwitch; }
 
     static constexpr const char* kFailureText = N_("Your desktop did not accept the change. Run "
         "tools/set-default-mail.sh once, or set \u201cOrvane\u201d as the email app in your system's Default "
@@ -100,6 +103,8 @@ private:
     GtkWidget* m_notificationsSwitch = nullptr;
     GtkWidget* m_dockSwitch = nullptr;
     GtkWidget* m_hibernateRow = nullptr; // AdwComboRow over HibernationPolicy::kChoices
+    GtkWidget* m_runInBackgroundSwitch = nullptr;
+    GtkWidget* m_startAtLoginSwitch = nullptr;
 
     // View state
     bool m_isDefaultMailClient = false;

@@ -7,6 +7,7 @@
 #include "MailService.h"
 #include "AvatarRefresher.h"
 #include "DockBadge.h"
+#include "FeedWatcher.h"
 #include "Hibernator.h"
 #include "MessageSender.h"
 #include "NavigationDelegate.h"
@@ -93,6 +94,7 @@ WebViewManager::~WebViewManager() {
     m_extensions.clear();
     m_storeSubscription.reset();
     m_hibernator.reset();
+    m_feedWatchers.clear();
     g_clear_handle_id(&m_startBound, g_source_remove);
     m_lifetime.end();
     g_cancellable_cancel(m_cancellable.get());
@@ -363,6 +365,7 @@ void WebViewManager::discard(const Account& account) {
     m_waking.erase(account.id);
     if (m_asleep.erase(account.id))
         stopSleepingCount(account.id);
+    m_feedInboxes.erase(account.id);
     m_unreadCounts.erase(account.id);
     m_unreadObservers.notify();
     refreshDockBadge();
@@ -473,12 +476,42 @@ void WebViewManager::putToSleep(const std::string& accountID, Ref<GdkTexture> sn
         return;
     std::unique_ptr<Session> session = std::move(it->second);
     m_sessions.erase(it);
+    const char* uri = webkit_web_view_get_uri(session->view.get());
+    std::string pageAddress = uri ? uri : "";
     webkit_web_view_terminate_web_process(session->view.get());
     release(*session);
     m_asleep[accountID] = std::move(snapshot);
-    startSleepingCount(session->account);
+    startSleepingCount(session->account, pageAddress);
     g_info("An idle account went to sleep");
     m_sleepObservers.notify();
+}
+
+void WebViewManager::startSleepingCount(const Account& account, const std::string& pageAddress) {
+    const MailService& service = m_services.forService(account.service);
+    if (service.feedURL.empty())
+        return;
+    FeedWatcher::Options options;
+    if (auto count = m_unreadCounts.find(account.id); count != m_unreadCounts.end())
+        options.pageCount = count->second;
+    if (auto inbox = m_feedInboxes.find(account.id); inbox != m_feedInboxes.end())
+        options.inbox = inbox->second;
+    FeedWatcher::Callbacks callbacks {
+        [this, id = account.id](int64_t count) { setUnreadCount(id, count); },
+        [this, id = account.id](const std::vector<AtomFeed::Entry>& fresh) {
+            if (const Account* current = m_store ? m_store->account(id) : nullptr)
+                FeedWatcher::notify(m_host, *m_store, *current, fresh);
+        },
+    };
+    m_feedWatchers[account.id] = std::make_unique<FeedWatcher>(account, networkSession(account.dataStoreID),
+        FeedNews::mailboxFeedAddress(service.feedURL, pageAddress), std::move(callbacks), options);
+}
+
+void WebViewManager::stopSleepingCount(const std::string& accountID) {
+    auto it = m_feedWatchers.find(accountID);
+    if (it == m_feedWatchers.end())
+        return;
+    m_feedInboxes[accountID] = it->second->inbox();
+    m_feedWatchers.erase(it);
 }
 
 void WebViewManager::measureMemory(const std::string& accountID,

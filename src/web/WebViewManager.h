@@ -3,6 +3,7 @@
 #include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
+#include "FeedNews.h"
 #include "Observers.h"
 #include "MailtoComponents.h"
 #include "ServiceCatalog.h"
@@ -22,6 +23,7 @@
 namespace orvane {
 
 class AvatarRefresher;
+class FeedWatcher;
 class Hibernator;
 class NavigationDelegate;
 class UnreadPoller;
@@ -144,8 +146,10 @@ private:
 
     void putToSleep(const std::string& accountID, Ref<GdkTexture> snapshot);
     void release(Session& session);
-    void startSleepingCount(const Account&) { }
-    void stopSleepingCount(const std::string&) { }
+    // A sleeping account's count and new mail come from its service's unread
+    // feed, when it has one (FeedWatcher); `pageAddress` is where its page was.
+    void startSleepingCount(const Account& account, const std::string& pageAddress);
+    void stopSleepingCount(const std::string& accountID);
     void storeChanged();
     void startLoading(const std::string& accountID);
     void openStartGate();
@@ -178,6 +182,8 @@ private:
     std::unique_ptr<Hibernator> m_hibernator;
     std::map<std::string, Ref<GdkTexture>> m_asleep; // by account id; the snapshot may be null
     std::map<std::string, Ref<GdkTexture>> m_waking;  // woken, their pages not loaded yet
+    std::map<std::string, std::unique_ptr<FeedWatcher>> m_feedWatchers; // of sleeping accounts, by id
+    std::map<std::string, FeedNews::Inbox> m_feedInboxes; // what earlier watchers found out, by id
     Observers<> m_sleepObservers;
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
     // Start order: the other pages wait for the selected one's first load.
