@@ -6,6 +6,11 @@
 //  - memory: proportional set size (PSS, /proc/<pid>/smaps_rollup) of orvane
 //    and every process it started (WebKit's web and network processes and
 //    their sandbox helpers), once every page has loaded and 3 s have passed.
+// Then nine Gmail accounts with ORVANE_HIBERNATE_AFTER=2, once the eight not
+// selected have gone to sleep:
+//  - memory as above, and the CPU the whole tree used over the next 10 s;
+//  - wake: from selecting a sleeping account to its page's load event, next
+//    to a cold start's first page.
 // Usage: startup_bench [runs per size, default 3] [--processes]
 // (--processes lists every process measured, with its PSS.)
 #include "support/FixturePageScript.h"
@@ -25,6 +30,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 using namespace orvane;
 using namespace orvane::test;
 
@@ -32,6 +39,8 @@ namespace {
 
 struct Sample {
     double startMilliseconds = 0;
+    double wakeMilliseconds = 0;
+    double idleCPUPercent = 0;
     double allLoadedMilliseconds = 0;
     double orvaneMiB = 0;
     double webKitMiB = 0;
@@ -113,7 +122,33 @@ std::string commandName(int pid) {
     return name;
 }
 
-std::optional<Sample> measure(int accounts) {
+// Clock ticks of CPU (user and system) the process has used; 0 when gone.
+long cpuTicks(int pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (!std::getline(stat, line) || line.rfind(')') == std::string::npos)
+        return 0;
+    std::istringstream rest(line.substr(line.rfind(')') + 1));
+    std::string field;
+    long utime = 0, stime = 0;
+    for (int i = 3; i <= 15 && rest >> field; ++i) {
+        if (i == 14)
+            utime = atol(field.c_str());
+        if (i == 15)
+            stime = atol(field.c_str());
+    }
+    return utime + stime;
+}
+
+int webProcesses(int root) {
+    int count = 0;
+    for (int pid : withDescendants(root))
+        count += commandName(pid).rfind("WebKitWebProces", 0) == 0;
+    return count;
+}
+
+
+std::optional<Sample> measure(int accounts, bool hibernate = false) {
     FixtureServer server;
     std::vector<std::pair<std::string, int64_t>> loads; // page, monotonic time
     server.handle("/bench/loaded", [&](SoupServerMessage* message, const std::string&) {
@@ -130,7 +165,13 @@ std::optional<Sample> measure(int accounts) {
 
     OrvaneProcess orvane;
     orvane.overrideServices(server.uri("/gmail/"), server.uri("/outlook/mail/"), server.uri("/calendar/"));
-    orvane.writeAccountsFile(accountsFile(accounts));
+    nlohmann::json file = accountsFile(accounts);
+    if (hibernate) {
+        for (auto& account : file["accounts"])
+            account["service"] = "mail";
+        orvane.setEnvironment("ORVANE_HIBERNATE_AFTER", "2");
+    }
+    orvane.writeAccountsFile(file);
     if (!orvane.start()) {
         std::fprintf(stderr, "orvane did not start:\n%s\n", orvane.log().c_str());
         return std::nullopt;
@@ -152,6 +193,10 @@ std::optional<Sample> measure(int accounts) {
 
     // Let late work (scripts, caches, the first unread polls) settle.
     waitUntil([] { return false; }, 3s);
+    if (hibernate && !waitUntil([&] { return webProcesses(orvane.pid()) == 1; }, 60s)) {
+        std::fprintf(stderr, "the idle accounts did not sleep (%d web processes)\n", webProcesses(orvane.pid()));
+        return std::nullopt;
+    }
     auto pids = withDescendants(orvane.pid());
     sample.processes = int(pids.size());
     for (int pid : pids) {
@@ -159,6 +204,28 @@ std::optional<Sample> measure(int accounts) {
         if (s_listProcesses)
             std::printf("    %d accounts: pid %-7d %-20s %8.1f MiB\n", accounts, pid, commandName(pid).c_str(), mib);
         (pid == orvane.pid() ? sample.orvaneMiB : sample.webKitMiB) += mib;
+    }
+    if (hibernate) {
+        auto ticks = [&] {
+            long total = 0;
+            for (int pid : withDescendants(orvane.pid()))
+                total += cpuTicks(pid);
+            return total;
+        };
+        long before = ticks();
+        int64_t from = g_get_monotonic_time();
+        waitUntil([] { return false; }, 10s);
+        double seconds = double(g_get_monotonic_time() - from) / 1e6;
+        sample.idleCPUPercent = 100.0 * double(ticks() - before) / double(sysconf(_SC_CLK_TCK)) / seconds;
+
+        size_t loaded = loads.size();
+        int64_t selected = g_get_monotonic_time();
+        if (!orvane.activateAction("select-account", g_variant_new_int32(2))
+            || !waitUntil([&] { return loads.size() > loaded; }, 60s)) {
+            std::fprintf(stderr, "the sleeping account did not wake\n");
+            return std::nullopt;
+        }
+        sample.wakeMilliseconds = double(loads.back().second - selected) / 1000.0;
     }
     orvane.stop();
     return sample;
@@ -207,5 +274,21 @@ int main(int argc, char** argv) {
             median(own), median(webkit), median(total), median(processes));
         std::fflush(stdout);
     }
+
+    std::printf("\n9 Gmail accounts, 8 asleep (ORVANE_HIBERNATE_AFTER=2)\n%12s  %12s  %14s  %16s\n", "total (MiB)",
+        "idle CPU (%)", "wake (ms)", "cold first (ms)");
+    std::vector<double> total, cpu, wake, cold;
+    for (int run = 0; run < runs; ++run) {
+        if (auto sample = measure(9, true)) {
+            total.push_back(sample->orvaneMiB + sample->webKitMiB);
+            cpu.push_back(sample->idleCPUPercent);
+            wake.push_back(sample->wakeMilliseconds);
+            cold.push_back(sample->startMilliseconds);
+        }
+    }
+    if (total.empty())
+        std::printf("%12s\n", "failed");
+    else
+        std::printf("%12.1f  %12.2f  %14.0f  %16.0f\n", median(total), median(cpu), median(wake), median(cold));
     return 0;
 }

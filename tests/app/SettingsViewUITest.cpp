@@ -1,6 +1,6 @@
 // The preferences window's state. Its notifications switch through the real
-// binary is NotificationTest's; the mimeapps.list rules are
-// DefaultMailClientTest's.
+// binary is NotificationTest's; the default-app request goes to a real GIO
+// registry (desktop files and mimeapps.list in the test's folders).
 #include "SettingsView.h"
 
 #include "AppPaths.h"

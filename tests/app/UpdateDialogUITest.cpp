@@ -1,10 +1,8 @@
 // What an update check shows and what its buttons may open. Reading feeds is
 // AppcastTest's, the check itself UpdaterControllerTest's, the command in the
 // real binary StartupTest's.
-#include "CheckForUpdatesAction.h"
 #include "UpdateDialog.h"
 
-#include "support/FixtureServer.h"
 #include "support/Wait.h"
 
 #include <adwaita.h>
@@ -83,39 +81,6 @@ TEST_F(UpdateDialogTest, ANewerReleaseOffersItsPagesOthersOnlyClose) {
     for (const char* uri :
         { "javascript:alert(1)", "file:///etc/passwd", "data:text/html,x", "orvane.example", "" })
         EXPECT_FALSE(UpdateDialog::openInBrowser(uri)) << uri;
-}
-
-TEST_F(UpdateDialogTest, TheActionFollowsTheControllerAndShowsTheResultOverTheWindow) {
-    FixtureServer server;
-    server.serve("/appcast.xml", feedOffering("0.1.0"), "application/rss+xml");
-    auto application = adopt(gtk_application_new("app.orvane.Orvane.UpdateTest", G_APPLICATION_NON_UNIQUE));
-    ASSERT_TRUE(g_application_register(G_APPLICATION(application.get()), nullptr, nullptr));
-    gtk_application_add_window(application.get(), parent);
-    UpdaterController unconfigured(UpdaterController::Configuration { "", "0.1.0", std::nullopt });
-    EXPECT_FALSE(
-        g_action_get_enabled(G_ACTION(CheckForUpdatesAction(application.get(), unconfigured).action())));
-    EXPECT_FALSE(g_action_map_lookup_action(G_ACTION_MAP(application.get()), CheckForUpdatesAction::kName))
-        << "gone with it";
-    UpdaterController updater(
-        UpdaterController::Configuration { server.uri("/appcast.xml"), "0.1.0", std::nullopt });
-    CheckForUpdatesAction action(application.get(), updater);
-    GAction* registered = G_ACTION(action.action());
-    ASSERT_EQ(g_action_map_lookup_action(G_ACTION_MAP(application.get()), "check-for-updates"), registered);
-    g_action_group_activate_action(G_ACTION_GROUP(application.get()), "check-for-updates", nullptr);
-    EXPECT_FALSE(g_action_get_enabled(registered)) << "disabled while the check runs";
-    AdwMessageDialog* shown = nullptr;
-    ASSERT_TRUE(waitUntil([&] {
-        GListModel* toplevels = gtk_window_get_toplevels();
-        for (guint i = 0; i < g_list_model_get_n_items(toplevels); ++i)
-            if (auto window = adopt(G_OBJECT(g_list_model_get_item(toplevels, i)));
-                ADW_IS_MESSAGE_DIALOG(window.get()))
-                shown = ADW_MESSAGE_DIALOG(window.get());
-        return shown != nullptr;
-    }));
-    dialogs.emplace_back(shown);
-    EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(shown)), parent);
-    EXPECT_TRUE(g_action_get_enabled(registered));
-    gtk_application_remove_window(application.get(), parent);
 }
 
 } // namespace

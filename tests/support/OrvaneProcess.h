@@ -80,6 +80,10 @@ public:
         for (auto [name, home] :
             { std::pair { "gmail", gmail }, { "outlook", outlook }, { "calendar", calendar } })
             overrides[name] = { { "homeURL", home }, { "inAppHosts", { "127.0.0.1" } } };
+        // A sleeping Gmail account reads the stand-in feed on the same server,
+        // never Google's.
+        std::string origin = gmail.substr(0, gmail.find('/', gmail.find("://") + 3));
+        overrides["gmail"]["feedURL"] = origin + "/gmail/feed/atom";
         std::string path = m_folder + "/service-overrides.json";
         Files::replaceAtomically(path, overrides.dump());
         setEnvironment("ORVANE_SERVICE_OVERRIDES", path);

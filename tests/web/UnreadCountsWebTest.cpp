@@ -1,10 +1,11 @@
-// Unread counts from the pages' titles and Outlook's poll, and their total on
-// the launcher icon. Reading the titles is TitleParsersTest's, the poll
+// Unread counts from the pages' titles, Outlook's poll and a sleeping Gmail
+// account's feed, and their total on the launcher icon. Reading the titles is TitleParsersTest's, the poll
 // script's answers PageScriptsWebTest's.
 #include "AppPaths.h"
 #include "DockBadge.h"
 
 #include "ManagerWebFixture.h"
+#include "support/StandInFeed.h"
 
 #include <glib/gstdio.h>
 
@@ -166,6 +167,25 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
     EXPECT_TRUE(badgeShows(0));
     EXPECT_TRUE(manager->unreadCounts().empty());
     g_dbus_connection_signal_unsubscribe(bus.get(), subscription);
+}
+
+TEST_F(UnreadCountsWebTest, ASleepingGmailAccountCountsFromItsFeedUntilItWakes) {
+    useServices("/gmail/");
+    StandInFeed feed(server);
+    feed.unread = { { "m1", "Ada", "Lunch", "2026-11-25T09:00:00Z" }, { "m2", "Bob", "Tea", "2026-11-25T08:00:00Z" },
+        { "m3", "Cy", "Notes", "2026-11-25T07:00:00Z" }, { "m4", "Di", "Plans", "2026-11-25T06:00:00Z" } };
+    manager->configure(*store);
+    const Account sleeper = store->addAccount();
+    const Account other = store->addAccount();
+    ASSERT_TRUE(waitLoaded(show(sleeper)));
+    ASSERT_TRUE(waitLoaded(show(other)));
+    ASSERT_NE(count(sleeper.id), 4) << "the page's own count must differ from the feed's";
+
+    manager->hibernateNow(sleeper.id);
+    ASSERT_TRUE(waitUntil([&] { return manager->isAsleep(sleeper.id); }, 15s));
+    EXPECT_TRUE(waitUntil([&] { return count(sleeper.id) == 4; }));
+    ASSERT_TRUE(waitLoaded(show(sleeper)));
+    EXPECT_FALSE(manager->isAsleep(sleeper.id));
 }
 
 } // namespace
