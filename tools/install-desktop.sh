@@ -7,8 +7,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 binary=$(realpath "${1:-build/src/orvane}")
-if [ ! -x "$binary" ]; then
-  echo "No Orvane binary at $binary: build it first (tools/setup.sh)." >&2
+# The translated desktop entry and AppStream file the same build made.
+generated=$(dirname "$binary")/../data
+if [ ! -x "$binary" ] || [ ! -f "$generated/app.orvane.Orvane.desktop" ]; then
+  echo "No Orvane build at $binary: build it first (tools/setup.sh)." >&2
   exit 1
 fi
 
@@ -21,11 +23,11 @@ mkdir -p "$apps" "$services" "$icons/scalable/apps" "$icons/symbolic/apps" "$met
 
 # The user's copy starts the build tree's binary; a quoted path survives spaces.
 quoted=$(printf '%s' "$binary" | sed 's/[\\"`$]/\\&/g')
-sed "s|^Exec=orvane |Exec=\"$quoted\" |" data/app.orvane.Orvane.desktop > "$apps/app.orvane.Orvane.desktop"
+sed "s|^Exec=orvane |Exec=\"$quoted\" |" "$generated/app.orvane.Orvane.desktop" > "$apps/app.orvane.Orvane.desktop"
 sed "s|@ORVANE_EXEC@|\"$quoted\"|" data/app.orvane.Orvane.service.in > "$services/app.orvane.Orvane.service"
 install -m 0644 data/icons/app.orvane.Orvane.svg "$icons/scalable/apps/"
 install -m 0644 data/icons/app.orvane.Orvane-symbolic.svg "$icons/symbolic/apps/"
-install -m 0644 data/app.orvane.Orvane.metainfo.xml "$metainfo/"
+install -m 0644 "$generated/app.orvane.Orvane.metainfo.xml" "$metainfo/"
 
 if command -v update-desktop-database >/dev/null; then
   update-desktop-database -q "$apps" || true

@@ -5,6 +5,7 @@
 #include "Files.h"
 
 #include <glib.h>
+#include <glib/gi18n-lib.h>
 
 #include <algorithm>
 
@@ -118,7 +119,7 @@ const Account& AccountStore::addAccount() {
     Account account;
     account.id = newUUID();
     account.dataStoreID = newUUID();
-    account.label = "New Account";
+    account.label = _("New Account");
     account.colorSeed = randomColorSeed();
     return insertNew(std::move(account), std::nullopt);
 }

@@ -177,8 +177,9 @@ GtkWidget* AccountPickerView::makeButton(const Account& account, size_t position
     GtkWidget* content = gtk_box_new(GTK_ORIENTATION_VERTICAL, kButtonContentSpacing);
     gtk_button_set_child(GTK_BUTTON(button), content);
 
+    // The button already carries the account's name; its picture says nothing more.
     GtkWidget* tile = GTK_WIDGET(g_object_new(ORVANE_TYPE_AVATAR_VIEW, "size", kTileSize, "unread", int64_t(0),
-        "show-badge", FALSE, "selected", highlighted, nullptr));
+        "show-badge", FALSE, "selected", highlighted, "accessible-role", GTK_ACCESSIBLE_ROLE_PRESENTATION, nullptr));
     orvane_avatar_view_set_account(ORVANE_AVATAR_VIEW(tile), account);
     gtk_widget_set_halign(tile, GTK_ALIGN_CENTER);
     gtk_box_append(GTK_BOX(content), tile);

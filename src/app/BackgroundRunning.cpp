@@ -2,11 +2,13 @@
 
 #include "Autostart.h"
 
+#include <glib/gi18n-lib.h>
+
 namespace orvane {
 
 namespace {
 
-constexpr const char* kReason = "Orvane keeps your accounts' notifications and unread counts while its window is closed.";
+constexpr const char* kReason = N_("Orvane keeps your accounts' notifications and unread counts while its window is closed.");
 constexpr const char* kBoundKey = "orvane-background-bound";
 
 } // namespace
@@ -70,7 +72,7 @@ void BackgroundRunning::requestBackground() {
     std::vector<std::string> commandLine;
     if (sandboxed)
         commandLine = { "orvane", std::string("--") + Autostart::kBackgroundOption };
-    m_portal.request(kReason, sandboxed && m_preferences.startAtLogin(), commandLine, [this](std::optional<BackgroundPortal::Answer> answer) {
+    m_portal.request(_(kReason), sandboxed && m_preferences.startAtLogin(), commandLine, [this](std::optional<BackgroundPortal::Answer> answer) {
         if (!answer || answer->background)
             return;
         g_message("The desktop does not let Orvane run in the background: closing the window quits it");

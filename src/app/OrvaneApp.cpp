@@ -10,6 +10,9 @@
 #include "PageViewSettings.h"
 #include "WindowGeometry.h"
 
+#include <glib/gi18n-lib.h>
+
+#include <clocale>
 #include <csignal>
 
 namespace orvane {
@@ -35,7 +38,7 @@ OrvaneApp::OrvaneApp()
     m_shutdown = SignalConnection::connect(m_app.get(), "shutdown", &OrvaneApp::onShutdown, this);
     m_localOptions = SignalConnection::connect(m_app.get(), "handle-local-options", &OrvaneApp::onLocalOptions, this);
     g_application_add_main_option(G_APPLICATION(m_app.get()), Autostart::kBackgroundOption, 0, G_OPTION_FLAG_NONE, G_OPTION_ARG_NONE,
-        "Start with the window hidden, as at login", nullptr);
+        _("Start with the window hidden, as at login"), nullptr);
 }
 
 OrvaneApp::~OrvaneApp() {
@@ -172,7 +175,25 @@ void OrvaneApp::closeAllWindows() {
     }
 }
 
+// The translations sit at the same place relative to the program in the
+// build tree and once installed (src/CMakeLists.txt); a program moved away
+// from them uses the configured installed folder.
+static void bindTranslations() {
+    std::setlocale(LC_ALL, "");
+    std::string folder = ORVANE_INSTALLED_LOCALE_DIR;
+    if (GCharPtr executable { g_file_read_link("/proc/self/exe", nullptr) }) {
+        GCharPtr programFolder(g_path_get_dirname(executable.get()));
+        GCharPtr candidate(g_build_filename(programFolder.get(), ORVANE_LOCALE_RELATIVE_DIR, nullptr));
+        if (g_file_test(candidate.get(), G_FILE_TEST_IS_DIR))
+            folder = candidate.get();
+    }
+    bindtextdomain(GETTEXT_PACKAGE, folder.c_str());
+    bind_textdomain_codeset(GETTEXT_PACKAGE, "UTF-8");
+    textdomain(GETTEXT_PACKAGE);
+}
+
 int runOrvane(int argc, char** argv) {
+    bindTranslations();
     // Under a file-size limit (ulimit -f) a long write must fail like a full
     // disk, which every writer handles, rather than end Orvane; WebKit's
     // processes inherit the setting.

@@ -9,6 +9,8 @@
 #include "DefaultMailClient.h"
 #include "SettingsView.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <string>
 
 namespace orvane {
@@ -93,28 +95,28 @@ Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
         g_object_unref(part);
     };
 
-    appendSection(section({ { "Add Account", "app.add-account" }, { "Add Outlook Account", "app.add-outlook-account" } }));
+    appendSection(section({ { _("Add Account"), "app.add-account" }, { _("Add Outlook Account"), "app.add-outlook-account" } }));
 
     GMenu* accounts = g_menu_new();
     for (int n = 1; n <= 9; ++n) {
-        std::string label = "Select Account " + std::to_string(n);
+        GCharPtr label(g_strdup_printf(_("Select Account %d"), n));
         std::string action = "app.select-account(" + std::to_string(n) + ")";
-        g_menu_append(accounts, label.c_str(), action.c_str());
+        g_menu_append(accounts, label.get(), action.c_str());
     }
     GMenu* select = g_menu_new();
-    g_menu_append_submenu(select, "Select Account", G_MENU_MODEL(accounts));
+    g_menu_append_submenu(select, _("Select Account"), G_MENU_MODEL(accounts));
     g_object_unref(accounts);
     appendSection(select);
 
-    appendSection(section({ { "Print…", "app.print" }, { "Paste and Match Style", "app.paste-plain" } }));
+    appendSection(section({ { _("Print…"), "app.print" }, { _("Paste and Match Style"), "app.paste-plain" } }));
     // A build without an update feed has nothing to check: no greyed-out item.
-    GMenu* maintenance = section({ { "Make Orvane Default Email App", "app.make-default" } });
+    GMenu* maintenance = section({ { _("Make Orvane Default Email App"), "app.make-default" } });
     if (m_updater && m_updater->canCheckForUpdates())
-        g_menu_append(maintenance, "Check for Updates…", "app.check-for-updates");
+        g_menu_append(maintenance, _("Check for Updates…"), "app.check-for-updates");
     appendSection(maintenance);
-    appendSection(section({ { "Preferences", "app.preferences" }, { "Keyboard Shortcuts", "app.shortcuts" }, { "About Orvane", "app.about" } }));
+    appendSection(section({ { _("Preferences"), "app.preferences" }, { _("Keyboard Shortcuts"), "app.shortcuts" }, { _("About Orvane"), "app.about" } }));
     // Closing the window no longer ends Orvane while it runs in the background.
-    appendSection(section({ { "Quit", "app.quit" } }));
+    appendSection(section({ { _("Quit"), "app.quit" } }));
     return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
 }
 
@@ -173,14 +175,17 @@ void OrvaneApp::showAbout() {
     adw_about_window_set_application_name(window, "Orvane");
     adw_about_window_set_application_icon(window, build::kAppID);
     adw_about_window_set_version(window, build::kVersion);
-    adw_about_window_set_developer_name(window, "The Orvane developers");
-    adw_about_window_set_comments(window, "All your Gmail accounts, one window.");
+    adw_about_window_set_developer_name(window, _("The Orvane developers"));
+    adw_about_window_set_comments(window, _("All your Gmail accounts, one window."));
     adw_about_window_set_website(window, build::kHomepageURL);
     adw_about_window_set_issue_url(window, build::kIssuesURL);
     adw_about_window_set_license_type(window, GTK_LICENSE_GPL_3_0);
-    adw_about_window_set_copyright(window, "© 2025 The Orvane developers");
-    static const char* developers[] = { "The Orvane developers", nullptr };
+    adw_about_window_set_copyright(window, _("© 2025 The Orvane developers"));
+    const char* developers[] = { _("The Orvane developers"), nullptr };
     adw_about_window_set_developers(window, developers);
+    // Translators: your name and address, one translator a line.
+    if (const char* credits = _("translator-credits"); g_strcmp0(credits, "translator-credits") != 0)
+        adw_about_window_set_translator_credits(window, credits);
     if (m_mainWindow)
         gtk_window_set_transient_for(GTK_WINDOW(about), m_mainWindow->window());
     gtk_window_present(GTK_WINDOW(about));

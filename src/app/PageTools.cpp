@@ -5,6 +5,8 @@
 #include "MainWindow.h"
 #include "WebViewManager.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <string>
 
 namespace orvane {
@@ -190,12 +192,14 @@ void PageTools::searchAgain(bool backwards) {
 
 void PageTools::showMatches(unsigned count) {
     std::string text;
+    GCharPtr counted;
     if (count == 0)
-        text = "No matches";
+        counted.reset(g_strdup(_("No matches")));
     else if (count >= kMaxMatches)
-        text = "Over " + std::to_string(kMaxMatches - 1) + " matches";
+        counted.reset(g_strdup_printf(_("Over %u matches"), kMaxMatches - 1));
     else
-        text = std::to_string(count) + (count == 1 ? " match" : " matches");
+        counted.reset(g_strdup_printf(g_dngettext(GETTEXT_PACKAGE, "%u match", "%u matches", count), count));
+    text = counted.get();
     gtk_label_set_text(GTK_LABEL(m_matches), text.c_str());
     if (count == 0)
         gtk_widget_add_css_class(m_entry, "error");

@@ -85,7 +85,7 @@ void SettingsView::build(GtkBuilder* builder) {
         static_cast<SettingsView*>(self)->makeDefault();
     }, this));
     m_failureRow = widget("failure_row");
-    gtk_label_set_text(GTK_LABEL(widget("failure_label")), kFailureText);
+    gtk_label_set_text(GTK_LABEL(widget("failure_label")), _(kFailureText));
 
     // Titles carry a mnemonic: Alt and the underlined letter flip the switch.
     m_alwaysAskSwitch = widget("always_ask_switch");
@@ -133,7 +133,7 @@ void SettingsView::syncHibernateRow() {
         shown = std::find(choices.begin(), choices.end(), int(HibernationPolicy::kDefaultLimit.count()));
     adw_combo_row_set_selected(ADW_COMBO_ROW(m_hibernateRow), guint(shown - choices.begin()));
     if (g_getenv(HibernationPolicy::kEnvironmentVariable)) {
-        adw_action_row_set_subtitle(ADW_ACTION_ROW(m_hibernateRow), "Set for this run by ORVANE_HIBERNATE_AFTER");
+        adw_action_row_set_subtitle(ADW_ACTION_ROW(m_hibernateRow), _("Set for this run by ORVANE_HIBERNATE_AFTER"));
         gtk_widget_set_sensitive(m_hibernateRow, FALSE);
     }
 }

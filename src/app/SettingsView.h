@@ -6,6 +6,7 @@
 #include "SignalConnection.h"
 
 #include <adwaita.h>
+#include <glib/gi18n-lib.h>
 
 #include <string>
 #include <vector>
@@ -60,9 +61,9 @@ public:
     GtkWidget* runInBackgroundSwitch() const { return m_runInBackgroundSwitch; }
     GtkWidget* startAtLoginSwitch() const { return m_startAtLoginSwitch; }
 
-    static constexpr const char* kFailureText = "Your desktop did not accept the change. Run "
+    static constexpr const char* kFailureText = N_("Your desktop did not accept the change. Run "
         "tools/set-default-mail.sh once, or set \u201cOrvane\u201d as the email app in your system's Default "
-        "Applications settings.";
+        "Applications settings.");
 
 private:
     SettingsView(AccountStore& store, WebViewManager& manager, GtkApplication* application);

@@ -4,6 +4,8 @@
 #include "AvatarView.h"
 #include "WebViewManager.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <algorithm>
 
 namespace orvane {
@@ -16,7 +18,7 @@ constexpr int kSpacing = 10;
 constexpr double kTileSize = 44;
 constexpr int kDividerWidth = 28;
 constexpr int kDividerGap = 2;
-constexpr const char* kRemoveLabel = "Remove Account";
+constexpr const char* kRemoveLabel = N_("Remove Account");
 constexpr const char* kMemoryItem = "memory";
 constexpr const char* kMemoryLabelKey = "orvane-memory-label";
 
@@ -87,7 +89,7 @@ void markDestructive(GtkWidget* widget) {
             && g_strcmp0(G_OBJECT_TYPE_NAME(child), "GtkModelButton") == 0) {
             char* text = nullptr;
             g_object_get(child, "text", &text, nullptr);
-            if (g_strcmp0(text, kRemoveLabel) == 0)
+            if (g_strcmp0(text, _(kRemoveLabel)) == 0)
                 gtk_widget_add_css_class(child, "error");
             g_free(text);
         }
@@ -106,6 +108,27 @@ void appendItem(GMenu* menu, GMenuItem* item) {
     g_object_unref(item);
 }
 
+// What a screen reader says after a tile's name (the account's label, which
+// a calendar shares with its mail account): the service, then the count,
+// then whether the account sleeps.
+std::string tileDescription(const Account& account, int64_t unread, bool asleep) {
+    std::string text = account.isCalendar() ? C_("service", "Google Calendar")
+        : account.effectiveService() == AccountService::Outlook ? C_("service", "Outlook")
+                                                                : C_("service", "Gmail");
+    if (unread > 0) {
+        auto count = gulong(std::min<int64_t>(unread, G_MAXLONG));
+        // Translators: a service ("Gmail") and its number of unread messages.
+        GCharPtr withCount(g_strdup_printf(g_dngettext(GETTEXT_PACKAGE, "%s, %lu unread", "%s, %lu unread", count), text.c_str(), count));
+        text = withCount.get();
+    }
+    if (asleep) {
+        // Translators: a tile's description ("Gmail, 3 unread") when its account is asleep.
+        GCharPtr sleeping(g_strdup_printf(_("%s, asleep"), text.c_str()));
+        text = sleeping.get();
+    }
+    return text;
+}
+
 } // namespace
 
 SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
@@ -119,9 +142,12 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
     gtk_widget_set_size_request(root, kColumnWidth, -1);
     gtk_widget_set_hexpand(root, FALSE);
     gtk_widget_set_vexpand(root, TRUE);
-    gtk_accessible_update_property(GTK_ACCESSIBLE(root), GTK_ACCESSIBLE_PROPERTY_LABEL, "Accounts", -1);
 
-    m_stack = gtk_box_new(GTK_ORIENTATION_VERTICAL, kSpacing);
+    // The tiles are the tabs of the web area, one selected at a time; the
+    // list is the column's name for screen readers.
+    m_stack = GTK_WIDGET(g_object_new(GTK_TYPE_BOX, "orientation", GTK_ORIENTATION_VERTICAL, "spacing", kSpacing,
+        "accessible-role", GTK_ACCESSIBLE_ROLE_TAB_LIST, nullptr));
+    gtk_accessible_update_property(GTK_ACCESSIBLE(m_stack), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Accounts"), -1);
     gtk_widget_set_margin_top(m_stack, kInset);
     gtk_widget_set_margin_bottom(m_stack, kInset);
     gtk_widget_set_halign(m_stack, GTK_ALIGN_CENTER);
@@ -137,14 +163,14 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
     gtk_box_append(GTK_BOX(m_stack), m_divider);
 
     GMenu* addMenu = g_menu_new();
-    g_menu_append(addMenu, "Gmail account", "sidebar.add-gmail");
-    g_menu_append(addMenu, "Outlook account", "sidebar.add-outlook");
+    g_menu_append(addMenu, _("Gmail account"), "sidebar.add-gmail");
+    g_menu_append(addMenu, _("Outlook account"), "sidebar.add-outlook");
     m_addButton = gtk_menu_button_new();
     gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(m_addButton), G_MENU_MODEL(addMenu));
     g_object_unref(addMenu);
     gtk_menu_button_set_icon_name(GTK_MENU_BUTTON(m_addButton), "list-add-symbolic");
-    gtk_widget_set_tooltip_text(m_addButton, "Add account");
-    gtk_accessible_update_property(GTK_ACCESSIBLE(m_addButton), GTK_ACCESSIBLE_PROPERTY_LABEL, "Add account", -1);
+    gtk_widget_set_tooltip_text(m_addButton, _("Add account"));
+    gtk_accessible_update_property(GTK_ACCESSIBLE(m_addButton), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Add account"), -1);
     gtk_widget_add_css_class(m_addButton, "orvane-add");
     gtk_widget_set_size_request(m_addButton, int(kTileSize), int(kTileSize));
     gtk_widget_set_halign(m_addButton, GTK_ALIGN_CENTER);
@@ -185,7 +211,7 @@ bool SidebarView::hasServicePair(const Account& account) const {
 
 GtkWidget* SidebarView::makeTile(const Account& account) {
     GtkWidget* tile = GTK_WIDGET(g_object_new(ORVANE_TYPE_AVATAR_VIEW,
-        "accessible-role", GTK_ACCESSIBLE_ROLE_BUTTON, "size", kTileSize, nullptr));
+        "accessible-role", GTK_ACCESSIBLE_ROLE_TAB, "size", kTileSize, nullptr));
     gtk_widget_set_halign(tile, GTK_ALIGN_CENTER);
     gtk_widget_set_focusable(tile, TRUE);
     gtk_widget_set_focus_on_click(tile, FALSE);
@@ -224,10 +250,12 @@ void SidebarView::updateTile(GtkWidget* tile, const Account& account) {
     auto* avatar = ORVANE_AVATAR_VIEW(tile);
     if (!(orvane_avatar_view_get_account(avatar) == account))
         orvane_avatar_view_set_account(avatar, account);
-    orvane_avatar_view_set_selected(avatar, m_store.selectedAccountID() == account.id);
+    bool selected = m_store.selectedAccountID() == account.id;
+    orvane_avatar_view_set_selected(avatar, selected);
     const auto& counts = m_manager.unreadCounts();
     auto count = counts.find(account.id);
-    orvane_avatar_view_set_unread(avatar, count == counts.end() ? 0 : count->second);
+    int64_t unread = count == counts.end() ? 0 : count->second;
+    orvane_avatar_view_set_unread(avatar, unread);
     orvane_avatar_view_set_show_badge(avatar, hasServicePair(account));
     bool asleep = m_manager.isAsleep(account.id);
     if (asleep != gtk_widget_has_css_class(tile, "orvane-asleep")) {
@@ -235,9 +263,10 @@ void SidebarView::updateTile(GtkWidget* tile, const Account& account) {
             gtk_widget_add_css_class(tile, "orvane-asleep");
         else
             gtk_widget_remove_css_class(tile, "orvane-asleep");
-        gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
-            asleep ? "Asleep" : "", -1);
     }
+    gtk_accessible_update_state(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_STATE_SELECTED, selected, -1);
+    gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
+        tileDescription(account, unread, asleep).c_str(), -1);
     const char* tooltip = gtk_widget_get_tooltip_text(tile);
     if (g_strcmp0(tooltip, account.label.c_str()) != 0) {
         gtk_widget_set_tooltip_text(tile, account.label.c_str());
@@ -317,21 +346,21 @@ void SidebarView::rebuild() {
 
 Ref<GMenuModel> SidebarView::contextMenu(const Account& account) const {
     GMenu* first = g_menu_new();
-    appendItem(first, accountItem("Reload", "sidebar.reload", account.id));
+    appendItem(first, accountItem(_("Reload"), "sidebar.reload", account.id));
     if (account.isMailSide()) {
-        appendItem(first, accountItem("Add Calendar", "sidebar.add-calendar", account.id));
+        appendItem(first, accountItem(_("Add Calendar"), "sidebar.add-calendar", account.id));
         if (m_store.defaultMailtoAccountID() == account.id) {
             // A checked, disabled toggle: shown with its checkmark, inert.
-            g_menu_append(first, "Default for email links", "sidebar.is-default");
+            g_menu_append(first, _("Default for email links"), "sidebar.is-default");
         } else {
-            appendItem(first, accountItem("Set as default for email links", "sidebar.set-default", account.id));
+            appendItem(first, accountItem(_("Set as default for email links"), "sidebar.set-default", account.id));
         }
     }
     GMenu* moves = g_menu_new();
-    appendItem(moves, accountItem("Move Up", "sidebar.move-up", account.id));
-    appendItem(moves, accountItem("Move Down", "sidebar.move-down", account.id));
+    appendItem(moves, accountItem(_("Move Up"), "sidebar.move-up", account.id));
+    appendItem(moves, accountItem(_("Move Down"), "sidebar.move-down", account.id));
     GMenu* removal = g_menu_new();
-    appendItem(removal, accountItem(kRemoveLabel, "sidebar.remove", account.id));
+    appendItem(removal, accountItem(_(kRemoveLabel), "sidebar.remove", account.id));
 
     GMenu* menu = g_menu_new();
     g_menu_append_section(menu, nullptr, G_MENU_MODEL(first));
@@ -350,7 +379,7 @@ Ref<GMenuModel> SidebarView::pageSection(const Account& account) const {
     appendItem(section, memory);
     if (m_manager.hibernates(account.id) && !m_manager.isAsleep(account.id)
         && m_store.selectedAccountID() != account.id)
-        appendItem(section, accountItem("Hibernate Now", "sidebar.hibernate", account.id));
+        appendItem(section, accountItem(_("Hibernate Now"), "sidebar.hibernate", account.id));
     return adopt(G_MENU_MODEL(section));
 }
 
@@ -367,15 +396,16 @@ void SidebarView::openContextMenu(const std::string& accountID) {
     if (tile == m_tiles.end())
         return;
     if (m_manager.isAsleep(accountID)) {
-        showMemory(accountID, "Asleep: its page uses no memory");
+        showMemory(accountID, _("Asleep: its page uses no memory"));
     } else {
-        showMemory(accountID, "Page memory: measuring\u2026");
+        showMemory(accountID, _("Page memory: measuring\u2026"));
         Lifetime::Watch alive = m_lifetime.watch();
         m_manager.measureMemory(accountID, [this, alive, accountID](std::optional<uint64_t> bytes) {
             if (!alive.alive())
                 return;
             GCharPtr size(bytes ? g_format_size(*bytes) : nullptr);
-            showMemory(accountID, size ? "Page memory: " + std::string(size.get()) : "Page memory: unknown");
+            GCharPtr text(size ? g_strdup_printf(_("Page memory: %s"), size.get()) : g_strdup(_("Page memory: unknown")));
+            showMemory(accountID, text.get());
         });
     }
     if (GtkPopover* menu = tileMenu(*tile))

@@ -3,6 +3,8 @@
 #include "GRef.h"
 #include "ExternalLink.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <memory>
 
 namespace orvane {
@@ -52,9 +54,9 @@ void onResponse(AdwMessageDialog*, const char* response, gpointer data) {
 
 void describeNewer(AdwMessageDialog* dialog, const UpdaterController::Result& result, Links& links) {
     const Appcast::Item& item = *result.item;
-    GCharPtr heading(g_strdup_printf("Orvane %s Is Available", item.displayVersion.c_str()));
-    GCharPtr body(g_strdup_printf("You have version %s. Install the new version with your package manager "
-                                  "or Flatpak, or get it from its download page.",
+    GCharPtr heading(g_strdup_printf(_("Orvane %s Is Available"), item.displayVersion.c_str()));
+    GCharPtr body(g_strdup_printf(_("You have version %s. Install the new version with your package manager "
+                                    "or Flatpak, or get it from its download page."),
         result.currentVersion.c_str()));
     adw_message_dialog_set_heading(dialog, heading.get());
     adw_message_dialog_set_body(dialog, body.get());
@@ -66,27 +68,27 @@ void describeNewer(AdwMessageDialog* dialog, const UpdaterController::Result& re
     if (Appcast::isWebAddress(item.releaseNotesURL))
         links.releaseNotes = item.releaseNotesURL;
 
-    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, "_Not Now");
+    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, _("_Not Now"));
     if (!links.releaseNotes.empty())
-        adw_message_dialog_add_response(dialog, UpdateDialog::kReleaseNotes, "_Release Notes");
+        adw_message_dialog_add_response(dialog, UpdateDialog::kReleaseNotes, _("_Release Notes"));
     if (!links.download.empty()) {
-        adw_message_dialog_add_response(dialog, UpdateDialog::kDownload, "_Open Download Page");
+        adw_message_dialog_add_response(dialog, UpdateDialog::kDownload, _("_Open Download Page"));
         adw_message_dialog_set_response_appearance(dialog, UpdateDialog::kDownload, ADW_RESPONSE_SUGGESTED);
         adw_message_dialog_set_default_response(dialog, UpdateDialog::kDownload);
     }
 }
 
 void describeUpToDate(AdwMessageDialog* dialog, const UpdaterController::Result& result) {
-    GCharPtr body(g_strdup_printf("Version %s is the newest version available.", result.currentVersion.c_str()));
-    adw_message_dialog_set_heading(dialog, "Orvane Is Up to Date");
+    GCharPtr body(g_strdup_printf(_("Version %s is the newest version available."), result.currentVersion.c_str()));
+    adw_message_dialog_set_heading(dialog, _("Orvane Is Up to Date"));
     adw_message_dialog_set_body(dialog, body.get());
-    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, "_OK");
+    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, _("_OK"));
 }
 
 void describeFailure(AdwMessageDialog* dialog, const UpdaterController::Result& result) {
-    adw_message_dialog_set_heading(dialog, "Could Not Check for Updates");
-    adw_message_dialog_set_body(dialog, result.error.empty() ? "The update feed could not be read." : result.error.c_str());
-    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, "_OK");
+    adw_message_dialog_set_heading(dialog, _("Could Not Check for Updates"));
+    adw_message_dialog_set_body(dialog, result.error.empty() ? _("The update feed could not be read.") : result.error.c_str());
+    adw_message_dialog_add_response(dialog, UpdateDialog::kClose, _("_OK"));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "GRef.h"
 
 #include <glib.h>
+#include <glib/gi18n-lib.h>
 
 #include <algorithm>
 
@@ -50,7 +51,7 @@ std::optional<std::string> entryText(const std::string& executable) {
     return "[Desktop Entry]\n"
            "Type=Application\n"
            "Name=Orvane\n"
-           "Comment=Keeps your accounts' notifications and unread counts from login on\n"
+           "Comment=" + std::string(_("Keeps your accounts' notifications and unread counts from login on")) + "\n"
            "Icon=app.orvane.Orvane\n"
            "Exec=" + quotedArgument(executable) + " --" + kBackgroundOption + "\n"
            "X-GNOME-Autostart-enabled=true\n";

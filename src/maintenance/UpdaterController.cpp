@@ -1,9 +1,11 @@
 #include "UpdaterController.h"
 
 #include "BuildConfig.h"
+#include "GRef.h"
 #include "SystemVersion.h"
 
 #include <glib.h>
+#include <glib/gi18n-lib.h>
 #include <libsoup/soup.h>
 
 namespace orvane {
@@ -81,28 +83,32 @@ UpdaterController::Result UpdaterController::resultOf(const HTTPFetch::Outcome& 
     switch (outcome.failure) {
     case HTTPFetch::Failure::None:
         return evaluate(outcome.body, configuration);
-    case HTTPFetch::Failure::Status:
-        return failure(version, "The update server answered with an error (HTTP " + std::to_string(outcome.status) + ").");
+    case HTTPFetch::Failure::Status: {
+        GCharPtr error(g_strdup_printf(_("The update server answered with an error (HTTP %u)."), outcome.status));
+        return failure(version, error.get());
+    }
     case HTTPFetch::Failure::TooLarge:
-        return failure(version, "The update feed is too large to be read.");
+        return failure(version, _("The update feed is too large to be read."));
     case HTTPFetch::Failure::TimedOut:
-        return failure(version, "The update server did not answer in time.");
-    case HTTPFetch::Failure::Transport:
-        return failure(version, "Orvane could not reach the update server: " + outcome.error);
+        return failure(version, _("The update server did not answer in time."));
+    case HTTPFetch::Failure::Transport: {
+        GCharPtr error(g_strdup_printf(_("Orvane could not reach the update server: %s"), outcome.error.c_str()));
+        return failure(version, error.get());
+    }
     case HTTPFetch::Failure::Address:
-        return failure(version, "The update server sent Orvane to an address it does not follow.");
+        return failure(version, _("The update server sent Orvane to an address it does not follow."));
     case HTTPFetch::Failure::Cancelled:
         break;
     }
-    return failure(version, "The check for updates was interrupted.");
+    return failure(version, _("The check for updates was interrupted."));
 }
 
 UpdaterController::Result UpdaterController::evaluate(std::string_view feed, const Configuration& configuration) {
     auto appcast = Appcast::parse(feed);
     if (!appcast)
-        return failure(configuration.currentVersion, "The update feed could not be read.");
+        return failure(configuration.currentVersion, _("The update feed could not be read."));
     if (appcast->items().empty())
-        return failure(configuration.currentVersion, "The update feed lists no releases.");
+        return failure(configuration.currentVersion, _("The update feed lists no releases."));
     Result result;
     result.kind = Result::Kind::UpToDate;
     result.currentVersion = configuration.currentVersion;

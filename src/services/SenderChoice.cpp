@@ -1,5 +1,9 @@
 #include "SenderChoice.h"
 
+#include "GRef.h"
+
+#include <glib/gi18n-lib.h>
+
 namespace orvane::SenderChoice {
 
 std::vector<Account> pickable(const AccountStore& store) {
@@ -41,18 +45,21 @@ std::optional<Account> forReturn(const AccountStore& store) {
 
 std::string recipientLine(const MailtoComponents& mailto) {
     if (mailto.to.empty())
-        return "To: New message";
-    std::string line = "To: ";
+        return _("To: New message");
+    std::string addresses;
     for (size_t i = 0; i < mailto.to.size(); ++i) {
         if (i > 0)
-            line += ", ";
-        line += mailto.to[i];
+            addresses += ", ";
+        addresses += mailto.to[i];
     }
-    return line;
+    GCharPtr line(g_strdup_printf(_("To: %s"), addresses.c_str()));
+    return line.get();
 }
 
 std::string hint(size_t offeredCount) {
-    return "Press 1\u2013" + std::to_string(offeredCount) + "  \u00b7  Return = default  \u00b7  Esc to cancel";
+    // Translators: the keys of the sender picker; %zu is the number of the last account offered.
+    GCharPtr text(g_strdup_printf(_("Press 1\u2013%zu  \u00b7  Return = default  \u00b7  Esc to cancel"), offeredCount));
+    return text.get();
 }
 
 } // namespace orvane::SenderChoice

@@ -3,6 +3,7 @@
 #include "DownloadDestination.h"
 #include "WebHost.h"
 
+#include <glib/gi18n-lib.h>
 #include <gtk/gtk.h>
 
 #include <algorithm>
@@ -64,8 +65,8 @@ void DownloadGuard::ask(WebKitWebView* parentView) {
     GtkRoot* root = parentView ? gtk_widget_get_root(GTK_WIDGET(parentView)) : nullptr;
     GtkWindow* parent = root && GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
     ScriptDialogs::Request request;
-    request.message = "This page is trying to download several files at once";
-    request.responses = { { kBlock, "_Block" }, { kAllow, "_Allow" } };
+    request.message = _("This page is trying to download several files at once");
+    request.responses = { { kBlock, _("_Block") }, { kAllow, _("_Allow") } };
     request.defaultResponse = kBlock;
     request.closeResponse = kBlock;
     Lifetime::Watch alive = m_lifetime.watch();

@@ -6,6 +6,8 @@
 #include "NotificationFields.h"
 #include "WebHost.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <algorithm>
 
 namespace orvane {
@@ -141,7 +143,7 @@ FeedWatcher::Shown FeedWatcher::content(const AtomFeed::Entry& entry, const Acco
         : !entry.authorEmail.empty()        ? entry.authorEmail
         : !label.empty()                    ? label
                                             : "Orvane";
-    std::string subject = entry.subject.empty() ? "(no subject)" : entry.subject;
+    std::string subject = entry.subject.empty() ? _("(no subject)") : entry.subject;
     shown.body = label.empty() ? subject : label + "\n" + subject;
     if (markupBody)
         shown.body = escapedMarkup(shown.body);

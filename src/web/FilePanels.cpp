@@ -3,6 +3,8 @@
 #include "GRef.h"
 #include "FileChooserInterceptor.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <string>
 #include <vector>
 
@@ -65,7 +67,7 @@ bool run(WebKitWebView* view, WebKitFileChooserRequest* request) {
     // a pop-up), so the desktop keeps it above that window.
     GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(view));
     GtkWindow* parent = GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
-    GtkFileChooserNative* chooser = gtk_file_chooser_native_new(multiple ? "Select Files" : "Select File", parent,
+    GtkFileChooserNative* chooser = gtk_file_chooser_native_new(multiple ? _("Select Files") : _("Select File"), parent,
         GTK_FILE_CHOOSER_ACTION_OPEN, nullptr, nullptr);
     gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(chooser), parent != nullptr);
     gtk_file_chooser_set_select_multiple(GTK_FILE_CHOOSER(chooser), multiple);

@@ -3,6 +3,8 @@
 #include "FileNames.h"
 #include "WebHost.h"
 
+#include <glib/gi18n-lib.h>
+
 #include <memory>
 #include <utility>
 
@@ -45,7 +47,7 @@ std::optional<Request> requestFor(WebKitScriptDialog* dialog) {
     request.message = FileNames::truncatedUTF8(message ? message : "", kMaxMessageBytes);
     switch (webkit_script_dialog_get_dialog_type(dialog)) {
     case WEBKIT_SCRIPT_DIALOG_ALERT:
-        request.responses = { { kOK, "OK" } };
+        request.responses = { { kOK, _("OK") } };
         request.defaultResponse = kOK;
         request.closeResponse = kOK;
         return request;
@@ -57,7 +59,7 @@ std::optional<Request> requestFor(WebKitScriptDialog* dialog) {
     case WEBKIT_SCRIPT_DIALOG_CONFIRM:
         // "OK" is the first, default button; laid out the GNOME way, it is
         // the rightmost one, after "Cancel".
-        request.responses = { { kCancel, "Cancel" }, { kOK, "OK" } };
+        request.responses = { { kCancel, _("Cancel") }, { kOK, _("OK") } };
         request.defaultResponse = kOK;
         request.closeResponse = kCancel;
         return request;
