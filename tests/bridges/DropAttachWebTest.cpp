@@ -99,16 +99,19 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirAccountsOwnChoosersAndAsMany
     WebKitWebView* otherView = showNewAccount();
     WebKitWebView* view = showNewAccount();
     // A frame of another site that opens a chooser.
-    run(view, "{ const f = document.createElement('iframe'); f.src = " + jsonLiteral(server.uriOnHost("localhost",
-        "/web/picker.html")) + "; f.onload = () => { window.__frameLoaded = true; }; document.body.append(f); }");
+    const std::string picker = jsonLiteral(server.uriOnHost("localhost", "/web/picker.html"));
+    run(view, "{ const f = document.createElement('iframe'); f.src = " + picker
+        + "; f.onload = () => { window.__frameLoaded = true; }; document.body.append(f); }");
     ASSERT_TRUE(waitForJS(view, "window.__frameLoaded === true"));
     WebKitWebView* popup = nextPopup(view, "window.open('/web/popup.html', 'popup')");
-    ASSERT_TRUE(popup && waitForJS(popup, "location.pathname === '/web/popup.html' && document.readyState === 'complete'"));
+    ASSERT_TRUE(popup);
+    ASSERT_TRUE(waitForJS(popup, "location.pathname === '/web/popup.html' && document.readyState === 'complete'"));
     EXPECT_TRUE(DropAttach::of(popup)) << "pop-ups are drop sites too";
     std::string folder = makeTempFolder("dropped");
     const Paths files = { makeFile(folder, "first.txt"), makeFile(folder, "second.txt") };
     // Only local files are kept: web links are left out.
-    FileListValue mixed({ "file:///tmp/report.pdf", "https://example.com/page.html", "file:///tmp/photo%201%20%23.jpg" });
+    FileListValue mixed(
+        { "file:///tmp/report.pdf", "https://example.com/page.html", "file:///tmp/photo%201%20%23.jpg" });
     EXPECT_EQ(DropAttach::localPaths(&mixed.value), (Paths { "/tmp/report.pdf", "/tmp/photo 1 #.jpg" }));
 
     enum Chooser { OtherAccount, ForeignFrame, OneFile, SeveralFiles, Popup, ForeignPage };
@@ -190,7 +193,8 @@ TEST_F(DropAttachWebTest, DropsOfFoldersSpecialFilesAndManyFilesOnlyPassPathsOn)
         ASSERT_TRUE(waitForJS(view, "__fixtureLog.filter(e => e.type === 'files-chosen').length === "
             + std::to_string(finished))) << uris.front();
     }
-    EXPECT_EQ(runJS(view, "__fixtureLog.filter(e => e.type === 'files-chosen').pop().names.length").value, 1000);
+    const std::string last = "__fixtureLog.filter(e => e.type === 'files-chosen').pop()";
+    EXPECT_EQ(runJS(view, last + ".names.length").value, 1000);
     EXPECT_FALSE(choosersShown()) << "no drop expired before its chooser";
 }
 

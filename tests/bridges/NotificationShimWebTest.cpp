@@ -59,7 +59,8 @@ TEST(NotificationRelayTest, TitleSubtitleAndIdentifierFollowThePageAndTheAccount
     EXPECT_EQ(content({ "4", "x", "", "inbox" }, "Work").id, "orvane-" + account + "-inbox");
 
     // Markup is escaped only for servers that would read it, and never in titles.
-    auto escaped = content({ "5", "<b>Bold</b> & co", "<a href=\"https://evil.example/\">x</a> &amp;", "" }, "A&B", true);
+    auto escaped =
+        content({ "5", "<b>Bold</b> & co", "<a href=\"https://evil.example/\">x</a> &amp;", "" }, "A&B", true);
     EXPECT_EQ(escaped.title, "<b>Bold</b> & co");
     EXPECT_EQ(escaped.body, "A&amp;B\n&lt;a href=&quot;https://evil.example/&quot;&gt;x&lt;/a&gt; &amp;amp;");
 }
@@ -94,14 +95,16 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectThe
     EXPECT_EQ(page("[Notification.permission, Notification.maxActions]"), json({ "granted", 0 }));
     EXPECT_EQ(page("let answer; Notification.requestPermission(p => { answer = p; }); answer"), "granted")
         << "the callback at once";
-    page("Notification.requestPermission(() => { throw new Error('page'); }).then(p => { window.promised = p; }); 0");
+    page("Notification.requestPermission(() => { throw new Error('page'); })"
+         ".then(p => { window.promised = p; }); 0");
     EXPECT_TRUE(waitForJS(view, "window.promised === 'granted'")) << "a throwing callback stays the page's";
 
     std::string stamp = page("window.__orvanePage").get<std::string>();
     ASSERT_FALSE(stamp.empty());
     page("new Notification('Hi');"
          "new Notification('New mail', { body: 'From Ann', tag: 'inbox', icon: 'x.png', data: { a: 1 } }); 0");
-    page("new (document.getElementById('frame').contentWindow.Notification)('In frame'); 0"); // a frame counts on its own
+    // A frame counts on its own.
+    page("new (document.getElementById('frame').contentWindow.Notification)('In frame'); 0");
     // A second injection into the same frame leaves the first shim working.
     page("window.firstShim = window.Notification; true");
     page(std::string(BridgeScripts::text("bridges/notification-shim.js")) + "; true");
@@ -109,7 +112,8 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectThe
     page("new Notification('After'); true");
     ASSERT_TRUE(waitUntil([&] { return received.size() == 4; }));
     auto posted = [&](const char* id, const char* title, const char* body, const char* tag) {
-        return json({ { "id", id }, { "title", title }, { "body", body }, { "tag", tag }, { "orvanePage", stamp } });
+        return json(
+            { { "id", id }, { "title", title }, { "body", body }, { "tag", tag }, { "orvanePage", stamp } });
     };
     EXPECT_EQ(received[0], posted("1", "Hi", "", ""));
     EXPECT_EQ(received[1], posted("2", "New mail", "From Ann", "inbox"));

@@ -22,7 +22,8 @@ void FixtureServer::serve(const std::string& path, std::string body, std::string
     handle(path, [=](SoupServerMessage* message, const std::string&) {
         soup_server_message_set_status(message, status, nullptr);
         for (const auto& [name, value] : headers)
-            soup_message_headers_append(soup_server_message_get_response_headers(message), name.c_str(), value.c_str());
+            soup_message_headers_append(soup_server_message_get_response_headers(message), name.c_str(),
+                value.c_str());
         soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(), body.size());
     });
 }

@@ -41,7 +41,9 @@ JSResult resultFromJSC(JSCValue* value, GError* error) {
 }
 
 void WebTest::TearDown() {
-    bool allGone = waitUntil([&] { return std::ranges::all_of(m_watched, [](gpointer p) { return !p; }); }, 5s);
+    bool allGone = waitUntil([&] {
+        return std::ranges::all_of(m_watched, [](gpointer p) { return !p; });
+    }, 5s);
     for (auto& p : m_watched)
         if (p)
             g_object_remove_weak_pointer(G_OBJECT(p), &p);
@@ -50,8 +52,8 @@ void WebTest::TearDown() {
 
 JSResult WebTest::runJS(WebKitWebView* view, const std::string& script, std::chrono::milliseconds timeout) {
     return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
-        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr, nullptr,
-            done, data);
+        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
+            nullptr, done, data);
     }, webkit_web_view_evaluate_javascript_finish, timeout);
 }
 
