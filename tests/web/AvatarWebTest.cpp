@@ -1,6 +1,7 @@
 #include "AppPaths.h"
 #include "AvatarPhoto.h"
 #include "AvatarRefresher.h"
+#include "PageProbe.h"
 #include "Token.h"
 
 #include "ManagerWebFixture.h"
@@ -75,6 +76,39 @@ protected:
     std::map<std::string, std::deque<Outcome>> m_outcomes;
     AvatarRefresher::FinishedObservers::Subscription m_subscription;
 };
+
+// The page probe the photo scripts run in: named arguments are variables of
+// the page's own world, the body may await, and only non-empty text up to the
+// limit comes back, once, cancelled or not.
+TEST_F(AvatarWebTest, ThePageProbeAnswersOnceWithNonEmptyTextUpToTheLimit) {
+    WebKitWebView* view = showNewAccount();
+    auto probe = [&](const std::string& body, GCancellable* cancellable = nullptr) {
+        int calls = 0;
+        std::optional<std::string> answer = "unset";
+        PageProbe::photoURL(view, body, { { "acctName", "Ana \"Ruiz\" <ana@example.com>" } },
+            [&](std::optional<std::string> text) {
+                ++calls;
+                answer = std::move(text);
+            }, cancellable);
+        if (cancellable)
+            g_cancellable_cancel(cancellable);
+        EXPECT_TRUE(waitUntil([&] { return calls > 0; })) << body;
+        drainEvents();
+        EXPECT_EQ(calls, 1) << body;
+        return answer;
+    };
+    run(view, "window.pageValue = 'from the page'");
+    EXPECT_EQ(probe("await new Promise(r => setTimeout(r, 20)); return acctName + ' / ' + window.pageValue;"),
+        "Ana \"Ruiz\" <ana@example.com> / from the page");
+    const std::string limit = std::to_string(PageProbe::kMaxTextBytes);
+    EXPECT_EQ(probe("return 'x'.repeat(" + limit + ");").value_or("").size(), PageProbe::kMaxTextBytes);
+    for (const std::string& nothing : std::vector<std::string> { "return '';", "return 42;", "return { src: 'x' };",
+             "return null;", "", "throw new Error('no photo');", "return Promise.reject('no');",
+             "this is not a script", "return 'x'.repeat(" + limit + " + 1);" })
+        EXPECT_EQ(probe(nothing), std::nullopt) << nothing;
+    auto cancellable = adopt(g_cancellable_new());
+    EXPECT_EQ(probe("await new Promise(r => setTimeout(r, 300)); return 'late';", cancellable.get()), std::nullopt);
+}
 
 TEST_F(AvatarWebTest, GmailPhotoIsFetchedWithoutCookiesSharedByTheDataStoreAndReplaced) {
     const Account account = store->addAccount();

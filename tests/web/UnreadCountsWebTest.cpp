@@ -73,7 +73,7 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
 
 TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
     // The launcher entry's signals: Orvane's connection to the session bus
-    // gets them back as every other one does.
+    // gets them back as every other one does, its match rule ahead of them.
     std::vector<std::string> badge;
     auto bus = adopt(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
     ASSERT_TRUE(bus) << "no session bus";
@@ -82,9 +82,6 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
         +[](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* parameters, gpointer data) {
             static_cast<std::vector<std::string>*>(data)->push_back(GCharPtr(g_variant_print(parameters, FALSE)).get());
         }, &badge, nullptr);
-    // The match rule is in place once a round trip to the bus has completed.
-    GVariantPtr reply(g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-        "org.freedesktop.DBus", "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr));
     auto badgeShows = [&](int total) {
         std::string shown = std::string("('") + DockBadge::kAppURI + "', {'count': <int64 " + std::to_string(total)
             + ">, 'count-visible': <" + (total > 0 ? "true" : "false") + ">})";
