@@ -109,10 +109,15 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirAccountsOwnChoosersAndAsMany
     EXPECT_TRUE(DropAttach::of(popup)) << "pop-ups are drop sites too";
     std::string folder = makeTempFolder("dropped");
     const Paths files = { makeFile(folder, "first.txt"), makeFile(folder, "second.txt") };
-    // Only local files are kept: web links are left out.
+    // The drop target sits ahead of WebKit's own drop handling; only local
+    // files are kept: web links are left out.
+    EXPECT_EQ(gtk_event_controller_get_propagation_phase(GTK_EVENT_CONTROLLER(DropAttach::of(view)->dropTarget())),
+        GTK_PHASE_CAPTURE);
     FileListValue mixed(
         { "file:///tmp/report.pdf", "https://example.com/page.html", "file:///tmp/photo%201%20%23.jpg" });
     EXPECT_EQ(DropAttach::localPaths(&mixed.value), (Paths { "/tmp/report.pdf", "/tmp/photo 1 #.jpg" }));
+    FileListValue links({ "https://example.com/a", "http://127.0.0.1/b" });
+    EXPECT_FALSE(DropAttach::of(view)->drop(&links.value)) << "a drag of web links only is no file drop";
 
     enum Chooser { OtherAccount, ForeignFrame, OneFile, SeveralFiles, Popup, ForeignPage };
     const std::pair<Chooser, nlohmann::json> cases[] = { // null: the ordinary chooser shows and the files wait
