@@ -21,7 +21,8 @@ class ManagerWebFixture : public WebTest {
 protected:
     // Each test runs in its own process, so the service catalogue is built
     // from these paths the first time anything reads it: the manager is
-    // made here, after them, with the bridges the application adds.
+    // made here, after them, with the bridges the application adds, and
+    // configured with the store.
     void useServices(const std::string& gmailPath, const std::string& outlookPath = "/outlook/mail/",
         std::chrono::milliseconds unreadPollInterval = WebViewManager::kUnreadPollInterval) {
         nlohmann::json overrides;
