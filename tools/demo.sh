@@ -33,7 +33,7 @@ base="http://127.0.0.1:$port"
 
 cat > "$demo/services.json" <<JSON
 {
-  "gmail": { "homeURL": "$base/gmail/", "inAppHosts": ["127.0.0.1"] },
+  "gmail": { "homeURL": "$base/gmail/", "feedURL": "$base/gmail/feed/atom", "inAppHosts": ["127.0.0.1"] },
   "outlook": { "homeURL": "$base/outlook/mail/", "inAppHosts": ["127.0.0.1"] },
   "calendar": { "homeURL": "$base/calendar/", "inAppHosts": ["127.0.0.1"] }
 }

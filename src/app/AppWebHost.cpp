@@ -66,16 +66,20 @@ bool decideBodyIsMarkup(GApplication* app) {
 } // namespace
 
 void AppWebHost::openInBrowser(const std::string& address, WebKitWebView* from) {
-    GdkDisplay* display = from ? gtk_widget_get_display(GTK_WIDGET(from)) : gdk_display_get_default();
-    Ref<GdkAppLaunchContext> context;
-    if (display)
-        context = adopt(gdk_display_get_app_launch_context(display));
-    GError* error = nullptr;
-    if (!g_app_info_launch_default_for_uri(address.c_str(), context ? G_APP_LAUNCH_CONTEXT(context.get()) : nullptr,
-            &error)) {
-        g_warning("Could not open a link in the browser: %s", error->message);
-        g_error_free(error);
-    }
+    // Launched for the window the link left, so that the desktop may bring
+    // the browser to the front (and, in a sandbox, the portal knows whose
+    // request it is).
+    GtkRoot* root = from ? gtk_widget_get_root(GTK_WIDGET(from)) : nullptr;
+    GtkWindow* parent = GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
+    gtk_show_uri_full(parent, address.c_str(), GDK_CURRENT_TIME, nullptr,
+        +[](GObject* source, GAsyncResult* result, gpointer) {
+            GError* error = nullptr;
+            if (!gtk_show_uri_full_finish(GTK_WINDOW(source), result, &error)) {
+                g_warning("Could not open a link in the browser: %s", error->message);
+                g_error_free(error);
+            }
+        },
+        nullptr);
 }
 
 void AppWebHost::openMailLink(const std::string& address) {

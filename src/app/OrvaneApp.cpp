@@ -4,6 +4,7 @@
 
 #include "ContentView.h"
 #include "MainWindow.h"
+#include "SettingsView.h"
 #include "BuildConfig.h"
 
 #include <csignal>
@@ -51,6 +52,7 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_services.emplace(ServiceCatalog::fromEnvironment());
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
+    self->m_manager->setHibernationPolicy(SettingsView::hibernationPolicy());
     self->m_updater.emplace();
     self->m_beacon.emplace(Beacon::defaultConfiguration());
     self->m_primaryMenu = self->buildPrimaryMenu();
@@ -127,6 +129,10 @@ int runOrvane(int argc, char** argv) {
     // disk, which every writer handles, rather than end Orvane; WebKit's
     // processes inherit the setting.
     std::signal(SIGXFSZ, SIG_IGN);
+    // The window's class (WM_CLASS, the Wayland app id) is the application
+    // id, as the desktop entry's StartupWMClass says, so docks match them.
+    g_set_prgname(build::kAppID);
+    g_set_application_name("Orvane");
     OrvaneApp app;
     return app.run(argc, argv);
 }

@@ -106,7 +106,11 @@ Ref<GMenuModel> OrvaneApp::buildPrimaryMenu() const {
     appendSection(select);
 
     appendSection(section({ { "Print…", "app.print" }, { "Paste and Match Style", "app.paste-plain" } }));
-    appendSection(section({ { "Make Orvane Default Email App", "app.make-default" }, { "Check for Updates…", "app.check-for-updates" } }));
+    // A build without an update feed has nothing to check: no greyed-out item.
+    GMenu* maintenance = section({ { "Make Orvane Default Email App", "app.make-default" } });
+    if (m_updater && m_updater->canCheckForUpdates())
+        g_menu_append(maintenance, "Check for Updates…", "app.check-for-updates");
+    appendSection(maintenance);
     appendSection(section({ { "Preferences", "app.preferences" }, { "Keyboard Shortcuts", "app.shortcuts" }, { "About Orvane", "app.about" } }));
     return Ref<GMenuModel>(G_MENU_MODEL(menu.get()));
 }
@@ -167,6 +171,12 @@ void OrvaneApp::showAbout() {
     adw_about_window_set_version(window, build::kVersion);
     adw_about_window_set_developer_name(window, "The Orvane developers");
     adw_about_window_set_comments(window, "All your Gmail accounts, one window.");
+    adw_about_window_set_website(window, build::kHomepageURL);
+    adw_about_window_set_issue_url(window, build::kIssuesURL);
+    adw_about_window_set_license_type(window, GTK_LICENSE_GPL_3_0);
+    adw_about_window_set_copyright(window, "© 2025 The Orvane developers");
+    static const char* developers[] = { "The Orvane developers", nullptr };
+    adw_about_window_set_developers(window, developers);
     if (m_mainWindow)
         gtk_window_set_transient_for(GTK_WINDOW(about), m_mainWindow->window());
     gtk_window_present(GTK_WINDOW(about));

@@ -3,6 +3,7 @@
 #include "AppResources.h"
 #include "DefaultMailClient.h"
 #include "GRef.h"
+#include "Preferences.h"
 #include "WebViewManager.h"
 
 #include <algorithm>
@@ -105,6 +106,41 @@ void SettingsView::build(GtkBuilder* builder) {
     gtk_widget_insert_action_group(GTK_WIDGET(m_window), "settings", G_ACTION_GROUP(m_actions.get()));
     m_defaultAccountRow = widget("default_account_row");
     m_defaultAccountButton = widget("default_account_button");
+
+    m_hibernateRow = widget("hibernate_row");
+    syncHibernateRow();
+    m_connections.push_back(SignalConnection::connect(m_hibernateRow, "notify::selected", +[](GObject* row, GParamSpec*, gpointer self) {
+        static_cast<SettingsView*>(self)->chooseHibernation(adw_combo_row_get_selected(ADW_COMBO_ROW(row)));
+    }, this));
+}
+
+HibernationPolicy SettingsView::hibernationPolicy() {
+    const char* variable = g_getenv(HibernationPolicy::kEnvironmentVariable);
+    return HibernationPolicy(HibernationPolicy::limitFrom(Preferences().number(HibernationPolicy::kPreferenceKey),
+        variable ? std::optional<std::string_view>(variable) : std::nullopt));
+}
+
+// Shows the stored choice (a value the menu does not offer shows as the
+// default); a run whose time the environment sets says so instead.
+void SettingsView::syncHibernateRow() {
+    const auto& choices = HibernationPolicy::kChoices;
+    auto stored = HibernationPolicy::limitFrom(Preferences().number(HibernationPolicy::kPreferenceKey), std::nullopt);
+    int seconds = stored ? int(stored->count()) : 0;
+    auto shown = std::find(choices.begin(), choices.end(), seconds);
+    if (shown == choices.end())
+        shown = std::find(choices.begin(), choices.end(), int(HibernationPolicy::kDefaultLimit.count()));
+    adw_combo_row_set_selected(ADW_COMBO_ROW(m_hibernateRow), guint(shown - choices.begin()));
+    if (g_getenv(HibernationPolicy::kEnvironmentVariable)) {
+        adw_action_row_set_subtitle(ADW_ACTION_ROW(m_hibernateRow), "Set for this run by ORVANE_HIBERNATE_AFTER");
+        gtk_widget_set_sensitive(m_hibernateRow, FALSE);
+    }
+}
+
+void SettingsView::chooseHibernation(guint index) {
+    if (index >= HibernationPolicy::kChoices.size())
+        return;
+    Preferences().setNumber(HibernationPolicy::kPreferenceKey, HibernationPolicy::kChoices[index]);
+    m_manager.setHibernationPolicy(hibernationPolicy());
 }
 
 void SettingsView::present(GtkWindow* parent) {

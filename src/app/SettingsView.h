@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AccountStore.h"
+#include "HibernationPolicy.h"
 #include "GRef.h"
 #include "SignalConnection.h"
 
@@ -51,6 +52,10 @@ public:
     GtkWidget* defaultAccountButton() const { return m_defaultAccountButton; }
     GtkWidget* notificationsSwitch() const { return m_notificationsSwitch; }
     GtkWidget* dockSwitch() const { return m_dockSwitch; }
+    GtkWidget* hibernateRow() const { return m_hibernateRow; }
+
+    // The policy for this run: the preference, or ORVANE_HIBERNATE_AFTER.
+    static HibernationPolicy hibernationPolicy();
 
     static constexpr const char* kFailureText = "Your desktop did not accept the change. Run "
         "tools/set-default-mail.sh once, or set \u201cOrvane\u201d as the email app in your system's Default "
@@ -67,6 +72,8 @@ private:
     void makeDefault();
     void chooseDefaultAccount(const std::string& accountID);
     void syncDefaultAccountMenu();
+    void syncHibernateRow();
+    void chooseHibernation(guint index);
 
     static void onSwitch(GObject*, GParamSpec*, gpointer self);
 
@@ -91,6 +98,7 @@ private:
     GtkWidget* m_defaultAccountButton = nullptr;
     GtkWidget* m_notificationsSwitch = nullptr;
     GtkWidget* m_dockSwitch = nullptr;
+    GtkWidget* m_hibernateRow = nullptr; // AdwComboRow over HibernationPolicy::kChoices
 
     // View state
     bool m_isDefaultMailClient = false;

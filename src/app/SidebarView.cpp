@@ -17,6 +17,8 @@ constexpr double kTileSize = 44;
 constexpr int kDividerWidth = 28;
 constexpr int kDividerGap = 2;
 constexpr const char* kRemoveLabel = "Remove Account";
+constexpr const char* kMemoryItem = "memory";
+constexpr const char* kMemoryLabelKey = "orvane-memory-label";
 
 // --- Tile input ------------------------------------------------------------
 // These handlers hold no pointer to the SidebarView: they turn input into the
@@ -151,12 +153,15 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
     installActions();
     m_storeSubscription = m_store.observe([this](unsigned) { rebuild(); });
     m_unreadSubscription = m_manager.observeUnreadCounts([this] { rebuild(); });
+    m_sleepSubscription = m_manager.observeSleep([this] { rebuild(); });
     rebuild();
 }
 
 SidebarView::~SidebarView() {
+    m_lifetime.end();
     m_storeSubscription.reset();
     m_unreadSubscription.reset();
+    m_sleepSubscription.reset();
     m_actionConnections.clear();
     // The window may hold the column a little longer; its commands go now.
     gtk_widget_insert_action_group(m_root.get(), "sidebar", nullptr);
@@ -224,6 +229,15 @@ void SidebarView::updateTile(GtkWidget* tile, const Account& account) {
     auto count = counts.find(account.id);
     orvane_avatar_view_set_unread(avatar, count == counts.end() ? 0 : count->second);
     orvane_avatar_view_set_show_badge(avatar, hasServicePair(account));
+    bool asleep = m_manager.isAsleep(account.id);
+    if (asleep != gtk_widget_has_css_class(tile, "orvane-asleep")) {
+        if (asleep)
+            gtk_widget_add_css_class(tile, "orvane-asleep");
+        else
+            gtk_widget_remove_css_class(tile, "orvane-asleep");
+        gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
+            asleep ? "Asleep" : "", -1);
+    }
     const char* tooltip = gtk_widget_get_tooltip_text(tile);
     if (g_strcmp0(tooltip, account.label.c_str()) != 0) {
         gtk_widget_set_tooltip_text(tile, account.label.c_str());
@@ -234,11 +248,25 @@ void SidebarView::updateTile(GtkWidget* tile, const Account& account) {
     // popover menu lays out its section separators in an idle after a new
     // model, which would show a frame without them if built on opening.
     std::string menuKey = account.id + (account.isCalendar() ? "/calendar" : "/mail")
-        + (m_store.defaultMailtoAccountID() == account.id ? "/default" : "");
+        + (m_store.defaultMailtoAccountID() == account.id ? "/default" : "")
+        + (m_store.selectedAccountID() == account.id ? "/selected" : "") + (asleep ? "/asleep" : "");
     auto* shownKey = static_cast<const char*>(g_object_get_data(G_OBJECT(tile), "orvane-menu-key"));
     GtkPopover* menu = tileMenu(tile);
     if (menu && g_strcmp0(shownKey, menuKey.c_str()) != 0) {
-        gtk_popover_menu_set_menu_model(GTK_POPOVER_MENU(menu), contextMenu(account).get());
+        auto model = adopt(g_menu_new());
+        g_menu_append_section(model.get(), nullptr, pageSection(account).get());
+        auto commands = contextMenu(account);
+        for (int i = 0; i < g_menu_model_get_n_items(commands.get()); ++i) {
+            auto section = adopt(g_menu_model_get_item_link(commands.get(), i, G_MENU_LINK_SECTION));
+            g_menu_append_section(model.get(), nullptr, section.get());
+        }
+        gtk_popover_menu_set_menu_model(GTK_POPOVER_MENU(menu), G_MENU_MODEL(model.get()));
+        GtkWidget* memory = gtk_label_new(nullptr);
+        gtk_label_set_xalign(GTK_LABEL(memory), 0);
+        gtk_widget_add_css_class(memory, "dim-label");
+        gtk_widget_add_css_class(memory, "orvane-memory");
+        gtk_popover_menu_add_child(GTK_POPOVER_MENU(menu), memory, kMemoryItem);
+        g_object_set_data(G_OBJECT(tile), kMemoryLabelKey, memory);
         markDestructive(GTK_WIDGET(menu));
         g_object_set_data_full(G_OBJECT(tile), "orvane-menu-key", g_strdup(menuKey.c_str()), g_free);
     }
@@ -315,10 +343,41 @@ Ref<GMenuModel> SidebarView::contextMenu(const Account& account) const {
     return adopt(G_MENU_MODEL(menu));
 }
 
+Ref<GMenuModel> SidebarView::pageSection(const Account& account) const {
+    GMenu* section = g_menu_new();
+    GMenuItem* memory = g_menu_item_new(nullptr, nullptr);
+    g_menu_item_set_attribute(memory, "custom", "s", kMemoryItem);
+    appendItem(section, memory);
+    if (m_manager.hibernates(account.id) && !m_manager.isAsleep(account.id)
+        && m_store.selectedAccountID() != account.id)
+        appendItem(section, accountItem("Hibernate Now", "sidebar.hibernate", account.id));
+    return adopt(G_MENU_MODEL(section));
+}
+
+void SidebarView::showMemory(const std::string& accountID, const std::string& text) {
+    auto tile = std::find_if(m_tiles.begin(), m_tiles.end(), [&](GtkWidget* t) { return tileAccountID(t) == accountID; });
+    if (tile == m_tiles.end())
+        return;
+    if (auto* label = static_cast<GtkWidget*>(g_object_get_data(G_OBJECT(*tile), kMemoryLabelKey)))
+        gtk_label_set_text(GTK_LABEL(label), text.c_str());
+}
+
 void SidebarView::openContextMenu(const std::string& accountID) {
     auto tile = std::find_if(m_tiles.begin(), m_tiles.end(), [&](GtkWidget* t) { return tileAccountID(t) == accountID; });
     if (tile == m_tiles.end())
         return;
+    if (m_manager.isAsleep(accountID)) {
+        showMemory(accountID, "Asleep: its page uses no memory");
+    } else {
+        showMemory(accountID, "Page memory: measuring\u2026");
+        Lifetime::Watch alive = m_lifetime.watch();
+        m_manager.measureMemory(accountID, [this, alive, accountID](std::optional<uint64_t> bytes) {
+            if (!alive.alive())
+                return;
+            GCharPtr size(bytes ? g_format_size(*bytes) : nullptr);
+            showMemory(accountID, size ? "Page memory: " + std::string(size.get()) : "Page memory: unknown");
+        });
+    }
     if (GtkPopover* menu = tileMenu(*tile))
         gtk_popover_popup(menu);
 }
@@ -351,6 +410,7 @@ void SidebarView::installActions() {
         if (WebKitWebView* view = self.m_manager.webView(id))
             webkit_web_view_reload(view);
     });
+    addAction("hibernate", true, [](SidebarView& self, const std::string& id) { self.m_manager.hibernateNow(id); });
     addAction("add-calendar", true, [](SidebarView& self, const std::string& id) {
         if (auto account = self.findAccount(id); account && account->isMailSide())
             self.m_store.addCalendar(*account);

@@ -2,6 +2,7 @@
 
 #include "AccountStore.h"
 #include "GRef.h"
+#include "Lifetime.h"
 #include "SignalConnection.h"
 
 #include <gtk/gtk.h>
@@ -33,6 +34,10 @@ public:
 
     // The items of an account's context menu, built from the current state.
     Ref<GMenuModel> contextMenu(const Account& account) const;
+    // The section above them: what the account's page costs now, and
+    // "Hibernate Now" for an account that may sleep and is neither selected
+    // nor asleep.
+    Ref<GMenuModel> pageSection(const Account& account) const;
     // Calendar accounts, and mail-side accounts that have a calendar companion
     // (an account of the calendar service on the same dataStoreID).
     bool hasServicePair(const Account& account) const;
@@ -49,6 +54,7 @@ private:
     void installActions();
     void addAction(const char* name, bool takesAccountID, ActionHandler handler);
     void openContextMenu(const std::string& accountID);
+    void showMemory(const std::string& accountID, const std::string& text);
     // A copy of the stored account: store operations replace the list.
     std::optional<Account> findAccount(const std::string& accountID) const;
 
@@ -63,6 +69,8 @@ private:
     std::vector<SignalConnection> m_actionConnections;
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
     Observers<>::Subscription m_unreadSubscription;
+    Observers<>::Subscription m_sleepSubscription;
+    Lifetime m_lifetime; // for memory answers
 
     // Template widgets (inside m_root)
     GtkWidget* m_stack = nullptr;     // the tiles, the divider and the add button

@@ -2,6 +2,7 @@
 
 #include "Account.h"
 #include "GRef.h"
+#include "Observers.h"
 
 #include <gtk/gtk.h>
 
@@ -17,7 +18,9 @@ class WebViewManager;
 // every account, of which only the selected one is shown. A view is added
 // once and afterwards only shown or hidden, so a page keeps its state across
 // account switches; views of accounts that are gone leave the stack. The
-// views belong to the manager, not to the container.
+// views belong to the manager, not to the container. A sleeping account has
+// no view: selecting it wakes it, and the snapshot of its page shows at once
+// until the live page has loaded and takes the keyboard.
 class WebViewContainer {
 public:
     explicit WebViewContainer(WebViewManager& manager);
@@ -32,8 +35,9 @@ public:
     // no longer listed. An absent or unknown selection shows an empty page.
     void update(const std::vector<Account>& accounts, const std::optional<std::string>& selectedID);
 
-    // The view currently shown, or null when the empty page is up.
+    // The view currently shown, or null when the empty page (or a snapshot) is up.
     GtkWidget* visibleView() const;
+    bool showsSnapshot() const;
 
 private:
     // Borrowed references
@@ -41,9 +45,14 @@ private:
 
     // Owned references
     Ref<GtkWidget> m_stack;
+    Observers<>::Subscription m_sleepSubscription;
+    std::vector<Account> m_accounts; // as last given to update()
+    std::optional<std::string> m_selectedID;
+    bool m_updating = false;
 
     // Template widgets (children of m_stack)
     GtkWidget* m_emptyPage = nullptr;
+    GtkWidget* m_snapshot = nullptr; // GtkPicture
 };
 
 } // namespace orvane

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "NotificationFields.h"
+#include "WebHost.h"
 
 #include <glib.h>
 #include <jsc/jsc.h>
@@ -71,7 +72,7 @@ public:
         bool markupBody);
 
     // app.notification-clicked, target (account, notif).
-    static constexpr const char* kClickAction = "notification-clicked";
+    static constexpr const char* kClickAction = WebHost::kNotificationClickAction;
     static constexpr const char* kClickActionTarget = "(ss)";
 
     // Bounds on what a page hands over, in characters.

@@ -2,10 +2,10 @@
 
 #include "GRef.h"
 #include "Text.h"
+#include "XMLDocument.h"
 
 #include <glib.h>
 #include <libxml/HTMLparser.h>
-#include <libxml/parser.h>
 #include <libxml/tree.h>
 
 #include <memory>
@@ -20,16 +20,9 @@ constexpr size_t kMaxTitleBytes = 512;
 constexpr size_t kMaxDescriptionBytes = 256 * 1024;
 constexpr int kMaxNotesDepth = 64;
 
-struct XmlDocDeleter {
-    void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
-};
-using XmlDocPtr = std::unique_ptr<xmlDoc, XmlDocDeleter>;
+using XmlDocPtr = XMLDocument::DocPtr;
 
-struct XmlParserDeleter {
-    void operator()(xmlParserCtxt* context) const { xmlFreeParserCtxt(context); }
-};
-
-const char* str(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+const char* str(const xmlChar* text) { return XMLDocument::text(text); }
 
 bool isNamed(const xmlNode* node, const char* name, const char* namespaceURI = nullptr) {
     if (node->type != XML_ELEMENT_NODE || !xmlStrEqual(node->name, BAD_CAST name))
@@ -167,25 +160,6 @@ std::optional<Appcast::Item> readItem(const xmlNode* itemNode) {
     if (item.downloadURL.empty())
         return std::nullopt;
     return item;
-}
-
-// A feed has no use for a DTD, and a DTD is where entity expansion attacks
-// live: the parse stops as soon as one is declared.
-void refuseDoctype(void* context, const xmlChar*, const xmlChar*, const xmlChar*) {
-    xmlStopParser(static_cast<xmlParserCtxt*>(context));
-}
-
-XmlDocPtr parseXML(std::string_view bytes) {
-    std::unique_ptr<xmlParserCtxt, XmlParserDeleter> context(xmlNewParserCtxt());
-    if (!context || !context->sax)
-        return nullptr;
-    context->sax->internalSubset = refuseDoctype;
-    context->sax->externalSubset = refuseDoctype;
-    int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOCDATA;
-    XmlDocPtr doc(xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr, options));
-    if (!doc || !context->wellFormed || doc->intSubset || doc->extSubset)
-        return nullptr;
-    return doc;
 }
 
 // Turns an HTML fragment into lines of text.
@@ -350,7 +324,7 @@ bool Appcast::isWebAddress(std::string_view uri) {
 std::optional<Appcast> Appcast::parse(std::string_view bytes) {
     if (bytes.empty() || bytes.size() > kMaxFeedBytes)
         return std::nullopt;
-    XmlDocPtr doc = parseXML(bytes);
+    XmlDocPtr doc = XMLDocument::parseWithoutDTD(bytes);
     if (!doc)
         return std::nullopt;
     const xmlNode* root = xmlDocGetRootElement(doc.get());

@@ -67,6 +67,7 @@ constexpr const char* kGmailAttach = "services/gmail-attach.js";
 constexpr const char* kOutlookAttach = "services/outlook-attach.js";
 constexpr const char* kGmailPhoto = "services/gmail-photo.js";
 constexpr const char* kOutlookPhoto = "services/outlook-photo.js";
+constexpr const char* kGmailTyping = "services/gmail-typing.js";
 
 std::string gmailComposeJS(const MailtoComponents& c) {
     return trimmedEnd(fillTemplate(PageScripts::text(kGmailCompose), {
@@ -144,10 +145,10 @@ void applyOverridesFile(MailService& service, const char* key, const std::string
     auto entry = root.find(key);
     if (entry == root.end() || !entry->is_object())
         return;
-    if (auto home = entry->find("homeURL"); home != entry->end() && home->is_string()) {
-        const auto& text = home->get_ref<const std::string&>();
-        if (isWebAddress(text))
-            service.homeURL = text;
+    for (auto [name, field] : { std::pair { "homeURL", &service.homeURL }, { "feedURL", &service.feedURL } }) {
+        auto value = entry->find(name);
+        if (value != entry->end() && value->is_string() && isWebAddress(value->get_ref<const std::string&>()))
+            *field = value->get_ref<const std::string&>();
     }
     if (auto hosts = entry->find("inAppHosts"); hosts != entry->end() && hosts->is_array() && !hosts->empty()) {
         std::set<std::string> parsed;
@@ -162,7 +163,7 @@ void applyOverridesFile(MailService& service, const char* key, const std::string
     }
 }
 
-// Replaces homeURL and inAppHosts from the overrides file. A missing or bad
+// Replaces homeURL, feedURL and inAppHosts from the overrides file. A missing or bad
 // file, entry or field leaves the built-in value; one bad host drops the
 // whole list, and so does an empty list (nothing would stay in the app).
 // Replaced in-app hosts are the deployment's own hosts as well. The home
@@ -176,6 +177,7 @@ void applyOverrides(MailService& service, const char* key, const std::string& pa
 MailService makeGmail(const std::string& overridesPath) {
     MailService s;
     s.homeURL = "https://" + std::string(ServiceHosts::kGmail) + "/";
+    s.feedURL = "https://" + std::string(ServiceHosts::kGmail) + "/mail/u/0/feed/atom";
     s.inAppHosts = { std::string(ServiceHosts::kGmail), std::string(ServiceHosts::kGoogleSignIn) };
     // Gmail shows Google Chat in frames of its own hosts.
     s.ownHosts = { std::string(ServiceHosts::kGmail), std::string(ServiceHosts::kGoogleChat),
@@ -188,6 +190,8 @@ MailService makeGmail(const std::string& overridesPath) {
     s.composeScriptName = kGmailCompose;
     s.attachScriptName = kGmailAttach;
     s.photoScriptName = kGmailPhoto;
+    s.typingJS = script(kGmailTyping);
+    s.typingScriptName = kGmailTyping;
     applyOverrides(s, "gmail", overridesPath);
     return s;
 }
@@ -226,6 +230,7 @@ MailService makeOutlook(const std::string& overridesPath) {
     s.attachScriptName = kOutlookAttach;
     s.photoScriptName = kOutlookPhoto;
     s.unreadPollScriptName = kOutlookUnread;
+    s.hibernates = false;
     applyOverrides(s, "outlook", overridesPath);
     return s;
 }

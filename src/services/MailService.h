@@ -14,7 +14,7 @@ namespace orvane {
 
 // Everything that differs between the web services Orvane hosts. The
 // application's ServiceCatalog holds the three entries, read-only. Their home
-// address and in-app hosts may be replaced for the whole run by the JSON file
+// address, unread feed and in-app hosts may be replaced for the whole run by the JSON file
 // named in ORVANE_SERVICE_OVERRIDES (self-hosted or regional deployments,
 // and the test suite's local pages).
 //
@@ -29,6 +29,7 @@ struct MailService {
     using ComposeBuilder = std::function<std::string(const MailtoComponents&)>;
 
     std::string homeURL;
+    std::string feedURL;                       // the unread Atom feed (AtomFeed); empty: none
     std::set<std::string> inAppHosts;          // lower case, exact host names
     std::set<std::string> ownHosts;            // lower case, exact host names
     std::optional<std::string> unreadPollJS;   // evaluated every 5 s; returns an integer
@@ -37,12 +38,17 @@ struct MailService {
     ComposeBuilder composeJS;                  // empty when the service cannot compose
     std::optional<std::string> attachClickJS;  // async function body → {x, y} or null
     std::optional<std::string> photoJS;        // async function body(acctName) → text
+    std::optional<std::string> typingJS;       // async function body → 'typed' or 'none'
+    // Whether an idle account of the service may hibernate: not when its
+    // unread count can only come from its live page.
+    bool hibernates = true;
 
     // Resource names of the scripts above, for error messages that name a file.
     std::string composeScriptName;
     std::string attachScriptName;
     std::string photoScriptName;
     std::string unreadPollScriptName;
+    std::string typingScriptName;
 
     // Whether an address or a serialized origin ("https://host[:port]") is
     // http or https on one of the own hosts. An opaque origin ("null") never is.

@@ -5,6 +5,8 @@
 
 #include <gtk/gtk.h>
 
+#include <algorithm>
+
 namespace orvane {
 
 DownloadGuard::~DownloadGuard() {
@@ -29,6 +31,7 @@ SignalConnection DownloadGuard::watch(WebKitWebView* view) {
 
 void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* parentView) {
     DownloadDestination::adopt(download);
+    track(download);
     DownloadGate::Verdict verdict = m_gate.arrive(DownloadGate::Clock::now());
     if (verdict == DownloadGate::Verdict::Start)
         return;
@@ -43,6 +46,18 @@ void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* parentView) {
     m_held.emplace_back(download);
     if (verdict == DownloadGate::Verdict::Ask)
         ask(parentView);
+}
+
+// WebKit emits "finished" after a success, a failure and a cancellation alike.
+void DownloadGuard::track(WebKitDownload* download) {
+    m_running.emplace_back(Ref<WebKitDownload>(download), SignalConnection::connect(download, "finished",
+        +[](WebKitDownload* done, gpointer self) {
+            auto& running = static_cast<DownloadGuard*>(self)->m_running;
+            auto it = std::find_if(running.begin(), running.end(), [&](const auto& entry) { return entry.first.get() == done; });
+            // GObject lets a handler disconnect itself while it runs.
+            if (it != running.end())
+                running.erase(it);
+        }, this));
 }
 
 void DownloadGuard::ask(WebKitWebView* parentView) {

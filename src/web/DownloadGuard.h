@@ -35,6 +35,9 @@ public:
     // over the window of `parentView` (the account's main view: a pop-up
     // that only downloads closes at once).
     void admit(WebKitDownload* download, WebKitWebView* parentView);
+    // Whether a download admitted here is running or held (its page must
+    // not go away under it).
+    bool inProgress() const { return !m_running.empty() || !m_held.empty(); }
 
     // The question's response ids.
     static constexpr const char* kAllow = "allow";
@@ -43,6 +46,7 @@ public:
 private:
     void ask(WebKitWebView* parentView);
     void answer(bool allow);
+    void track(WebKitDownload* download);
 
     // Borrowed references
     WebHost& m_host;
@@ -50,6 +54,7 @@ private:
     // Owned references
     DownloadGate m_gate;
     std::vector<Ref<WebKitDownload>> m_held;
+    std::vector<std::pair<Ref<WebKitDownload>, SignalConnection>> m_running; // until "finished"
     Lifetime m_lifetime; // for the question's answer
 };
 

@@ -61,8 +61,13 @@ bool run(WebKitWebView* view, WebKitFileChooserRequest* request) {
     if (FileChooserInterceptor::intercept(view, request))
         return true;
     bool multiple = webkit_file_chooser_request_get_select_multiple(request);
-    GtkFileChooserNative* chooser = gtk_file_chooser_native_new(multiple ? "Select Files" : "Select File", nullptr,
+    // The chooser belongs to the window showing the page (the main window or
+    // a pop-up), so the desktop keeps it above that window.
+    GtkRoot* root = gtk_widget_get_root(GTK_WIDGET(view));
+    GtkWindow* parent = GTK_IS_WINDOW(root) ? GTK_WINDOW(root) : nullptr;
+    GtkFileChooserNative* chooser = gtk_file_chooser_native_new(multiple ? "Select Files" : "Select File", parent,
         GTK_FILE_CHOOSER_ACTION_OPEN, nullptr, nullptr);
+    gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(chooser), parent != nullptr);
     gtk_file_chooser_set_select_multiple(GTK_FILE_CHOOSER(chooser), multiple);
     auto* pending = new PendingChoice { Ref<WebKitFileChooserRequest>(request) };
     // A chooser closed without an answer (never expected) still answers the page.

@@ -47,6 +47,7 @@ public:
 
     const LinkPolicy& policy() const { return m_policy; }
     const PopupWindows& popups() const { return m_popups; }
+    bool downloading() const { return m_downloads.inProgress(); }
 
     // Called with each pop-up view right after it is made (before WebKit
     // loads its page), so others can watch or attach to it.

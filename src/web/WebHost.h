@@ -19,6 +19,11 @@ class WebHost {
 public:
     virtual ~WebHost() = default;
 
+    // The application's action (app.<name>) that a click on one of Orvane's
+    // notifications activates, with the target (account id, page-side id,
+    // empty for none): it selects the account (NotificationRelay::clicked).
+    static constexpr const char* kNotificationClickAction = "notification-clicked";
+
     // An http(s) address leaving an account's pages, exactly as it was
     // checked, for the default browser. `from` is the view it left (or null).
     virtual void openInBrowser(const std::string& address, WebKitWebView* from) = 0;

@@ -7,6 +7,8 @@
 #include "MailService.h"
 #include "AvatarRefresher.h"
 #include "DockBadge.h"
+#include "FeedWatcher.h"
+#include "Hibernator.h"
 #include "MessageSender.h"
 #include "NavigationDelegate.h"
 #include "PageAddress.h"
@@ -14,6 +16,7 @@
 #include "UnreadPoller.h"
 #include "ViewExtension.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -75,6 +78,7 @@ WebViewManager::WebViewManager(WebHost& host, const ServiceCatalog& services,
     , m_cancellable(adopt(g_cancellable_new())) {
     PageStamp::installExtension();
     m_avatars = std::make_unique<AvatarRefresher>(*this);
+    m_hibernator = std::make_unique<Hibernator>(*this);
     m_popupExtensions = observePopups([this](const std::string& accountID, WebKitWebView* popup) {
         PageAddress::track(popup);
         auto it = m_sessions.find(accountID);
@@ -88,6 +92,10 @@ WebViewManager::WebViewManager(WebHost& host, const ServiceCatalog& services,
 
 WebViewManager::~WebViewManager() {
     m_extensions.clear();
+    m_storeSubscription.reset();
+    m_hibernator.reset();
+    m_feedWatchers.clear();
+    g_clear_handle_id(&m_startBound, g_source_remove);
     m_lifetime.end();
     g_cancellable_cancel(m_cancellable.get());
     m_sessions.clear();
@@ -101,6 +109,11 @@ void WebViewManager::configure(AccountStore& store) {
             forgetDataStore(dataStoreID);
         AccountStore::removeWebsiteData(dataStoreID);
     });
+    m_storeSubscription = store.observe([this](unsigned change) {
+        if (change & StoreChangeSelection)
+            storeChanged();
+    });
+    storeChanged();
     refreshDockBadge();
 }
 
@@ -136,6 +149,11 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         return it->second->view.get();
 
     const MailService& service = m_services.forService(account.service);
+    if (auto asleep = m_asleep.find(account.id); asleep != m_asleep.end()) {
+        m_waking[account.id] = std::move(asleep->second);
+        m_asleep.erase(asleep);
+        stopSleepingCount(account.id);
+    }
     auto session = std::make_unique<Session>();
     session->account = account;
     session->contentManager = adopt(webkit_user_content_manager_new());
@@ -197,11 +215,60 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         handleTitle(account.id, title ? std::optional<std::string>(title) : std::nullopt);
     }
 
-    webkit_web_view_load_uri(view, service.homeURL.c_str());
+    startLoading(account.id);
+    if (m_waking.contains(account.id))
+        m_sleepObservers.notify();
     return view;
 }
 
+void WebViewManager::startLoading(const std::string& accountID) {
+    auto it = m_sessions.find(accountID);
+    if (it == m_sessions.end())
+        return;
+    const auto& selected = m_store ? m_store->selectedAccountID() : std::nullopt;
+    if (!m_startGateOpen && selected && *selected != accountID && m_store->account(*selected)) {
+        m_waitingLoads.push_back(accountID);
+        g_debug("A page waits for the selected account's page to load");
+        if (!m_startBound) {
+            m_startBound = g_timeout_add(guint(kStartBound.count()), +[](gpointer self) -> gboolean {
+                auto* manager = static_cast<WebViewManager*>(self);
+                manager->m_startBound = 0;
+                manager->openStartGate();
+                return G_SOURCE_REMOVE;
+            }, this);
+        }
+        return;
+    }
+    const MailService& service = m_services.forService(it->second->account.service);
+    webkit_web_view_load_uri(it->second->view.get(), service.homeURL.c_str());
+}
+
+void WebViewManager::openStartGate() {
+    if (m_startGateOpen)
+        return;
+    m_startGateOpen = true;
+    g_debug("The waiting pages load (%s)", m_startBound ? "the selected page has loaded" : "after the bound");
+    g_clear_handle_id(&m_startBound, g_source_remove);
+    for (const auto& id : std::exchange(m_waitingLoads, {}))
+        startLoading(id);
+}
+
+void WebViewManager::storeChanged() {
+    const auto& selected = m_store->selectedAccountID();
+    m_hibernator->selectionChanged(selected);
+    if (auto waiting = selected ? std::find(m_waitingLoads.begin(), m_waitingLoads.end(), *selected) : m_waitingLoads.end();
+        waiting != m_waitingLoads.end()) {
+        m_waitingLoads.erase(waiting);
+        startLoading(*selected);
+    }
+}
+
 void WebViewManager::pageDidFinish(const std::string& accountID) {
+    if (!m_startGateOpen && m_store && m_store->selectedAccountID() == accountID)
+        openStartGate();
+    m_hibernator->pageLoaded(accountID);
+    if (m_waking.erase(accountID))
+        m_sleepObservers.notify();
     // Every finished load of the account's main view or its pop-ups ends
     // here. Calendar pages never look for a photo: they share their Gmail
     // account's through the data store.
@@ -279,16 +346,26 @@ std::vector<WebKitWebView*> WebViewManager::popupViews(const std::string& accoun
     return it->second->delegate->popups().views();
 }
 
+void WebViewManager::release(Session& session) {
+    session.connections.clear();
+    session.delegate.reset();
+    session.poller.reset();
+    webkit_web_view_stop_loading(session.view.get());
+    removeFromParent(GTK_WIDGET(session.view.get()));
+}
+
 void WebViewManager::discard(const Account& account) {
     if (auto it = m_sessions.find(account.id); it != m_sessions.end()) {
         std::unique_ptr<Session> session = std::move(it->second);
         m_sessions.erase(it);
-        session->connections.clear();
-        session->delegate.reset();
-        session->poller.reset();
-        webkit_web_view_stop_loading(session->view.get());
-        removeFromParent(GTK_WIDGET(session->view.get()));
+        release(*session);
     }
+    m_hibernator->forget(account.id);
+    std::erase(m_waitingLoads, account.id);
+    m_waking.erase(account.id);
+    if (m_asleep.erase(account.id))
+        stopSleepingCount(account.id);
+    m_feedInboxes.erase(account.id);
     m_unreadCounts.erase(account.id);
     m_unreadObservers.notify();
     refreshDockBadge();
@@ -346,6 +423,121 @@ void WebViewManager::compose(const Account& account, const MailtoComponents& mai
     std::string sourceURI = PageScripts::sourceURI(service.composeScriptName);
     webkit_web_view_evaluate_javascript(view, script.c_str(), static_cast<gssize>(script.size()), nullptr,
         sourceURI.c_str(), nullptr, nullptr, nullptr);
+}
+
+void WebViewManager::setHibernationPolicy(HibernationPolicy policy) {
+    m_hibernator->setPolicy(policy);
+}
+
+void WebViewManager::hibernateNow(const std::string& accountID) {
+    m_hibernator->hibernateNow(accountID);
+}
+
+const MailService* WebViewManager::serviceOf(const std::string& accountID) const {
+    if (auto it = m_sessions.find(accountID); it != m_sessions.end())
+        return &m_services.forService(it->second->account.service);
+    const Account* account = m_store ? m_store->account(accountID) : nullptr;
+    return account ? &m_services.forService(account->service) : nullptr;
+}
+
+bool WebViewManager::hibernates(const std::string& accountID) const {
+    const MailService* service = serviceOf(accountID);
+    return service && service->hibernates;
+}
+
+GdkTexture* WebViewManager::snapshot(const std::string& accountID) const {
+    if (auto it = m_asleep.find(accountID); it != m_asleep.end())
+        return it->second.get();
+    auto it = m_waking.find(accountID);
+    return it == m_waking.end() ? nullptr : it->second.get();
+}
+
+HibernationPolicy::Activity WebViewManager::activity(const std::string& accountID) const {
+    HibernationPolicy::Activity activity;
+    auto it = m_sessions.find(accountID);
+    if (it == m_sessions.end())
+        return activity;
+    WebKitWebView* view = it->second->view.get();
+    activity.selected = m_store && m_store->selectedAccountID() == accountID;
+    activity.popupOpen = !popupViews(accountID).empty();
+    activity.playingMedia = webkit_web_view_is_playing_audio(view)
+        || webkit_web_view_get_camera_capture_state(view) != WEBKIT_MEDIA_CAPTURE_STATE_NONE
+        || webkit_web_view_get_microphone_capture_state(view) != WEBKIT_MEDIA_CAPTURE_STATE_NONE
+        || webkit_web_view_get_display_capture_state(view) != WEBKIT_MEDIA_CAPTURE_STATE_NONE;
+    activity.downloading = it->second->delegate && it->second->delegate->downloading();
+    return activity;
+}
+
+// Terminating the web process ends it even while something else still holds
+// the view; each account view has a process of its own.
+void WebViewManager::putToSleep(const std::string& accountID, Ref<GdkTexture> snapshot) {
+    auto it = m_sessions.find(accountID);
+    if (it == m_sessions.end())
+        return;
+    std::unique_ptr<Session> session = std::move(it->second);
+    m_sessions.erase(it);
+    const char* uri = webkit_web_view_get_uri(session->view.get());
+    std::string pageAddress = uri ? uri : "";
+    webkit_web_view_terminate_web_process(session->view.get());
+    release(*session);
+    m_asleep[accountID] = std::move(snapshot);
+    startSleepingCount(session->account, pageAddress);
+    g_info("An idle account went to sleep");
+    m_sleepObservers.notify();
+}
+
+void WebViewManager::startSleepingCount(const Account& account, const std::string& pageAddress) {
+    const MailService& service = m_services.forService(account.service);
+    if (service.feedURL.empty())
+        return;
+    FeedWatcher::Options options;
+    if (auto count = m_unreadCounts.find(account.id); count != m_unreadCounts.end())
+        options.pageCount = count->second;
+    if (auto inbox = m_feedInboxes.find(account.id); inbox != m_feedInboxes.end())
+        options.inbox = inbox->second;
+    FeedWatcher::Callbacks callbacks {
+        [this, id = account.id](int64_t count) { setUnreadCount(id, count); },
+        [this, id = account.id](const std::vector<AtomFeed::Entry>& fresh) {
+            if (const Account* current = m_store ? m_store->account(id) : nullptr)
+                FeedWatcher::notify(m_host, *m_store, *current, fresh);
+        },
+    };
+    m_feedWatchers[account.id] = std::make_unique<FeedWatcher>(account, networkSession(account.dataStoreID),
+        FeedNews::mailboxFeedAddress(service.feedURL, pageAddress), std::move(callbacks), options);
+}
+
+void WebViewManager::stopSleepingCount(const std::string& accountID) {
+    auto it = m_feedWatchers.find(accountID);
+    if (it == m_feedWatchers.end())
+        return;
+    m_feedInboxes[accountID] = it->second->inbox();
+    m_feedWatchers.erase(it);
+}
+
+void WebViewManager::measureMemory(const std::string& accountID,
+    std::function<void(std::optional<uint64_t> bytes)> completion) {
+    WebKitWebView* view = webView(accountID);
+    if (!view) {
+        completion(std::nullopt);
+        return;
+    }
+    using Completion = std::function<void(std::optional<uint64_t>)>;
+    webkit_web_view_send_message_to_page(view, webkit_user_message_new("orvane.memory", nullptr), m_cancellable.get(),
+        +[](GObject* source, GAsyncResult* result, gpointer data) {
+            std::unique_ptr<Completion> completion(static_cast<Completion*>(data));
+            GErrorPtr error;
+            auto reply = adopt(webkit_web_view_send_message_to_page_finish(WEBKIT_WEB_VIEW(source), result, GErrorOut(error)));
+            if (isCancelled(error.get()))
+                return;
+            GVariant* bytes = reply ? webkit_user_message_get_parameters(reply.get()) : nullptr;
+            // Whatever a web process answers is bounded: nothing over 1 TiB.
+            if (bytes && g_variant_is_of_type(bytes, G_VARIANT_TYPE_UINT64) && g_variant_get_uint64(bytes) > 0
+                && g_variant_get_uint64(bytes) < (uint64_t(1) << 40))
+                (*completion)(g_variant_get_uint64(bytes));
+            else
+                (*completion)(std::nullopt);
+        },
+        new Completion(std::move(completion)));
 }
 
 } // namespace orvane

@@ -3,9 +3,11 @@
 #include "Lifetime.h"
 #include "AccountStore.h"
 #include "GRef.h"
+#include "FeedNews.h"
 #include "Observers.h"
 #include "MailtoComponents.h"
 #include "ServiceCatalog.h"
+#include "HibernationPolicy.h"
 
 #include <webkit/webkit.h>
 
@@ -21,6 +23,8 @@
 namespace orvane {
 
 class AvatarRefresher;
+class FeedWatcher;
+class Hibernator;
 class NavigationDelegate;
 class UnreadPoller;
 class ViewExtension;
@@ -52,14 +56,42 @@ public:
     WebHost& host() const { return m_host; }
     const ServiceCatalog& services() const { return m_services; }
 
-    // The account's main view, created, configured and loading on first use.
+    // The account's main view, created, configured and loading on first use
+    // (and on waking). Until the selected account's page has loaded (or
+    // kStartBound has passed), the pages of the others wait to load.
     WebKitWebView* webView(const Account& account);
+    static constexpr std::chrono::milliseconds kStartBound { 3000 };
     // The existing main view of an account, or null; never creates one.
     WebKitWebView* webView(const std::string& accountID) const;
     // The account whose main view this is; nothing for pop-ups and others.
     std::optional<std::string> accountID(WebKitWebView* view) const;
     // Tears down the account's view, observation, poll timer and count.
     void discard(const Account& account);
+
+    // Idle accounts sleep (Hibernator, by the policy): the view goes and its
+    // web process ends, while its network session, count and photo stay, and
+    // a snapshot of the page stands in for it until the account is selected
+    // (its view asked for) and its page has loaded again.
+    void setHibernationPolicy(HibernationPolicy policy);
+    // Puts the account to sleep at once unless something keeps it awake.
+    void hibernateNow(const std::string& accountID);
+    bool isAsleep(const std::string& accountID) const { return m_asleep.contains(accountID); }
+    // The snapshot to show for the account while it sleeps and until its
+    // woken page has loaded; null when there is none.
+    GdkTexture* snapshot(const std::string& accountID) const;
+    // Whether the account's service lets it sleep at all.
+    bool hibernates(const std::string& accountID) const;
+    // What the manager knows keeps the account's page awake (all but typing).
+    HibernationPolicy::Activity activity(const std::string& accountID) const;
+    const MailService* serviceOf(const std::string& accountID) const;
+    // Told whenever an account falls asleep, wakes or its woken page is live.
+    [[nodiscard]] Observers<>::Subscription observeSleep(Observers<>::Callback callback) {
+        return m_sleepObservers.add(std::move(callback));
+    }
+    // What the account's web process uses now (its proportional set size),
+    // asked of Orvane's web-process extension; nothing when the account has
+    // no live page or no answer comes.
+    void measureMemory(const std::string& accountID, std::function<void(std::optional<uint64_t> bytes)> completion);
 
     // Unread counts reported during this run, by account id.
     const std::map<std::string, int64_t>& unreadCounts() const { return m_unreadCounts; }
@@ -110,6 +142,17 @@ public:
 
 private:
     struct Session;
+    friend class Hibernator;
+
+    void putToSleep(const std::string& accountID, Ref<GdkTexture> snapshot);
+    void release(Session& session);
+    // A sleeping account's count and new mail come from its service's unread
+    // feed, when it has one (FeedWatcher); `pageAddress` is where its page was.
+    void startSleepingCount(const Account& account, const std::string& pageAddress);
+    void stopSleepingCount(const std::string& accountID);
+    void storeChanged();
+    void startLoading(const std::string& accountID);
+    void openStartGate();
 
     void handleTitle(const std::string& accountID, const std::optional<std::string>& title);
     void setUnreadCount(const std::string& accountID, int64_t count);
@@ -136,6 +179,17 @@ private:
     Ref<GCancellable> m_cancellable;
     Lifetime m_lifetime; // for deferred work
     std::unique_ptr<AvatarRefresher> m_avatars;
+    std::unique_ptr<Hibernator> m_hibernator;
+    std::map<std::string, Ref<GdkTexture>> m_asleep; // by account id; the snapshot may be null
+    std::map<std::string, Ref<GdkTexture>> m_waking;  // woken, their pages not loaded yet
+    std::map<std::string, std::unique_ptr<FeedWatcher>> m_feedWatchers; // of sleeping accounts, by id
+    std::map<std::string, FeedNews::Inbox> m_feedInboxes; // what earlier watchers found out, by id
+    Observers<> m_sleepObservers;
+    AccountStore::ChangeObservers::Subscription m_storeSubscription;
+    // Start order: the other pages wait for the selected one's first load.
+    bool m_startGateOpen = false;
+    std::vector<std::string> m_waitingLoads;
+    guint m_startBound = 0;
     std::vector<std::unique_ptr<ViewExtension>> m_extensions; // let go first, while all else exists
 };
 

@@ -24,6 +24,12 @@
 // asks for the navigation's policy over the same connection, so the UI side
 // can let that navigation through whatever its host.
 //
+// Memory: asked "orvane.memory" by the UI process, the extension answers with
+// what its own process uses now, the proportional set size in bytes from
+// /proc/self/smaps_rollup (a uint64; 0 when it cannot be read). Reading it
+// here needs no process id, which a sandbox's own process namespace would
+// change.
+//
 // File inputs: WebKit's run-file-chooser does not say which frame asks either.
 // The same listener reports the origin of the frame whose file input is
 // clicked; the chooser request that the click opens follows on the same
@@ -32,6 +38,7 @@
 
 #include <webkit/webkit-web-process-extension.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -41,6 +48,7 @@ constexpr const char* kFrameLinkMessage = "orvane.frame-link";
 constexpr const char* kFileInputMessage = "orvane.file-input";
 constexpr size_t kMaxURILength = 64 * 1024;
 constexpr size_t kMaxOriginLength = 512;
+constexpr const char* kMemoryMessage = "orvane.memory";
 
 std::string& runKey() {
     static std::string key;
@@ -211,10 +219,39 @@ void onWindowObjectCleared(WebKitScriptWorld* world, WebKitWebPage* page, WebKit
     watchClicks(page, frame, origin);
 }
 
+guint64 proportionalSetSize() {
+    guint64 bytes = 0;
+    FILE* file = fopen("/proc/self/smaps_rollup", "re");
+    if (!file)
+        return 0;
+    char line[256];
+    while (fgets(line, sizeof line, file)) {
+        unsigned long long kibibytes = 0;
+        if (sscanf(line, "Pss: %llu kB", &kibibytes) == 1) {
+            bytes = guint64(kibibytes) * 1024;
+            break;
+        }
+    }
+    fclose(file);
+    return bytes;
+}
+
+gboolean onPageMessage(WebKitWebPage*, WebKitUserMessage* message, gpointer) {
+    if (g_strcmp0(webkit_user_message_get_name(message), kMemoryMessage) != 0)
+        return FALSE;
+    webkit_user_message_send_reply(message,
+        webkit_user_message_new(kMemoryMessage, g_variant_new_uint64(proportionalSetSize())));
+    return TRUE;
+}
+
+void onPageCreated(WebKitWebProcessExtension*, WebKitWebPage* page, gpointer) {
+    g_signal_connect(page, "user-message-received", G_CALLBACK(onPageMessage), nullptr);
+}
+
 } // namespace
 
 extern "C" G_MODULE_EXPORT void webkit_web_process_extension_initialize_with_user_data(
-    WebKitWebProcessExtension*, const GVariant* userData) {
+    WebKitWebProcessExtension* extension, const GVariant* userData) {
     auto* data = const_cast<GVariant*>(userData);
     if (!data || !g_variant_is_of_type(data, G_VARIANT_TYPE_STRING))
         return;
@@ -225,4 +262,5 @@ extern "C" G_MODULE_EXPORT void webkit_web_process_extension_initialize_with_use
     runKey().assign(key, length);
     g_signal_connect(webkit_script_world_get_default(), "window-object-cleared", G_CALLBACK(onWindowObjectCleared),
         nullptr);
+    g_signal_connect(extension, "page-created", G_CALLBACK(onPageCreated), nullptr);
 }

@@ -1,7 +1,7 @@
 // The main window's content: the empty state, one web view per account with
 // only the selected one shown, and the sender picker on the layer above.
-// Which account the picker offers and highlights is SenderChoiceTest's; real
-// keys and clicks on it through the real binary are MailtoTest's.
+// Which account the picker offers and highlights is MailtoRouterTest's; real
+// keys on it through the real binary are MailtoTest's.
 #include "ContentView.h"
 
 #include "AccountPickerView.h"
@@ -15,6 +15,8 @@
 namespace orvane::test {
 namespace {
 
+constexpr const char* kNoAccount = "00000000-0000-4000-8000-000000000000";
+
 class ContentViewTest : public WidgetTest {
 protected:
     void show() {
@@ -27,48 +29,39 @@ protected:
         WidgetTest::TearDown();
     }
     GtkWidget* viewOf(const Account& account) { return GTK_WIDGET(manager->webView(account.id)); }
-    // The web views in the web area.
-    std::set<GtkWidget*> webAreaViews() {
+    // The web views in the web area, which holds the first account's view.
+    std::set<GtkWidget*> webAreaViews(GtkWidget* area) {
         std::set<GtkWidget*> views;
-        for (const Account& account : store->accounts())
-            for (GtkWidget* c = viewOf(account) ? gtk_widget_get_first_child(gtk_widget_get_parent(viewOf(account))) : nullptr; c;
-                 c = gtk_widget_get_next_sibling(c))
-                if (WEBKIT_IS_WEB_VIEW(c))
-                    views.insert(c);
+        for (GtkWidget* c = gtk_widget_get_first_child(area); c; c = gtk_widget_get_next_sibling(c))
+            if (WEBKIT_IS_WEB_VIEW(c))
+                views.insert(c);
         return views;
     }
+    static std::string text(GtkWidget* label) { return gtk_label_get_text(GTK_LABEL(label)); }
 
     std::unique_ptr<ContentView> content;
     int reparented = 0; // outlives the views
 };
 
-TEST_F(ContentViewTest, EmptyStateButtonIsTheDefaultUntilThereIsAnAccount) {
+TEST_F(ContentViewTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndReturnAddsOneOnlyWithNone) {
     show();
     EXPECT_TRUE(content->showsEmptyState());
     EXPECT_EQ(gtk_window_get_default_widget(window), content->addAccountButton());
-    ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(window), "default.activate", nullptr)); // what Return does
+    // What Return does:
+    ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(window), "default.activate", nullptr));
     ASSERT_TRUE(waitUntil([&] { return store->accounts().size() == 1; }));
-    const Account account = store->accounts().front();
-    EXPECT_EQ(content->visibleWebView(), viewOf(account));
+    const Account gmail = store->accounts().front();
+    EXPECT_EQ(content->visibleWebView(), viewOf(gmail));
     EXPECT_EQ(gtk_window_get_default_widget(window), nullptr) << "Return belongs to the page now";
 
-    manager->discard(account);
-    store->remove(account);
-    EXPECT_TRUE(content->showsEmptyState());
-    EXPECT_EQ(gtk_window_get_default_widget(window), content->addAccountButton());
-    EXPECT_TRUE(webAreaViews().empty());
-}
-
-TEST_F(ContentViewTest, EveryAccountHasItsOwnViewAddedOnceAndOnlyTheSelectedIsShown) {
-    const Account gmail = store->addAccount();
     const Account outlook = store->addOutlookAccount();
     const Account calendar = store->addCalendar(gmail); // shares the Gmail account's session, not its view
-    show();
+    GtkWidget* area = gtk_widget_get_parent(viewOf(gmail));
     std::set<GtkWidget*> views { viewOf(gmail), viewOf(outlook), viewOf(calendar) };
     ASSERT_EQ(views.size(), 3u);
-    EXPECT_EQ(webAreaViews(), views);
+    EXPECT_EQ(webAreaViews(area), views);
     for (GtkWidget* view : views)
-        g_signal_connect_swapped(view, "notify::parent", G_CALLBACK(+[](int* count) { ++*count; }), &reparented);
+        g_signal_connect_swapped(view, "notify::parent", G_CALLBACK(+[](int* n) { ++*n; }), &reparented);
     for (int index : { 0, 1, 2, 0, 1, 2 }) {
         store->select(index);
         GtkWidget* selected = viewOf(store->accounts()[size_t(index)]);
@@ -77,48 +70,69 @@ TEST_F(ContentViewTest, EveryAccountHasItsOwnViewAddedOnceAndOnlyTheSelectedIsSh
             EXPECT_EQ(gtk_widget_get_child_visible(view), view == selected);
     }
     EXPECT_EQ(reparented, 0);
-    store->setSelectedAccountID(std::string("00000000-0000-4000-8000-000000000000"));
+    store->setSelectedAccountID(std::string(kNoAccount));
     EXPECT_EQ(content->visibleWebView(), nullptr) << "a selection that names no account shows nothing";
 
-    // Removing the selected account shows the first remaining one.
+    // Removing the selected account shows the first remaining one; removing
+    // them all brings the empty state and its default button back.
     store->select(1);
-    auto removedView = Ref<GtkWidget>(viewOf(outlook));
-    manager->discard(outlook);
-    store->remove(outlook);
-    EXPECT_EQ(gtk_widget_get_parent(removedView.get()), nullptr);
+    auto remove = [&](const Account& account) {
+        auto removed = Ref<GtkWidget>(viewOf(account));
+        manager->discard(account);
+        store->remove(account);
+        EXPECT_EQ(gtk_widget_get_parent(removed.get()), nullptr);
+    };
+    remove(outlook);
     EXPECT_EQ(content->visibleWebView(), viewOf(gmail));
-    EXPECT_EQ(webAreaViews(), (std::set<GtkWidget*> { viewOf(gmail), viewOf(calendar) }));
+    remove(gmail);
+    remove(calendar);
+    EXPECT_TRUE(webAreaViews(area).empty());
+    EXPECT_TRUE(content->showsEmptyState());
+    EXPECT_EQ(gtk_window_get_default_widget(window), content->addAccountButton());
 }
 
 using AccountPickerViewTest = ContentViewTest;
 
-TEST_F(AccountPickerViewTest, CardShowsRecipientsTheFirstNineMailAccountsAndTheHint) {
+TEST_F(AccountPickerViewTest, CardOffersTheFirstNineMailAccountsAndOnlyItsKeysButtonsAndBackdropAnswerIt) {
     std::vector<Account> mail { addAccount("home@example.com") };
     store->addCalendar(mail[0]);
     mail.push_back(addAccount("Work Outlook with a rather long name", AccountService::Outlook));
-    for (int i = 3; i <= 10; ++i)
-        mail.push_back(addAccount("account " + std::to_string(i)));
+    store->setSelectedAccountID(mail[1].id);
     show();
-    EXPECT_FALSE(gtk_widget_get_visible(content->picker().widget()));
     AccountPickerView& picker = content->picker();
+    EXPECT_FALSE(gtk_widget_get_visible(picker.widget()));
     content->handleOpenURL("mailto:ana@example.com,tom@example.com?subject=Hi");
     ASSERT_TRUE(waitUntil([&] { return gtk_revealer_get_child_revealed(GTK_REVEALER(picker.widget())); }));
-    auto text = [](GtkWidget* label) { return std::string(gtk_label_get_text(GTK_LABEL(label))); };
     EXPECT_EQ(text(picker.recipientLabel()), "To: ana@example.com, tom@example.com");
+
+    // A digit beyond the offered accounts, and one with Ctrl, are not the
+    // picker's; nor is a real click on the card itself.
+    EXPECT_FALSE(picker.handleKey(GDK_KEY_3, GdkModifierType(0)));
+    EXPECT_FALSE(picker.handleKey(GDK_KEY_2, GDK_CONTROL_MASK));
+    ASSERT_TRUE(canSendXInput(content->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
+    ASSERT_TRUE(pointerAt(picker.card(), { "click", "1" }, 6, 6));
+    EXPECT_TRUE(content->pendingMailto());
+    EXPECT_EQ(store->selectedAccountID(), mail[1].id);
+
+    // Accounts added meanwhile show, up to nine: each tile with its number
+    // under it, then a label at most 96 px wide.
+    for (int i = 3; i <= 10; ++i)
+        mail.push_back(addAccount("account " + std::to_string(i)));
+    // Each new account brings a web view of its own first.
+    ASSERT_TRUE(waitUntil([&] { return picker.accountButtons().size() == 9; }, 30s));
     EXPECT_EQ(text(picker.hintLabel()), SenderChoice::hint(9));
     auto buttons = picker.accountButtons();
-    ASSERT_EQ(buttons.size(), 9u);
     for (size_t i = 0; i < buttons.size(); ++i) {
         auto* tile = ORVANE_AVATAR_VIEW(AccountPickerView::tileOf(buttons[i]));
         EXPECT_EQ(orvane_avatar_view_get_account(tile).id, mail[i].id);
         EXPECT_EQ(bool(orvane_avatar_view_get_selected(tile)), i == 0);
         EXPECT_FALSE(orvane_avatar_view_get_show_badge(tile));
-        // Under the tile: its number, then a label at most 96 px wide.
         GtkWidget* number = gtk_widget_get_next_sibling(GTK_WIDGET(tile));
         EXPECT_EQ(text(number), std::to_string(i + 1));
-        EXPECT_LE(gtk_widget_get_width(gtk_widget_get_next_sibling(number)), AccountPickerView::kLabelMaxWidth);
+        GtkWidget* label = gtk_widget_get_next_sibling(number);
+        EXPECT_LE(gtk_widget_get_width(label), AccountPickerView::kLabelMaxWidth);
     }
-    EXPECT_EQ(gtk_widget_get_height(picker.backdrop()), gtk_widget_get_height(content->widget())) << "it covers the content";
+    EXPECT_EQ(gtk_widget_get_height(picker.backdrop()), gtk_widget_get_height(content->widget()));
 
     // A megabyte of recipients makes a short line, cut in the middle.
     std::string many;
@@ -129,45 +143,22 @@ TEST_F(AccountPickerViewTest, CardShowsRecipientsTheFirstNineMailAccountsAndTheH
     EXPECT_LE(g_utf8_strlen(line.c_str(), -1), AccountPickerView::kMaxRecipientChars + 1);
     EXPECT_EQ(line.rfind("To: someone0@example.com, ", 0), 0u);
     EXPECT_TRUE(g_str_has_suffix(line.c_str(), "last@example.com"));
-}
 
-TEST_F(AccountPickerViewTest, OnlyItsKeysButtonsAndBackdropAnswerIt) {
-    const Account home = addAccount("home");
-    const Account work = addAccount("work", AccountService::Outlook);
-    store->setSelectedAccountID(home.id);
-    show();
-    AccountPickerView& picker = content->picker();
-    content->handleOpenURL("mailto:a@example.com");
-    ASSERT_TRUE(waitUntil([&] { return gtk_revealer_get_child_revealed(GTK_REVEALER(picker.widget())); }));
-
-    // A digit beyond the offered accounts, and one with Ctrl, are not the picker's.
-    EXPECT_FALSE(picker.handleKey(GDK_KEY_3, GdkModifierType(0)));
-    EXPECT_FALSE(picker.handleKey(GDK_KEY_2, GDK_CONTROL_MASK));
-    // A real click on the card itself changes nothing.
-    ASSERT_TRUE(canSendXInput(content->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
-    {
-        XInputLock lock;
-        ASSERT_TRUE(pointerAt(picker.card(), { "click", "1" }, 6, 6));
-    }
-    EXPECT_TRUE(content->pendingMailto());
-    EXPECT_EQ(store->selectedAccountID(), home.id);
-
-    // A button picks its account.
-    gtk_widget_activate(picker.accountButtons()[1]);
-    EXPECT_TRUE(waitUntil([&] { return store->selectedAccountID() == work.id; }));
+    // A button picks its account; once gone, the layer takes no clicks.
+    gtk_widget_activate(picker.accountButtons()[2]);
+    EXPECT_TRUE(waitUntil([&] { return store->selectedAccountID() == mail[2].id; }));
     EXPECT_FALSE(content->pendingMailto());
     EXPECT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(picker.widget()); }));
-    // Once gone, the layer takes no clicks from the content.
     GtkWidget* picked = gtk_widget_pick(content->widget(), 15, 15, GTK_PICK_DEFAULT);
     EXPECT_FALSE(picked && gtk_widget_is_ancestor(picked, picker.widget()));
 
     // A default that names no account: Return does nothing, the picker stays.
-    store->setDefaultMailtoAccountID("00000000-0000-4000-8000-000000000000");
+    store->setDefaultMailtoAccountID(kNoAccount);
     content->handleOpenURL("mailto:a@example.com");
     EXPECT_TRUE(picker.handleKey(GDK_KEY_Return, GdkModifierType(0)));
     EXPECT_TRUE(content->pendingMailto());
     EXPECT_TRUE(picker.handleKey(GDK_KEY_1, GdkModifierType(0)));
-    EXPECT_EQ(store->selectedAccountID(), home.id);
+    EXPECT_EQ(store->selectedAccountID(), mail[0].id);
 }
 
 } // namespace

@@ -18,6 +18,29 @@
 
 namespace orvane::test {
 
+using Strings = std::vector<std::string>;
+
+// A menu's items as "label→action", or "label→action(target)" with their
+// text targets, and "—" opening each section.
+inline Strings menuItems(GMenuModel* model, bool withTargets = false) {
+    Strings items;
+    for (int i = 0; model && i < g_menu_model_get_n_items(model); ++i) {
+        if (auto section = adopt(g_menu_model_get_item_link(model, i, G_MENU_LINK_SECTION))) {
+            items.push_back("—");
+            std::ranges::copy(menuItems(section.get(), withTargets), std::back_inserter(items));
+            continue;
+        }
+        char *label = nullptr, *action = nullptr, *target = nullptr;
+        g_menu_model_get_item_attribute(model, i, G_MENU_ATTRIBUTE_LABEL, "s", &label);
+        g_menu_model_get_item_attribute(model, i, G_MENU_ATTRIBUTE_ACTION, "s", &action);
+        g_menu_model_get_item_attribute(model, i, G_MENU_ATTRIBUTE_TARGET, "s", &target);
+        GCharPtr ownedLabel(label), ownedAction(action), ownedTarget(target);
+        std::string item = std::string(label ? label : "") + "→" + (action ? action : "");
+        items.push_back(withTargets && target ? item + "(" + target + ")" : item);
+    }
+    return items;
+}
+
 class WidgetTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -44,11 +67,12 @@ protected:
         gtk_window_set_default_size(window, width, height);
         gtk_window_set_child(window, child);
         gtk_window_present(window);
-        ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(child) && gtk_widget_get_width(child) > 0; }));
+        ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(child) && gtk_widget_get_width(child); }));
     }
 
     Account addAccount(const std::string& label, std::optional<AccountService> service = std::nullopt) {
-        Account account = service == AccountService::Outlook ? store->addOutlookAccount() : store->addAccount();
+        Account account
+            = service == AccountService::Outlook ? store->addOutlookAccount() : store->addAccount();
         account.label = label;
         store->update(account);
         return account;

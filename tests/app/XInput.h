@@ -33,22 +33,25 @@ inline bool runXdotool(std::vector<std::string> args) {
         argv.push_back(arg.data());
     argv.push_back(nullptr);
     int status = -1;
-    return g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr, nullptr, &status,
-               nullptr)
+    return g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr,
+               nullptr, &status, nullptr)
         && g_spawn_check_wait_status(status, nullptr);
 }
 
-// Tests that move the shared pointer take turns: ctest runs test processes in
-// parallel on one X server. Held for the lifetime of the object; waits up to
-// a minute for the other holder.
+// Tests that move the shared pointer take turns: test processes run by hand
+// may share one X server (ctest gives web and widget tests turns with it
+// already). Held for the lifetime of the object; waits up to a minute for
+// the other holder.
 class XInputLock {
 public:
     XInputLock() {
         const char* display = g_getenv("DISPLAY");
-        std::string path = std::string(g_get_tmp_dir()) + "/orvane-xinput-" + (display ? display : "none") + ".lock";
+        std::string path
+            = std::string(g_get_tmp_dir()) + "/orvane-xinput-" + (display ? display : "none") + ".lock";
         m_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (m_fd >= 0)
-            waitUntil([this] { return (m_held = flock(m_fd, LOCK_EX | LOCK_NB) == 0); }, std::chrono::seconds(60));
+            waitUntil(
+                [this] { return (m_held = flock(m_fd, LOCK_EX | LOCK_NB) == 0); }, std::chrono::seconds(60));
     }
     ~XInputLock() {
         if (m_fd >= 0)
@@ -84,8 +87,9 @@ inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, d
     // Arrive with a motion, as a hand would: a pointer that is already there
     // after a popover closed may not count as over the window yet. Another
     // test's window may have been mapped over this one: raise it first.
-    std::vector<std::string> args = { "windowraise", xid, "mousemove", "--sync", "--window", xid, px(out.x, dx, 2),
-        px(out.y, dy, 2), "mousemove", "--sync", "--window", xid, px(out.x, dx, 0), px(out.y, dy, 0) };
+    std::vector<std::string> args
+        = { "windowraise", xid, "mousemove", "--sync", "--window", xid, px(out.x, dx, 2), px(out.y, dy, 2),
+              "mousemove", "--sync", "--window", xid, px(out.x, dx, 0), px(out.y, dy, 0) };
     args.insert(args.end(), then.begin(), then.end());
     bool ok = runXdotool(args);
     drainEvents();

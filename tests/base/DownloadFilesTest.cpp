@@ -1,6 +1,8 @@
 #include "DownloadsFolder.h"
 #include "FileNames.h"
 #include "Files.h"
+#include "ImageBytes.h"
+#include "Token.h"
 #include "UniqueFile.h"
 #include "support/TestEnvironment.h"
 
@@ -16,6 +18,8 @@
 namespace orvane {
 namespace {
 
+using namespace std::string_literals;
+
 std::set<std::string> namesIn(const std::string& folder) {
     std::set<std::string> names;
     if (GDir* dir = g_dir_open(folder.c_str(), 0, nullptr)) {
@@ -29,44 +33,33 @@ std::set<std::string> namesIn(const std::string& folder) {
 // That a sanitized name is one plain, valid name within its bound, without
 // control or bidirectional characters, dots or spaces at its ends, and that
 // numbering keeps the number and extension, is fuzz/FileNamesFuzzer's. Here:
-// which name is kept of a path, and what is never decoded.
-TEST(FileNamesTest, NamesFromPagesAreOnlyTheirLastPart) {
-    const std::pair<std::string, std::string> cases[] = {
-        { "../../.bashrc", "bashrc" },
-        { "..\\..\\Windows\\win.ini", "win.ini" },
-        { "a/b/", "download" },
-        { "..", "download" },
-        { "%2e%2e%2f", "%2e%2e%2f" }, // never decoded: only a name
-        { "Grüße.pdf", "Grüße.pdf" },
-    };
-    for (const auto& [name, clean] : cases)
-        EXPECT_EQ(FileNames::sanitized(name, "download"), clean) << name;
-
-    // Too long: cut on a character boundary, keeping the extension.
-    std::string wide;
-    for (int i = 0; i < 150; ++i)
-        wide += "é";
-    EXPECT_TRUE(g_str_has_suffix(FileNames::sanitized(wide + ".txt", "x").c_str(), "é.txt"));
-    EXPECT_EQ(FileNames::sanitized("a." + std::string(300, 'b'), "x").size(), 255u) << "an extension that is most of the name";
-}
-
+// which name is kept of a path, what is never decoded, and what is never
+// overwritten, followed or made outside the folder.
 TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) {
     std::string root = test::makeTempFolder("unique");
     std::string folder = root + "/Downloads";
     ASSERT_TRUE(Files::makeFolder(folder));
-    auto made = [&](const std::string& suggested, const char* fallback = "download") {
-        auto file = UniqueFile::create(folder, suggested, fallback);
-        return file ? file->path().substr(folder.size() + 1) : "<none>";
-    };
     const std::pair<std::string, std::string> sequence[] = {
         { "report.pdf", "report.pdf" }, { "report.pdf", "report 1.pdf" }, { "report.pdf", "report 2.pdf" },
         { "archive.tar.gz", "archive.tar.gz" }, { "archive.tar.gz", "archive.tar 1.gz" },
-        { "", "download" }, { "..", "download 1" }, { "../../.bashrc", "bashrc" }, { "/etc/passwd", "passwd" },
+        { "", "download" }, { "..", "download 1" }, { "a/b/", "download 2" },
+        { "../../.bashrc", "bashrc" }, { "..\\..\\Windows\\win.ini", "win.ini" },
+        { "%2e%2e%2f", "%2e%2e%2f" }, // never decoded: only a name
+        { "Grüße.pdf", "Grüße.pdf" },
     };
-    for (const auto& [suggested, name] : sequence)
-        EXPECT_EQ(made(suggested), name) << suggested;
-    EXPECT_EQ(made("", "image"), "image");
-    EXPECT_EQ(namesIn(root), std::set<std::string> { "Downloads" }) << "something was made outside the folder";
+    for (const auto& [suggested, name] : sequence) {
+        auto file = UniqueFile::create(folder, suggested, "download");
+        EXPECT_EQ(file ? file->path() : "<none>", folder + "/" + name) << suggested;
+    }
+    EXPECT_EQ(UniqueFile::create(folder, "", "image")->path(), folder + "/image");
+    EXPECT_EQ(namesIn(root), std::set<std::string> { "Downloads" }) << "a file was made outside the folder";
+
+    // Too long: cut on a character boundary, keeping a short extension.
+    std::string wide;
+    for (int i = 0; i < 150; ++i)
+        wide += "é";
+    EXPECT_TRUE(g_str_has_suffix(FileNames::sanitized(wide + ".txt", "x").c_str(), "é.txt"));
+    EXPECT_EQ(FileNames::sanitized("a." + std::string(300, 'b'), "x").size(), 255u) << "a long extension";
 
     // A planted link (out of the folder, or nowhere) or a folder takes the name.
     std::string outside = root + "/victim";
@@ -103,16 +96,18 @@ TEST(UniqueFileTest, ParallelSavesOfOneNameEachGetTheirOwnFile) {
     std::string folder = test::makeTempFolder("parallel");
     std::vector<std::string> paths(100);
     std::vector<std::thread> threads;
-    for (size_t i = 0; i < paths.size(); ++i)
+    for (size_t i = 0; i < paths.size(); ++i) {
         threads.emplace_back([&, i] {
-            if (auto file = UniqueFile::create(folder, "report.pdf", "download"); file && file->write(std::to_string(i)))
+            auto file = UniqueFile::create(folder, "report.pdf", "download");
+            if (file && file->write(std::to_string(i)))
                 paths[i] = file->path();
         });
+    }
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(namesIn(folder).size(), paths.size());
     for (size_t i = 0; i < paths.size(); ++i)
-        EXPECT_EQ(Files::read(paths[i], 100).value_or(""), std::to_string(i)) << "save " << i << " was overwritten";
+        EXPECT_EQ(Files::read(paths[i], 100).value_or(""), std::to_string(i)) << "save " << i;
 }
 
 // GLib reads user-dirs.dirs; a change seen at the next download and a
@@ -124,6 +119,44 @@ TEST(DownloadsFolderTest, WithoutUserDirsHomeDownloadsIsMadeOnFirstUse) {
     g_remove((std::string(g_get_user_config_dir()) + "/user-dirs.dirs").c_str());
     EXPECT_EQ(DownloadsFolder::path().value_or(""), home + "/Downloads");
     EXPECT_TRUE(g_file_test((home + "/Downloads").c_str(), G_FILE_TEST_IS_DIR));
+}
+
+// That base64 is read strictly, and that a data: address gives its type and
+// some bytes or nothing, is fuzz/ImageBytesFuzzer's (its seeds hold the
+// refused ones). Here: which bytes, and which extension.
+TEST(ImageBytesTest, DataAddressesDecodeAndTheExtensionComesFromTheTypeThenTheSignatureElseJPEG) {
+    const std::string png = "\x89PNG\r\n\x1a\n";
+    auto decoded = ImageBytes::fromDataURL("data:image/png;base64,iVBORw0KGgo=");
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->meta, "data:image/png;base64");
+    EXPECT_EQ(decoded->data, png);
+    EXPECT_EQ(ImageBytes::fromDataURL("data:,R0lG")->data, "GIF");
+
+    const std::tuple<const char*, std::string, const char*> cases[] = {
+        { "data:image/JPEG;base64", png, ".jpg" }, // the type wins, in any letter case
+        { "image/gif", png, ".gif" },
+        { "image/webp", png, ".webp" },
+        { "image/HEIC", png, ".heic" },
+        { "image/png+jpeg", "", ".jpg" },          // in table order
+        { "data:application/octet-stream;base64", png, ".png" },
+        { "", png.substr(0, 7), ".jpg" },          // a PNG signature has 8 bytes
+        { "", "GIF8", ".gif" },
+        { "", "RIFF\x10\0\0\0WEBP"s, ".webp" },
+        { "image/svg+xml", "<svg/>", ".jpg" },
+        { "", "ftypheic....", ".jpg" },            // no HEIC sniffing
+    };
+    for (const auto& [meta, bytes, extension] : cases)
+        EXPECT_EQ(ImageBytes::extension(meta, bytes), extension) << meta << " " << bytes;
+}
+
+// Photo file names are tokens of their addresses. The values come from an
+// independent big-integer computation of the same recurrence, modulo 2^64.
+TEST(TokenTest, KnownValuesOfBytesWrappingAt64Bits) {
+    EXPECT_EQ(token(""), "45h");
+    EXPECT_EQ(token("hello"), "2orgj27b");
+    EXPECT_EQ(token("Grüße ✉"), "2wwq49ggmcyxt");
+    EXPECT_EQ(token(std::string(100, 'x')), "1rh46cgnzfvnp");
+    EXPECT_EQ(token("owa:" + token("data:image/png;base64,AAAA")), "11nvstsxy8lya");
 }
 
 } // namespace

@@ -28,7 +28,9 @@ TEST(FloodGatesTest, DownloadsBeyondAFewWithoutAGestureWaitForOneAnswer) {
         { "a gesture lets one download go, not counted, and only within five seconds",
             "0S 0S 0S 100i 200S 300A 400i 500S 600n 700i 5800D 5900i 6000S 6100D" },
     };
-    const std::map<char, DownloadGate::Verdict> verdicts = { { 'S', Start }, { 'A', Ask }, { 'H', Hold }, { 'D', Drop } };
+    const std::map<char, DownloadGate::Verdict> verdicts = {
+        { 'S', Start }, { 'A', Ask }, { 'H', Hold }, { 'D', Drop },
+    };
     for (const auto& [name, steps] : cases) {
         DownloadGate gate;
         const auto start = DownloadGate::Clock::now();

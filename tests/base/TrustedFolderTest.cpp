@@ -25,9 +25,11 @@ TEST(TrustedFolderTest, OnlyFoldersNoOtherUserCanChangeAreTrusted) {
         { "a sticky folder above, as /tmp", 01777, 0755, 0644, true },
     };
     for (const auto& [name, above, folder, module, trusted] : cases) {
-        std::string top = test::makeTempFolder("above");
-        ASSERT_TRUE(Files::makeFolder(top + "/ext") && Files::replaceAtomically(top + "/ext/liborvane_webext.so", "module"));
-        ASSERT_EQ(chmod((top + "/ext/liborvane_webext.so").c_str(), module) | chmod((top + "/ext").c_str(), folder) | chmod(top.c_str(), above), 0);
+        const std::string top = test::makeTempFolder("above");
+        const std::string file = top + "/ext/liborvane_webext.so";
+        ASSERT_TRUE(Files::makeFolder(top + "/ext") && Files::replaceAtomically(file, "module"));
+        ASSERT_EQ(chmod(file.c_str(), module), 0);
+        ASSERT_EQ(chmod((top + "/ext").c_str(), folder) | chmod(top.c_str(), above), 0);
         EXPECT_EQ(!TrustedFolder::problem(top + "/ext"), trusted) << name;
         // Through a symbolic link, the folder it points at counts.
         std::string link = test::makeTempFolder("link") + "/to";
@@ -48,12 +50,13 @@ TEST(TrustedFolderTest, OnlyFoldersNoOtherUserCanChangeAreTrusted) {
     // Another user's folder or module, when the test may hand one over.
     if (geteuid() != 0)
         return;
-    std::string theirs = test::makeTempFolder("theirs");
+    const std::string theirs = test::makeTempFolder("theirs");
+    const std::string module = theirs + "/liborvane_webext.so";
     ASSERT_EQ(chmod(theirs.c_str(), 0755), 0);
-    ASSERT_TRUE(Files::replaceAtomically(theirs + "/liborvane_webext.so", "module"));
-    ASSERT_EQ(chown((theirs + "/liborvane_webext.so").c_str(), 65534, 65534), 0);
+    ASSERT_TRUE(Files::replaceAtomically(module, "module"));
+    ASSERT_EQ(chown(module.c_str(), 65534, 65534), 0);
     EXPECT_TRUE(TrustedFolder::problem(theirs));
-    ASSERT_EQ(chown((theirs + "/liborvane_webext.so").c_str(), 0, 0) | chown(theirs.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(chown(module.c_str(), 0, 0) | chown(theirs.c_str(), 65534, 65534), 0);
     EXPECT_TRUE(TrustedFolder::problem(theirs));
 }
 

@@ -52,16 +52,20 @@ protected:
         if (!waitUntil([&] { return (found = orvane.windowsTitled("Drag Source")).size() == 1; }, 20s))
             return false;
         std::string window = std::to_string(found[0]);
-        std::vector<std::string> moves = { "xdotool", "windowmove", window, "1150", "120", "windowraise", window,
-            "mousemove", "1200", "170", "sleep", "0.1", "mousedown", "1", "sleep", "0.1" };
+        std::vector<std::string> moves = { "windowmove", window, "1150", "120", "windowraise", window };
+        auto moveTo = [&](int toX, int toY, const char* pause) {
+            std::vector<std::string> move
+                = { "mousemove", std::to_string(toX), std::to_string(toY), "sleep", pause };
+            moves.insert(moves.end(), move.begin(), move.end());
+        };
+        moveTo(1200, 170, "0.1");
+        moves.insert(moves.end(), { "mousedown", "1", "sleep", "0.1" });
         for (int step = 1; step <= 24; ++step)
-            moves.insert(moves.end(), { "mousemove", std::to_string(1200 + (x - 1200) * step / 24),
-                                          std::to_string(170 + (y - 170) * step / 24), "sleep", "0.03" });
+            moveTo(1200 + (x - 1200) * step / 24, 170 + (y - 170) * step / 24, "0.03");
         for (int wiggle : { 1, -1, 0 })
-            moves.insert(moves.end(), { "mousemove", std::to_string(x + wiggle), std::to_string(y), "sleep", "0.1" });
+            moveTo(x + wiggle, y, "0.1");
         moves.insert(moves.end(), { "mouseup", "1" });
-        auto result = orvane.run(moves);
-        return result && result->status == 0;
+        return orvane.xdotool(moves);
     }
 
     // What file managers and browsers offer: a text/uri-list.
@@ -73,7 +77,7 @@ protected:
     }
     std::string file(const std::string& name) {
         std::string path = orvane.folder() + "/" + name;
-        EXPECT_TRUE(name.empty() || Files::replaceAtomically(path, "contents of " + name));
+        EXPECT_TRUE(Files::replaceAtomically(path, "contents of " + name));
         return GCharPtr(g_filename_to_uri(path.c_str(), nullptr, nullptr)).get();
     }
     bool chooserShown() const { return !orvane.windowsTitled("Select Files").empty(); }
@@ -84,12 +88,9 @@ protected:
 TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayThePages) {
     serveWithRemote("/gmail/", "/gmail/index.html", kReporter);
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/", "/calendar/"));
-    // With no account there is nothing to attach to: nothing happens.
-    auto point = webAreaPoint();
-    ASSERT_TRUE(drag(uris({ file("lonely.txt"), file("") }), point.first, point.second));
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded"));
-    EXPECT_TRUE(events("gmail", "files-chosen").empty());
+    auto point = webAreaPoint();
 
     ASSERT_TRUE(drag(uris({ file("report.pdf"), file("holiday photo.jpg") }), point.first, point.second));
     ASSERT_TRUE(waitForEvents("gmail", "files-chosen"));
@@ -97,7 +98,7 @@ TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayTheP
     EXPECT_EQ(chosen["names"], nlohmann::json::array({ "report.pdf", "holiday photo.jpg" }));
     // The drop opened a compose form first, and the page never got the drop.
     ASSERT_EQ(events("gmail", "compose-clicked").size(), 1u);
-    EXPECT_LT(events("gmail", "compose-clicked").front().data["at"].get<double>(), chosen["at"].get<double>());
+    EXPECT_LT(events("gmail", "compose-clicked")[0].data["at"].get<double>(), chosen["at"].get<double>());
     EXPECT_TRUE(events("gmail", "page-drop").empty());
     EXPECT_FALSE(chooserShown());
 

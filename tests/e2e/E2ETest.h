@@ -23,7 +23,10 @@ protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
 
-    struct Event { std::string who, event; nlohmann::json data; };
+    struct Event {
+        std::string who, event;
+        nlohmann::json data;
+    };
 
     E2ETest() {
         server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
@@ -34,7 +37,8 @@ protected:
         });
         server.handle("/notify/report", [this](SoupServerMessage* message, const std::string&) {
             auto data = nlohmann::json::parse(parameter(message, "data"), nullptr, false);
-            m_events.push_back({ parameter(message, "who"), parameter(message, "event"), data.is_discarded() ? nullptr : data });
+            m_events.push_back({ parameter(message, "who"), parameter(message, "event"),
+                data.is_discarded() ? nullptr : data });
             respond(message, "");
         });
     }
@@ -46,14 +50,23 @@ protected:
         orvane.stop(5s);
     }
     // This process's own connection to orvane's display, closed before the test ends.
-    GdkDisplay* display() { return m_display = m_display ? m_display : gdk_display_open(orvane.getenv("DISPLAY")); }
+    GdkDisplay* display() {
+        return m_display = m_display ? m_display : gdk_display_open(orvane.getenv("DISPLAY"));
+    }
 
     // Puts the services' home pages on the server, with 127.0.0.1 as their
     // only in-app host, and starts orvane with these arguments.
-    bool startOrvane(const std::string& gmailPage = "/e2e/red.html", const std::string& outlookPage = "/e2e/green.html",
-        const std::string& calendarPage = "/e2e/blue.html", const std::vector<std::string>& arguments = {}) {
-        orvane.overrideServices(server.uri(gmailPage), server.uri(outlookPage), server.uri(calendarPage));
+    bool startOrvane(const std::string& gmail = "/e2e/red.html",
+        const std::string& outlook = "/e2e/green.html", const std::string& calendar = "/e2e/blue.html",
+        const std::vector<std::string>& arguments = {}) {
+        orvane.overrideServices(server.uri(gmail), server.uri(outlook), server.uri(calendar));
         return orvane.start(arguments);
+    }
+
+    // An account as accounts.json holds it.
+    static nlohmann::json account(const std::string& id, const std::string& service) {
+        return { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 },
+            { "service", service } };
     }
 
     // Serves a stand-in page (tests/fixtures/gmail/index.html…) at `path`
@@ -70,9 +83,16 @@ protected:
             [&](const Event& e) { return e.who == who && e.event == event; });
         return found;
     }
-    bool waitForEvents(const std::string& who, const std::string& event, size_t count = 1, std::chrono::milliseconds timeout = 30s) const {
-        return waitUntil([&] { return events(who, event).size() >= count; }, timeout);
+    bool waitForEvents(const std::string& who, const std::string& event, size_t count = 1) const {
+        return waitUntil([&] { return events(who, event).size() >= count; }, 30s);
     }
+    // Requests for the path whose query starts so ("page=red" at
+    // /e2e/loaded, "who=gmail" at /notify/next).
+    int requests(const std::string& path, const std::string& query) const {
+        auto all = server.requests(path);
+        return int(std::ranges::count_if(all, [&](auto& r) { return r.query.rfind(query, 0) == 0; }));
+    }
+    int loads(const std::string& page) const { return requests("/e2e/loaded", "page=" + page); }
 
     // The windows titled "Orvane" once there are `count` of them, the main
     // window (the first one found) first.
@@ -103,12 +123,8 @@ protected:
         }, 20s);
     }
     bool waitForColor(std::pair<int, int> point, Screenshot::Color color, const std::string& name) {
-        return waitForScreenshot(name, [&](const Screenshot& shot) { return shot.pixel(point.first, point.second).near(color); });
-    }
-
-    int loads(const std::string& page) const {
-        auto requests = server.requests("/e2e/loaded");
-        return int(std::count_if(requests.begin(), requests.end(), [&](const auto& r) { return r.query.rfind("page=" + page, 0) == 0; }));
+        auto [x, y] = point;
+        return waitForScreenshot(name, [&](auto& shot) { return shot.pixel(x, y).near(color); });
     }
 
     FixtureServer server;
@@ -125,7 +141,8 @@ private:
     }
     static void respond(SoupServerMessage* message, const std::string& body) {
         soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
+        soup_server_message_set_response(
+            message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
     }
 
     unsigned long m_main = 0;

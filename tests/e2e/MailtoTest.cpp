@@ -15,7 +15,11 @@ constexpr const char* kFormReporter = R"JS(
 let lastForm = '';
 setInterval(() => {
     let form;
-    try { form = window.__fixture.dialogs ? window.__fixture.dialogs()[0] || null : window.__fixture.compose(); } catch (e) { return; }
+    try {
+        form = window.__fixture.dialogs ? window.__fixture.dialogs()[0] || null : window.__fixture.compose();
+    } catch (e) {
+        return;
+    }
     if (JSON.stringify(form) !== lastForm)
         report('form', form), lastForm = JSON.stringify(form);
 }, 100);
@@ -44,9 +48,6 @@ protected:
 };
 
 TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChosenAccount) {
-    auto account = [](const char* id, const char* service) {
-        return nlohmann::json { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 }, { "service", service } };
-    };
     orvane.writeAccountsFile({ { "accounts", { account(kGmailID, "mail"), account(kOutlookID, "outlook") } },
         { "selectedAccountID", kGmailID }, { "alwaysAskOnMailto", true } });
     serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
@@ -60,7 +61,8 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
 
     // Its key 2 picks the second account, which composes the link and is shown.
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "2"));
-    ASSERT_TRUE(waitUntil([&] { return field("outlook", "body").find("See you at 10") != std::string::npos; }, 30s));
+    auto composed = [&] { return field("outlook", "body").find("See you at 10") != std::string::npos; };
+    ASSERT_TRUE(waitUntil(composed, 30s));
     auto outlook = events("outlook", "form").back().data;
     EXPECT_EQ(outlook["to"], nlohmann::json::array({ "tom@example.com", "eva@example.com" }));
     EXPECT_EQ(outlook["subject"], "Quarterly numbers");
@@ -69,8 +71,10 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     EXPECT_EQ(field("gmail"), "");
 
     // A mailto: link the page follows is routed the same way.
-    runInPage("outlook", "const link = document.createElement('a'); link.href = 'mailto:eva@example.com?subject=From%20a%20page';"
-                         "document.body.append(link); link.click();");
+    runInPage("outlook",
+        "const link = document.createElement('a');"
+        "link.href = 'mailto:eva@example.com?subject=From%20a%20page';"
+        "document.body.append(link); link.click();");
     ASSERT_TRUE(pickerOnScreen("picker-for-the-page", true));
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "1"));
     ASSERT_TRUE(waitUntil([&] { return field("gmail") == "From a page"; }, 20s));

@@ -5,7 +5,6 @@
 
 #include "Account.h"
 
-
 namespace orvane::test {
 
 class PasteTest : public E2ETest {

@@ -1,20 +1,25 @@
+// What differs between the services: the hosts each owns, the values its
+// page scripts get, what its titles mean and where its links go.
+#include "ExternalLink.h"
+#include "LinkPolicy.h"
 #include "MailService.h"
+#include "TitleParsers.h"
 
 #include "Files.h"
 #include "ScriptTemplate.h"
 #include "support/TestServices.h"
 #include "support/TestEnvironment.h"
 
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include <cstdlib>
 
 namespace orvane {
 namespace {
 
 using Hosts = std::set<std::string>;
+using Count = std::optional<int64_t>;
+using Text = std::optional<std::string>;
+using enum ExternalLink::Action;
 
 std::string writeOverrides(const std::string& content) {
     std::string path = test::makeTempFolder("overrides") + "/services.json";
@@ -25,13 +30,12 @@ std::string writeOverrides(const std::string& content) {
 // Own hosts: the service's pages and frames, not its sign-in pages; any port,
 // http or https, addresses and serialized origins alike.
 TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
-    const auto& gmail = test::testServices().gmail();
-    const auto& calendar = test::testServices().calendar();
-    const auto& outlook = test::testServices().outlook();
-    EXPECT_EQ(&test::testServices().forService(std::nullopt), &gmail);
-    EXPECT_EQ(&test::testServices().forService(AccountService::Mail), &gmail);
-    EXPECT_EQ(&test::testServices().forService(AccountService::Calendar), &calendar);
-    EXPECT_EQ(&test::testServices().forService(AccountService::Outlook), &outlook);
+    const auto& services = test::testServices();
+    const auto& gmail = services.gmail();
+    const auto& calendar = services.calendar();
+    const auto& outlook = services.outlook();
+    EXPECT_EQ(&services.forService(std::nullopt), &gmail) << "no service: a Gmail account";
+    EXPECT_EQ(&services.forService(AccountService::Mail), &gmail);
     const std::tuple<const MailService*, const char*, bool> cases[] = {
         { &gmail, "https://chat.google.com", true },
         { &gmail, "HTTPS://Mail.Google.COM:8443", true },
@@ -49,8 +53,8 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
 
     // Titles are read only where the service's titles carry something
     // (Gmail's, tests/web/UnreadCountsWebTest).
-    EXPECT_FALSE(outlook.unread("Inbox (4) - a@b.c - Gmail"));
-    EXPECT_FALSE(calendar.unread("Inbox (4) - a@b.c - Gmail") || calendar.label("Inbox (4) - a@b.c - Gmail"));
+    const std::string gmailTitle = "Inbox (4) - a@b.c - Gmail";
+    EXPECT_FALSE(outlook.unread(gmailTitle) || calendar.unread(gmailTitle) || calendar.label(gmailTitle));
     EXPECT_FALSE(calendar.composeJS || calendar.attachClickJS || calendar.photoJS || calendar.unreadPollJS);
     EXPECT_FALSE(gmail.unreadPollJS) << "Gmail's count comes from its title";
 }
@@ -77,47 +81,167 @@ TEST(MailServiceTest, JSONLiteralsReadBackAsTheSameTextAndTemplatesFillOnce) {
 
 TEST(MailServiceTest, OverridesReplaceTheHomeAndHostsOfTheirEntriesOnly) {
     std::string path = writeOverrides(R"({
-        "gmail": {"homeURL": "http://127.0.0.1:4321/gmail/", "inAppHosts": ["127.0.0.1", "Accounts.Example.TEST"]},
+        "gmail": {"homeURL": "http://127.0.0.1:4321/gmail/", "feedURL": "http://127.0.0.1:4321/gmail/feed/atom",
+                  "inAppHosts": ["127.0.0.1", "Accounts.Example.TEST"]},
         "outlook": {"homeURL": "https://mail.example.test/owa/"},
         "calendar": {"inAppHosts": ["localhost"]}
     })");
     auto gmail = MailService::build(AccountService::Mail, path);
     EXPECT_EQ(gmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
     EXPECT_EQ(gmail.ownHosts, gmail.inAppHosts) << "replaced hosts are the deployment's own";
+    EXPECT_EQ(gmail.feedURL, "http://127.0.0.1:4321/gmail/feed/atom");
     auto outlook = MailService::build(AccountService::Outlook, path);
     EXPECT_EQ(outlook.inAppHosts, test::testServices().outlook().inAppHosts);
-    EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test") && outlook.ownsAddress("https://outlook.office.com"));
+    EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test"));
+    EXPECT_TRUE(outlook.ownsAddress("https://outlook.office.com"));
     auto calendar = MailService::build(AccountService::Calendar, path);
     EXPECT_EQ(calendar.homeURL, test::testServices().calendar().homeURL);
     EXPECT_EQ(calendar.inAppHosts, Hosts({ "localhost" }));
+    EXPECT_EQ(calendar.feedURL + outlook.feedURL, "") << "only Gmail has an unread feed";
 
-    // Bad overrides leave the built-in values; one bad field spares the other.
+    // Bad overrides leave the built-in values; one bad field (a home that is
+    // not http or https) spares the other.
     const auto& builtIn = test::testServices().gmail();
-    for (const std::string& content : { std::string("not json"), std::string(R"({"gmail": {"homeURL": "file:///etc/passwd"}})"),
-             std::string(R"x({"gmail": {"homeURL": "javascript:alert(1)"}})x"), std::string(R"({"gmail": {"inAppHosts": []}})"),
-             std::string(R"({"gmail": {"inAppHosts": ["ok.example", "example.com/path"]}})"),
-             std::string(R"({"gmail": {"inAppHosts": ["ok.example", "127.0.0.1:8080"]}})"),
-             R"({"gmail": {"homeURL": "http://127.0.0.1/"}, "pad": ")" + std::string(1024 * 1024, 'x') + "\"}" }) {
+    const std::string bad[] = {
+        "not json",
+        R"({"gmail": {"feedURL": "file:///feed"}})",
+        R"({"gmail": {"inAppHosts": []}})",
+        R"({"gmail": {"inAppHosts": ["ok.example", "example.com/path"]}})",
+        R"({"gmail": {"inAppHosts": ["ok.example", "127.0.0.1:8080"]}})",
+        R"({"gmail": {"homeURL": "http://127.0.0.1/"}, "pad": ")" + std::string(1024 * 1024, 'x') + "\"}",
+    };
+    for (const std::string& content : bad) {
         auto entry = MailService::build(AccountService::Mail, writeOverrides(content));
-        EXPECT_EQ(std::tie(entry.homeURL, entry.inAppHosts), std::tie(builtIn.homeURL, builtIn.inAppHosts)) << content.substr(0, 80);
+        EXPECT_EQ(std::tie(entry.homeURL, entry.feedURL, entry.inAppHosts),
+            std::tie(builtIn.homeURL, builtIn.feedURL, builtIn.inAppHosts))
+            << content.substr(0, 80);
     }
-    auto half = MailService::build(AccountService::Mail, writeOverrides(R"({"gmail": {"homeURL": "ftp://x/", "inAppHosts": ["h.example"]}})"));
+    auto half = MailService::build(AccountService::Mail,
+        writeOverrides(R"({"gmail": {"homeURL": "ftp://x/", "inAppHosts": ["h.example"]}})"));
     EXPECT_EQ(half.homeURL, builtIn.homeURL);
     EXPECT_EQ(half.inAppHosts, Hosts({ "h.example" }));
 }
 
-// The shared entries read ORVANE_SERVICE_OVERRIDES once per process, so this
-// runs in a child process of its own.
-TEST(MailServiceTest, SharedEntriesReadTheOverridesFileOnce) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    std::string path = writeOverrides(R"({"outlook": {"homeURL": "http://127.0.0.1:9/outlook/mail/"}})");
-    EXPECT_EXIT({
-        g_setenv("ORVANE_SERVICE_OVERRIDES", path.c_str(), TRUE);
-        bool first = test::testServices().outlook().homeURL == "http://127.0.0.1:9/outlook/mail/"
-            && test::testServices().gmail().homeURL == "https://mail.google.com/";
-        Files::replaceAtomically(path, R"({"outlook": {"homeURL": "http://127.0.0.1:10/"}})");
-        std::exit(first && test::testServices().outlook().homeURL == "http://127.0.0.1:9/outlook/mail/" ? 0 : 1);
-    }, ::testing::ExitedWithCode(0), "");
+// What the titles mean. That a count is never negative, that an address has
+// an "@" and a dot and no separator, and that a name is a non-empty, trimmed
+// piece of the title, is fuzz/TitleParsersFuzzer's.
+TEST(TitleParsersTest, GmailUnreadIsTheDigitsBetweenTheFirstParenthesesOfAnInboxTitle) {
+    const std::pair<Text, Count> cases[] = {
+        { "Inbox (3) - a@b.c - Gmail", 3 },
+        { "inbox(12)", 12 },
+        { "Inbox - a@b.c - Gmail", 0 },
+        { "Inbox (1.234.567) - x - Gmail", 1234567 }, // separators are not digits
+        { "Inbox (3 new) (7)", 3 },
+        { "Inbox (9223372036854775807)", INT64_MAX },
+        { "Inbox (9223372036854775808)", 0 },
+        // Digits of other scripts fail the ASCII reading: 0, not a wrong number.
+        { "Inbox (1\u0663)", 0 },
+        { std::nullopt, std::nullopt },
+        { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
+        { " Inbox (3)", std::nullopt },
+    };
+    for (const auto& [title, count] : cases)
+        EXPECT_EQ(TitleParsers::gmailInboxUnread(title), count) << title.value_or("no title");
+}
+
+// Gmail: the first address-like piece names the account; Outlook: the piece
+// before the final "Outlook".
+TEST(TitleParsersTest, GmailEmailAndOutlookNameArePiecesOfTheTitle) {
+    constexpr auto gmail = &TitleParsers::gmailEmail;
+    constexpr auto outlook = &TitleParsers::outlookName;
+    const std::tuple<Text (*)(const Text&), Text, Text> cases[] = {
+        { gmail, "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
+        { gmail, "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
+        { gmail, "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
+        { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
+        { gmail, "x\ta@b.c", "x\ta@b.c" },
+        { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not
+        { gmail, "x\u2012a@b.c", "x\u2012a@b.c" },
+        { gmail, std::nullopt, std::nullopt },
+        { outlook, "Mail - Display Name - OUTLOOK", "Display Name" },
+        { outlook, "Inbox - Part One - Part Two - Outlook", "Part Two" },
+        { outlook, "Mail -   Spaced\tName \t - Outlook  ", "Spaced\tName" },
+        { outlook, std::nullopt, std::nullopt },
+        { outlook, "Display Name - Outlook", std::nullopt },
+        { outlook, "Mail - Display Name - Outlook Web", std::nullopt },
+        { outlook, "Mail-Display Name-Outlook", std::nullopt },
+        { outlook, "Mail \u2013 Display Name \u2013 Outlook", std::nullopt },
+    };
+    for (const auto& [parse, title, piece] : cases)
+        EXPECT_EQ(parse(title), piece) << title.value_or("no title");
+}
+
+// Where an address leaving an account's pages goes: an http(s) address for
+// the browser (unwrapped from Google's redirect wrappers), a mailto: link for
+// Orvane's own routing, or nothing; and what a pop-up window is titled. That
+// only http(s) addresses of printable ASCII within the bound reach the
+// browser, and that what does is stable when checked again, is
+// fuzz/ExternalLinkFuzzer's.
+TEST(ExternalLinkTest, OnlyCheckedWebAddressesReachTheBrowserAndMailLinksTheRouting) {
+    const std::string wrapper = "https://www.google.com/url?q=";
+    const std::tuple<std::string, ExternalLink::Action, std::string> cases[] = {
+        { "HTTP://Example.org:8080/a?b=1#c", Browser, "HTTP://Example.org:8080/a?b=1#c" },
+        // Google's wrappers: q first, then url; percent-decoded; one level only.
+        { wrapper + "https%3A%2F%2Fexample.org%2Fa%3Fb%3D1&sa=D", Browser, "https://example.org/a?b=1" },
+        { "http://google.com/url?url=https://example.org/", Browser, "https://example.org/" },
+        { "https://WWW.Google.com/url?q=javascript:alert(1)&url=https://example.org/x", Browser,
+            "https://example.org/x" },
+        { wrapper + "https%3A%2F%2Fwww.google.com%2Furl%3Fq%3Dhttps%3A%2F%2Fexample.org", Browser,
+            wrapper + "https://example.org" },
+        { "https://accounts.google.com/ServiceLogin?continue=https%3A%2F%2Fmail.google.com%2F", Browser,
+            "https://mail.google.com/" },
+        { wrapper + "https://example.org/a%20b%C3%A9%25", Browser, "https://example.org/a%20b%C3%A9%25" },
+        // Wrappers that point nowhere usable are themselves the address.
+        { wrapper + "mailto:a@b.c", Browser, wrapper + "mailto:a@b.c" },
+        { wrapper + "%zz", Browser, wrapper + "%25zz" },
+        { "https://maps.google.com/url?q=https://example.org/", Browser,
+            "https://maps.google.com/url?q=https://example.org/" },
+        // Another scheme unwraps nothing and opens nothing.
+        { "ftp://www.google.com/url?q=https://example.org/", Nothing, "" },
+        { "MailTo:someone@example.org?subject=Hi", Mail, "MailTo:someone@example.org?subject=Hi" },
+        { "mailto:a@b.c\r\nBcc:x@y.z", Nothing, "" },
+        { "https://exa%41mple.org/", Nothing, "" },
+        { " https://example.org/", Nothing, "" },
+        { "https://example.org/" + std::string(ExternalLink::kMaxAddressBytes, 'a'), Nothing, "" },
+    };
+    for (const auto& [address, action, handedOn] : cases) {
+        ExternalLink link = externalLinkFor(address);
+        EXPECT_EQ(link.action, action) << address;
+        EXPECT_EQ(link.address, handedOn) << address;
+    }
+}
+
+// With the real hosts: no overrides are set in the core tests, so the
+// catalogue is the built-in one.
+TEST(LinkPolicy, InAppHostsKeepTheirAddressesAndPopupTitlesNameOthers) {
+    const LinkPolicy gmail(test::testServices().gmail());
+    const LinkPolicy calendar(test::testServices().forService(AccountService::Calendar));
+    const LinkPolicy outlook(test::testServices().forService(AccountService::Outlook));
+    const std::tuple<const LinkPolicy&, std::string, ExternalLink::Action> cases[] = {
+        { gmail, "https://www.google.com/url?q=https%3A%2F%2Fexample.org%2F", Browser },
+        { gmail, "https://www.google.com/url?q=https%3A%2F%2Fmail.google.com%2Fmail%2F", Nothing },
+        { gmail, "https://accounts.google.com/x?continue=https://mail.google.com/", Nothing },
+        { gmail, "https://MAIL.google.com/mail/u/0/", Nothing },
+        { gmail, "https://sub.mail.google.com/", Browser },
+        { calendar, "https://calendar.google.com/calendar/r", Nothing },
+        { calendar, "https://mail.google.com/", Browser },
+        { outlook, "https://login.live.com/", Nothing },
+    };
+    for (const auto& [policy, uri, action] : cases)
+        EXPECT_EQ(policy.leavingLink(uri).action, action) << uri;
+
+    const std::pair<std::string, std::string> titles[] = {
+        { "", "Orvane" },
+        { "https://mail.google.com/mail/u/0/", "Orvane" },
+        { "blob:https://mail.google.com/5d9e", "Orvane" },
+        { "https://Login.Example.com/sso", "Orvane — login.example.com" },
+        { "http://mail.google.com.evil.example/", "Orvane — mail.google.com.evil.example" },
+        { "blob:https://evil.example/5d9e", "Orvane — evil.example" },
+        { "about:blank", "Orvane — about:blank" },
+        { "data:text/html,<title>Gmail</title>", "Orvane — data:" },
+    };
+    for (const auto& [uri, title] : titles)
+        EXPECT_EQ(gmail.popupTitle(uri), title) << uri;
 }
 
 } // namespace

@@ -29,6 +29,7 @@ protected:
         for (const auto& [name, path] : { std::pair { "gmail", gmailPath }, { "outlook", outlookPath },
                  { "calendar", std::string("/calendar/") } })
             overrides[name] = { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
+        overrides["gmail"]["feedURL"] = server.uri("/gmail/feed/atom");
         std::string path = makeTempFolder("overrides") + "/services.json";
         ASSERT_TRUE(Files::replaceAtomically(path, overrides.dump()));
         g_setenv("ORVANE_SERVICE_OVERRIDES", path.c_str(), TRUE);

@@ -1,0 +1,159 @@
+// Idle accounts sleep: with ORVANE_HIBERNATE_AFTER=2, an account not
+// selected for two seconds loses its web process and its tile dims, and
+// selecting it brings its page back; a page whose compose form holds typed
+// text never sleeps, so the text is still there.
+#include "E2ETest.h"
+
+#include <set>
+#include <sstream>
+
+namespace orvane::test {
+
+namespace {
+
+constexpr const char* kGmailID = "6A2F3C1E-8D4B-4E7A-9C1D-2B3E4F5A6B7C";
+constexpr const char* kCalendarID = "3C4D5E6F-7A8B-4C9D-8E0F-1A2B3C4D5E6F";
+constexpr const char* kOutlookID = "1B2C3D4E-5F60-4172-8394-A5B6C7D8E9F0";
+
+// Reports the Gmail stand-in's first compose dialog whenever it changes.
+constexpr const char* kFormReporter = R"JS(
+let lastForm = '';
+setInterval(() => {
+    const form = JSON.stringify(window.__fixture.dialogs()[0] || null);
+    if (form !== lastForm)
+        report('form', JSON.parse(form)), lastForm = form;
+}, 100);
+)JS";
+
+} // namespace
+
+class HibernationTest : public E2ETest {
+protected:
+    // The live WebKit web processes below orvane.
+    std::set<int> webProcesses() const {
+        auto listing = orvane.run({ "ps", "-e", "-o", "pid=,ppid=,s=,comm=" });
+        std::map<int, int> parents;
+        std::set<int> candidates, found;
+        std::istringstream lines(listing ? listing->output : "");
+        for (std::string line; std::getline(lines, line);) {
+            int pid = 0, parent = 0;
+            char state = 0, name[32] = "";
+            if (sscanf(line.c_str(), "%d %d %c %31s", &pid, &parent, &state, name) == 4) {
+                parents[pid] = parent;
+                if (state != 'Z' && g_str_has_prefix(name, "WebKitWebProces"))
+                    candidates.insert(pid);
+            }
+        }
+        for (int pid : candidates)
+            for (int above = parents[pid]; above > 1; above = parents.count(above) ? parents[above] : 0)
+                if (above == orvane.pid())
+                    found.insert(pid);
+        return found;
+    }
+    // How far the inside of a tile (0, 1: the mail tiles; 2: the calendar's)
+    // stands out from the column's background: dimming brings it closer.
+    int tileContrast(const Screenshot& shot, size_t tile) {
+        auto column = pointIn(mainWindow(), 0, 0);
+        int x = column.first + 26; // left of the initials
+        Screenshot::Color background = shot.pixel(x, column.second + 360); // below the add button
+        std::vector<std::pair<int, int>> runs; // rows off the background: tiles and the add button
+        for (int y = column.second; y < column.second + 360; ++y) {
+            bool off = !shot.pixel(x, y).near(background, 6);
+            if (off && (runs.empty() || runs.back().second != y - 1))
+                runs.push_back({ y, y });
+            else if (off)
+                runs.back().second = y;
+        }
+        std::erase_if(runs, [](auto run) { return run.second - run.first < 30; });
+
+        if (runs.size() <= tile)
+            return -1;
+        int middle = (runs[tile].first + runs[tile].second) / 2, total = 0;
+        for (int y = middle - 10; y < middle + 10; ++y) {
+            Screenshot::Color c = shot.pixel(x, y);
+            total += std::abs(c.red - background.red) + std::abs(c.green - background.green) + std::abs(c.blue - background.blue);
+        }
+        return total / 20;
+    }
+    std::string typedTo() const {
+        auto forms = events("gmail", "form");
+        auto form = forms.empty() ? nlohmann::json() : forms.back().data;
+        return form.is_object() ? form.value("toText", "") : "";
+    }
+};
+
+TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake) {
+    auto account = [](const char* id, const char* service) {
+        return nlohmann::json { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 }, { "service", service } };
+    };
+    orvane.writeAccountsFile({ { "accounts", { account(kGmailID, "mail"), account(kOutlookID, "outlook"), account(kCalendarID, "calendar") } },
+        { "selectedAccountID", kGmailID } });
+    orvane.setEnvironment("ORVANE_HIBERNATE_AFTER", "2");
+    orvane.setEnvironment("G_MESSAGES_DEBUG", "Orvane");
+    serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
+    // The calendar page's second load waits until the test lets it go.
+    int calendarRequests = 0;
+    Ref<SoupServerMessage> held;
+    server.handle("/e2e/blue.html", [&](SoupServerMessage* message, const std::string&) {
+        auto page = Files::read(FixtureServer::fixturesDir() + "/e2e/blue.html", 1 << 20).value_or("");
+        soup_server_message_set_status(message, 200, nullptr);
+        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
+        if (++calendarRequests == 2) {
+            held = Ref<SoupServerMessage>(message);
+            soup_server_message_pause(message);
+        }
+    });
+    ASSERT_TRUE(startOrvane("/gmail/?who=gmail"));
+    ASSERT_TRUE(waitForEvents("gmail", "loaded") && waitUntil([&] { return loads("green") == 1; }, 30s));
+    unsigned long window = mainWindow();
+
+    // Typed into the selected Gmail page's compose form.
+    runInPage("gmail", "document.querySelector('[gh=cm]').click()");
+    ASSERT_TRUE(waitUntil([&] { return !events("gmail", "form").empty() && events("gmail", "form").back().data.is_object(); }, 10s));
+    auto [x, y] = webAreaPoint();
+    ASSERT_TRUE(orvane.click(x - 400, y));
+    runInPage("gmail", "document.querySelector('[aria-label=\"To recipients\"]').focus(); report('focused')");
+    ASSERT_TRUE(waitForEvents("gmail", "focused"));
+    for (std::string typed : { "t", "to", "tom" }) {
+        ASSERT_TRUE(orvane.pressKeys(window, typed.substr(typed.size() - 1)));
+        ASSERT_TRUE(waitUntil([&] { return typedTo() == typed; }, 10s)) << typedTo();
+    }
+
+    // The calendar, never selected, sleeps: one web process fewer, its tile dimmed.
+    ASSERT_TRUE(waitUntil([&] { return loads("blue") == 1; }, 30s));
+    ASSERT_TRUE(waitUntil([&] { return webProcesses().size() == 2; }, 30s)) << webProcesses().size();
+    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
+    // The Outlook and calendar tiles have the same colour.
+    EXPECT_TRUE(waitForScreenshot("calendar-asleep", [&](const Screenshot& shot) {
+        return tileContrast(shot, 2) >= 0 && tileContrast(shot, 2) * 10 < tileContrast(shot, 1) * 7;
+    }));
+
+    // Gmail, idle now but with text in its form, is asked and stays awake.
+    auto asked = [&] {
+        std::string log = orvane.log();
+        size_t count = 0;
+        for (size_t at = log.find("holds typed text"); at != std::string::npos; at = log.find("holds typed text", at + 1))
+            ++count;
+        return count;
+    };
+    ASSERT_TRUE(waitUntil([&] { return asked() >= 2; }, 20s));
+    EXPECT_EQ(webProcesses().size(), 2u);
+    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
+    runInPage("gmail", "lastForm = ''");
+    ASSERT_TRUE(waitForEvents("gmail", "form", 3));
+    EXPECT_EQ(typedTo(), "tom");
+    EXPECT_EQ(server.requestCount("/gmail/"), 1);
+
+    // Selecting the calendar wakes it: its snapshot shows while its page
+    // loads again, and its tile is bright.
+    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(3)));
+    ASSERT_TRUE(waitUntil([&] { return bool(held); }, 30s));
+    EXPECT_TRUE(waitForColor(webAreaPoint(), { 0x1d, 0x4e, 0xd8 }, "calendar-snapshot"));
+    soup_server_message_unpause(held.get());
+    EXPECT_TRUE(waitUntil([&] { return loads("blue") == 2 && webProcesses().size() == 3; }, 30s));
+    EXPECT_TRUE(waitForScreenshot("calendar-awake-tile", [&](const Screenshot& shot) {
+        return std::abs(tileContrast(shot, 2) - tileContrast(shot, 1)) * 10 < tileContrast(shot, 1);
+    }));
+}
+
+} // namespace orvane::test

@@ -1,0 +1,64 @@
+#include "HibernationPolicy.h"
+
+#include <gtest/gtest.h>
+
+namespace orvane {
+namespace {
+
+using namespace std::chrono_literals;
+using Activity = HibernationPolicy::Activity;
+using Limit = std::optional<HibernationPolicy::Seconds>;
+
+TEST(HibernationPolicyTest, AnAccountSleepsOnlyWhenIdleForTheLimitWithNothingKeepingItAwake) {
+    struct Case {
+        const char* what;
+        Limit limit;
+        Activity activity;
+        std::chrono::steady_clock::duration idle;
+        bool sleeps;
+    };
+    const Case cases[] = {
+        { "idle for the limit", 900s, {}, 900s, true },
+        { "idle a little less", 900s, {}, 899999ms, false },
+        { "never", std::nullopt, {}, 1000h, false },
+        { "selected", 2s, { .selected = true }, 1h, false },
+        { "a pop-up open", 2s, { .popupOpen = true }, 1h, false },
+        { "a compose form with text", 2s, { .composing = true }, 1h, false },
+        { "media playing", 2s, { .playingMedia = true }, 1h, false },
+        { "a download running", 2s, { .downloading = true }, 1h, false },
+        { "everything at once", 2s, { true, true, true, true, true }, 1h, false },
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(HibernationPolicy(c.limit).maySleep(c.activity, c.idle), c.sleeps) << c.what;
+}
+
+TEST(HibernationPolicyTest, TheEnvironmentReplacesThePreferenceAndBadValuesFallBack) {
+    struct Case {
+        std::optional<double> preference;
+        std::optional<std::string_view> environment;
+        Limit limit;
+    };
+    const Case cases[] = {
+        { std::nullopt, std::nullopt, 900s },
+        { 300, std::nullopt, 300s },
+        { 0, std::nullopt, std::nullopt },
+        { 1.2, std::nullopt, 2s },
+        { -5, std::nullopt, 900s },
+        { 1e300, std::nullopt, HibernationPolicy::kLongestLimit },
+        { 300, "2", 2s },
+        { 300, "0", std::nullopt },
+        { 0, "60", 60s },
+        { 300, "9999999999", HibernationPolicy::kLongestLimit },
+        { 300, "99999999999999999999", 300s }, // past 64 bits
+        { 300, "-2", 300s },
+        { 300, "2s", 300s },
+        { 300, " 2", 300s },
+        { 300, "", 300s },
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(HibernationPolicy::limitFrom(c.preference, c.environment), c.limit)
+            << c.preference.value_or(-1) << " / " << c.environment.value_or("(unset)");
+}
+
+} // namespace
+} // namespace orvane
