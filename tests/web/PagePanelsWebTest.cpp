@@ -23,12 +23,18 @@ GtkWindow* toplevelOf(GType type) {
 
 // Clicks the button on screen with this label, as the user would (the
 // dialog keeps a second, hidden set of buttons for its narrow layout).
-void click(GtkWidget* widget, const std::string& label) {
+// The click may destroy the dialog: nothing of it is touched afterwards.
+bool click(GtkWidget* widget, const std::string& label) {
     for (GtkWidget* child = gtk_widget_get_first_child(widget); child; child = gtk_widget_get_next_sibling(child)) {
-        if (GTK_IS_BUTTON(child) && gtk_widget_get_mapped(child) && g_strcmp0(gtk_button_get_label(GTK_BUTTON(child)), label.c_str()) == 0)
+        if (GTK_IS_BUTTON(child) && gtk_widget_get_mapped(child)
+            && g_strcmp0(gtk_button_get_label(GTK_BUTTON(child)), label.c_str()) == 0) {
             g_signal_emit_by_name(child, "clicked");
-        click(child, label);
+            return true;
+        }
+        if (click(child, label))
+            return true;
     }
+    return false;
 }
 
 class PagePanelsWebTest : public ManagerWebFixture {
@@ -85,7 +91,7 @@ TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
                 gtk_editable_set_text(GTK_EDITABLE(entry), typed.c_str());
         }
         if (response)
-            click(GTK_WIDGET(dialog), adw_message_dialog_get_response_label(dialog, response));
+            EXPECT_TRUE(click(GTK_WIDGET(dialog), adw_message_dialog_get_response_label(dialog, response)));
         else
             gtk_window_close(GTK_WINDOW(dialog));
         EXPECT_EQ(logUntil("[\"after\""), nlohmann::json({ { "before", kind }, { "result", kind, result }, { "after", kind } }));
@@ -115,12 +121,13 @@ TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
     // Opens the input's chooser and answers it with a file, or cancels.
     auto choose = [&](const char* input, bool multiple, const char* name) {
         run(view, std::string("document.getElementById('") + input + "').click()");
-        GtkWindow* window = waitForToplevel(GTK_TYPE_FILE_CHOOSER_DIALOG);
-        ASSERT_TRUE(window);
-        GtkFileChooser* chooser = GTK_FILE_CHOOSER(window);
+        GtkWindow* panel = waitForToplevel(GTK_TYPE_FILE_CHOOSER_DIALOG);
+        ASSERT_TRUE(panel);
+        GtkFileChooser* chooser = GTK_FILE_CHOOSER(panel);
         EXPECT_EQ(bool(gtk_file_chooser_get_select_multiple(chooser)), multiple);
         EXPECT_EQ(gtk_file_chooser_get_action(chooser), GTK_FILE_CHOOSER_ACTION_OPEN);
-        EXPECT_FALSE(gtk_window_get_transient_for(window));
+        EXPECT_EQ(gtk_window_get_transient_for(panel), window) << "kept above the window showing the page";
+        EXPECT_TRUE(gtk_window_get_modal(panel));
         if (name) {
             Ref<GFile> file = adopt(g_file_new_for_path((folder + "/" + name).c_str()));
             ASSERT_TRUE(gtk_file_chooser_set_file(chooser, file.get(), nullptr));
