@@ -41,106 +41,104 @@ TEST(NotificationRelayTest, MessagesNeedATextIDAndTheirTextsArriveBoundedAndPlai
 
 TEST(NotificationRelayTest, TitleSubtitleAndIdentifierFollowThePageAndTheAccount) {
     const std::string account = "0F8C2B6E-3C1D-4A57-9B0E-2D6A1F4E8C3B";
-    auto untitled = NotificationRelay::content({ "1", "", "Hello", "" }, account, "Work", false);
+    auto content = [&](const Message& message, const std::string& label, bool markup = false) {
+        return NotificationRelay::content(message, account, label, markup);
+    };
+    auto untitled = content({ "1", "", "Hello", "" }, "Work");
     EXPECT_EQ(untitled.title, "Work") << "no title: the label is the title, not repeated";
     EXPECT_EQ(untitled.body, "Hello");
-    EXPECT_FALSE(NotificationRelay::content({ "1", "", "", "" }, account, "Work", false).body);
-    EXPECT_EQ(NotificationRelay::content({ "2", "", "", "" }, account, "", false).title, "Orvane");
-    auto titled = NotificationRelay::content({ "2", "New mail", "From Ann", "" }, account, "Work", false);
+    EXPECT_FALSE(content({ "1", "", "", "" }, "Work").body);
+    EXPECT_EQ(content({ "2", "", "", "" }, "").title, "Orvane");
+    auto titled = content({ "2", "New mail", "From <Ann> & co", "" }, "Work");
     EXPECT_EQ(titled.title, "New mail");
-    EXPECT_EQ(titled.body, "Work\nFrom Ann") << "the label leads the body as its subtitle";
+    EXPECT_EQ(titled.body, "Work\nFrom <Ann> & co") << "the label leads the body as its subtitle, as text";
 
     // A tag names the notification, per account; no tag gives a fresh UUID.
     EXPECT_EQ(canonicalUUID(titled.id), titled.id);
-    EXPECT_NE(NotificationRelay::content({ "3", "x", "", "" }, account, "Work", false).id, titled.id);
-    EXPECT_EQ(NotificationRelay::content({ "4", "x", "", "inbox" }, account, "Work", false).id, "orvane-" + account + "-inbox");
+    EXPECT_NE(content({ "3", "x", "", "" }, "Work").id, titled.id);
+    EXPECT_EQ(content({ "4", "x", "", "inbox" }, "Work").id, "orvane-" + account + "-inbox");
 
-    // Markup stays text: escaped only for servers that would read it, never in titles.
-    Message markup { "5", "<b>Bold</b> & co", "<a href=\"https://evil.example/\">x</a> &amp;", "" };
-    auto plain = NotificationRelay::content(markup, account, "A&B <W>", false);
-    EXPECT_EQ(plain.body, "A&B <W>\n<a href=\"https://evil.example/\">x</a> &amp;");
-    auto escaped = NotificationRelay::content(markup, account, "A&B <W>", true);
+    // Markup is escaped only for servers that would read it, and never in titles.
+    auto escaped =
+        content({ "5", "<b>Bold</b> & co", "<a href=\"https://evil.example/\">x</a> &amp;", "" }, "A&B", true);
     EXPECT_EQ(escaped.title, "<b>Bold</b> & co");
-    EXPECT_EQ(escaped.body, "A&amp;B &lt;W&gt;\n&lt;a href=&quot;https://evil.example/&quot;&gt;x&lt;/a&gt; &amp;amp;");
+    EXPECT_EQ(escaped.body, "A&amp;B\n&lt;a href=&quot;https://evil.example/&quot;&gt;x&lt;/a&gt; &amp;amp;");
 }
-
 
 class NotificationShimWebTest : public ManagerWebFixture {
 protected:
-    // An account view on shim.html with its frame loaded; messages to
-    // orvaneNotify are recorded instead of shown.
-    WebKitWebView* openPage(const Account& account) {
-        useServices("/notify/shim.html");
-        manager->configure(*store);
-        manager->setMessageReceiver("orvaneNotify", [this](WebKitWebView* sender, JSCValue* body) {
-            EXPECT_EQ(sender, view);
-            received.push_back(resultFromJSC(body, nullptr).value);
-        });
-        view = show(account);
-        EXPECT_TRUE(waitLoaded(view));
-        EXPECT_TRUE(waitForJS(view, "document.getElementById('frame').contentDocument.readyState === 'complete'"));
-        return view;
-    }
-    json run(const std::string& script) {
+    json page(const std::string& script) {
         auto result = runJS(view, script);
         EXPECT_TRUE(result.ok) << script << ": " << result.error;
         return result.value;
     }
 
     WebKitWebView* view = nullptr;
-    std::vector<json> received;
 };
 
-TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationThatPostsEachOneWithItsStamp) {
-    openPage(store->addAccount());
-    EXPECT_EQ(run("[Notification.permission, Notification.maxActions]"), json({ "granted", 0 }));
-    EXPECT_EQ(run("let answer; Notification.requestPermission(p => { answer = p; }); answer"), "granted") << "the callback at once";
-    run("Notification.requestPermission(() => { throw new Error('page'); }).then(p => { window.promised = p; }); true");
-    EXPECT_TRUE(waitForJS(view, "window.promised === 'granted'")) << "a throwing callback stays the page's; the promise comes";
-
-    std::string stamp = run("window.__orvanePage").get<std::string>();
-    ASSERT_FALSE(stamp.empty());
-    run("new Notification('Hi'); new Notification('New mail', { body: 'From Ann', tag: 'inbox', icon: 'x.png', data: { a: 1 } }); true");
-    run("new (document.getElementById('frame').contentWindow.Notification)('In frame'); true"); // a frame counts on its own
-    // A second injection into the same frame leaves the first shim working.
-    run("window.firstShim = window.Notification; true");
-    run(std::string(BridgeScripts::text("bridges/notification-shim.js")) + "; true");
-    EXPECT_EQ(run("window.Notification === window.firstShim"), true);
-    run("new Notification('After'); true");
-    ASSERT_TRUE(waitUntil([&] { return received.size() == 4; }));
-    EXPECT_EQ(received[0], json({ { "id", "1" }, { "title", "Hi" }, { "body", "" }, { "tag", "" }, { "orvanePage", stamp } }));
-    EXPECT_EQ(received[1], json({ { "id", "2" }, { "title", "New mail" }, { "body", "From Ann" }, { "tag", "inbox" }, { "orvanePage", stamp } }));
-    EXPECT_EQ(received[2].value("id", "") + received[2].value("orvanePage", ""), "1" + stamp);
-    EXPECT_EQ(received[3].value("id", ""), "3");
-}
-
-// A click selects its account (and saves) without creating a view, and runs
-// the page's own handler; anything else runs nothing.
-TEST_F(NotificationShimWebTest, AClickSelectsTheAccountAndRunsTheListenerThePageLeftInPlace) {
+// What the page sees of Notification and posts, and what a click does: it
+// selects its account (and saves) without creating a view, and runs the
+// page's own handler; anything else runs nothing.
+TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectTheAccountAndRunTheListener) {
     const Account shown = store->addAccount();
     const Account hidden = store->addAccount();
     store->setSelectedAccountID(shown.id);
-    openPage(shown);
-    run(R"JS(window.calls = [];
+    useServices("/notify/shim.html");
+    std::vector<json> received; // what was posted to orvaneNotify, instead of shown
+    manager->setMessageReceiver("orvaneNotify", [&](WebKitWebView* sender, JSCValue* body) {
+        EXPECT_EQ(sender, view);
+        received.push_back(resultFromJSC(body, nullptr).value);
+    });
+    view = show(shown);
+    ASSERT_TRUE(waitLoaded(view));
+    ASSERT_TRUE(waitForJS(view, "document.getElementById('frame').contentDocument.readyState === 'complete'"));
+    EXPECT_EQ(page("[Notification.permission, Notification.maxActions]"), json({ "granted", 0 }));
+    EXPECT_EQ(page("let answer; Notification.requestPermission(p => { answer = p; }); answer"), "granted")
+        << "the callback at once";
+    page("Notification.requestPermission(() => { throw new Error('page'); })"
+         ".then(p => { window.promised = p; }); 0");
+    EXPECT_TRUE(waitForJS(view, "window.promised === 'granted'")) << "a throwing callback stays the page's";
+
+    std::string stamp = page("window.__orvanePage").get<std::string>();
+    ASSERT_FALSE(stamp.empty());
+    page("new Notification('Hi');"
+         "new Notification('New mail', { body: 'From Ann', tag: 'inbox', icon: 'x.png', data: { a: 1 } }); 0");
+    // A frame counts on its own.
+    page("new (document.getElementById('frame').contentWindow.Notification)('In frame'); 0");
+    // A second injection into the same frame leaves the first shim working.
+    page("window.firstShim = window.Notification; true");
+    page(std::string(BridgeScripts::text("bridges/notification-shim.js")) + "; true");
+    EXPECT_EQ(page("window.Notification === window.firstShim"), true);
+    page("new Notification('After'); true");
+    ASSERT_TRUE(waitUntil([&] { return received.size() == 4; }));
+    auto posted = [&](const char* id, const char* title, const char* body, const char* tag) {
+        return json(
+            { { "id", id }, { "title", title }, { "body", body }, { "tag", tag }, { "orvanePage", stamp } });
+    };
+    EXPECT_EQ(received[0], posted("1", "Hi", "", ""));
+    EXPECT_EQ(received[1], posted("2", "New mail", "From Ann", "inbox"));
+    EXPECT_EQ(received[2].value("id", "") + received[2].value("orvanePage", ""), "1" + stamp);
+    EXPECT_EQ(received[3].value("id", ""), "3");
+
+    page(R"JS(window.calls = [];
         window.listener = event => calls.push('listener:' + typeof event.preventDefault);
         window.clicked = new Notification('Click me');
         clicked.addEventListener('click', listener);
         clicked.removeEventListener('click', () => {});
         clicked.onshow = () => calls.push('shown'); true)JS");
     EXPECT_TRUE(waitForJS(view, "calls.includes('shown')"));
-
     bridges->notifications().clicked(GCharPtr(g_ascii_strdown(hidden.id.c_str(), -1)).get(), "1");
     EXPECT_EQ(store->selectedAccountID(), hidden.id) << "in canonical form";
     EXPECT_EQ(manager->webView(hidden.id), nullptr) << "a click never creates a view";
     EXPECT_EQ(AccountStore().selectedAccountID(), hidden.id);
     bridges->notifications().clicked("not-a-uuid", "1");
     EXPECT_EQ(store->selectedAccountID(), hidden.id);
-    bridges->notifications().clicked(shown.id, run("clicked._id").get<std::string>());
+    bridges->notifications().clicked(shown.id, page("clicked._id").get<std::string>());
     EXPECT_EQ(store->selectedAccountID(), shown.id);
     EXPECT_TRUE(waitForJS(view, "calls.length === 2 && calls[1] === 'listener:function'"));
 
     // Removed, closed, unknown or odd ids run nothing; a throwing handler stays inside the page.
-    EXPECT_EQ(run(R"JS(calls = [];
+    EXPECT_EQ(page(R"JS(calls = [];
         clicked.removeEventListener('click', listener);
         __orvaneClickNotif(clicked._id);
         const closed = new Notification('Closed');
@@ -154,7 +152,7 @@ TEST_F(NotificationShimWebTest, AClickSelectsTheAccountAndRunsTheListenerThePage
         throwing.onclick = () => { calls.push('threw'); throw new Error('page'); };
         __orvaneClickNotif(throwing._id);
         calls)JS"), json({ "onclose", "threw" }));
-    EXPECT_EQ(run("Notification.prototype.dispatchEvent.call(clicked, {})"), true);
+    EXPECT_EQ(page("Notification.prototype.dispatchEvent.call(clicked, {})"), true);
 }
 
 } // namespace

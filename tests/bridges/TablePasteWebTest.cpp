@@ -1,10 +1,9 @@
-// The paste and input scripts of every account view, in a real page: pastes
-// are real ClipboardEvents carrying a DataTransfer, dispatched on the element
-// the user pastes into with the caret at its end.
+// The paste and input scripts of every account view, in an account's real
+// view: pastes are real ClipboardEvents carrying a DataTransfer, dispatched on
+// the element the user pastes into with the caret at its end (the page's
+// __paste, __describe and __caretAtEnd, tests/fixtures/paste/index.html).
 #include "BridgeScripts.h"
-#include "PageBridges.h"
-#include "MailService.h"
-#include "support/WebViewTest.h"
+#include "web/ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {
@@ -15,71 +14,16 @@ constexpr const char* kTD = "border:1px solid #cccccc;padding:6px 10px;";
 constexpr const char* kTH = "border:1px solid #cccccc;padding:6px 10px;background:#f1f3f4;font-weight:bold;";
 constexpr const char* kTBL = "border-collapse:collapse;margin:4px 0;font-size:14px;";
 
-// __paste(selector, text, html, doc) pastes and reports whether the event was
-// taken over and whether the page's own handler saw it; __describe(selector)
-// lists the element's children (text, line breaks, tables cell by cell).
-constexpr const char* kHelpers = R"JS(
-window.__paste = (selector, text, html, doc) => {
-    doc = doc || document;
-    const target = doc.querySelector(selector);
-    target.focus();
-    if (target.isContentEditable) {
-        const range = doc.createRange();
-        range.selectNodeContents(target);
-        range.collapse(false);
-        doc.defaultView.getSelection().removeAllRanges();
-        doc.defaultView.getSelection().addRange(range);
-    }
-    const data = new DataTransfer();
-    if (text !== null)
-        data.setData('text/plain', text);
-    if (html)
-        data.setData('text/html', html);
-    const before = window.__pageSawPaste;
-    const event = new ClipboardEvent('paste', { clipboardData: data, bubbles: true, cancelable: true });
-    target.dispatchEvent(event);
-    return { prevented: event.defaultPrevented, pageSaw: window.__pageSawPaste - before };
-};
-window.__describe = selector => Array.from(document.querySelector(selector).childNodes).map(node => {
-    const cells = row => Array.from(row.cells).map(c => [c.tagName.toLowerCase(), c.textContent, c.getAttribute('style'), c.children.length]);
-    if (node.nodeType === Node.TEXT_NODE)
-        return node.data;
-    if (node.tagName === 'TABLE')
-        return { style: node.getAttribute('style'), head: node.tHead.rows.length === 1 ? cells(node.tHead.rows[0]) : null,
-            body: Array.from(node.tBodies[0].rows).map(cells) };
-    return node.tagName.toLowerCase();
-});
-window.__caretAtEnd = () => {
-    const editor = document.querySelector('#editor'), selection = getSelection();
-    const range = selection.rangeCount === 1 && selection.getRangeAt(0);
-    return !!range && range.collapsed && range.startContainer === editor && range.startOffset === editor.childNodes.length;
-};
-true
-)JS";
-
-class TablePasteWebTest : public WebViewTest {
+class TablePasteWebTest : public ManagerWebFixture {
 protected:
     void SetUp() override {
-        WebViewTest::SetUp();
-        // The same scripts as an account view, from the same table.
-        WebKitUserContentManager* manager = webkit_web_view_get_user_content_manager(view);
-        int installed = 0;
-        for (const auto& item : PageBridges::items()) {
-            if (item.name != "bridges/table-paste.js" && item.name != "bridges/input-taming.js")
-                continue;
-            WebKitUserScript* script = PageBridges::script(item);
-            ASSERT_NE(script, nullptr) << item.name << " is not in the bundle";
-            webkit_user_content_manager_add_script(manager, script);
-            webkit_user_script_unref(script);
-            ++installed;
-        }
-        ASSERT_EQ(installed, 2);
-        ASSERT_TRUE(loadFixture("/paste/"));
-        ASSERT_TRUE(runJS(kHelpers).ok);
+        ManagerWebFixture::SetUp();
+        useServices("/paste/");
+        view = showNewAccount();
     }
 
     json js(const std::string& expression) {
-        auto result = runJS(expression);
+        auto result = runJS(view, expression);
         EXPECT_TRUE(result.ok) << expression << ": " << result.error;
         return result.value;
     }
@@ -97,6 +41,8 @@ protected:
     static json td(const std::string& text, const std::string& align = "") { return { "td", text, kTD + align, 0 }; }
     static json taken() { return { { "prevented", true }, { "pageSaw", 0 } }; }
     static json leftAlone() { return { { "prevented", false }, { "pageSaw", 1 } }; }
+
+    WebKitWebView* view = nullptr;
 };
 
 TEST_F(TablePasteWebTest, PipeAndDrawnTablesBecomeTablesWithTheirAlignmentsAndTheTextAround) {
@@ -116,6 +62,20 @@ TEST_F(TablePasteWebTest, PipeAndDrawnTablesBecomeTablesWithTheirAlignmentsAndTh
     // No break before a table, one after it; an empty line survives as an empty text.
     EXPECT_EQ(pasted("Hello,\n\nsee:\n| k | v |\n|---|---|\n| 1 | 2 |\nThanks"),
         json::array({ "Hello,", "br", "", "br", "see:", table({ th("k"), th("v") }, { { td("1"), td("2") } }), "br", "Thanks" }));
+
+    // Cell text is never markup.
+    js("window.__ran = 0");
+    auto parts = pasted("| <img src=x onerror=\"window.__ran=1\"> | <b>b</b> |\n|---|---|\n| <script>window.__ran=2</script> | &amp; |");
+    EXPECT_EQ(parts, json::array({ table({ th("<img src=x onerror=\"window.__ran=1\">"), th("<b>b</b>") },
+        { { td("<script>window.__ran=2</script>"), td("&amp;") } }) }));
+    EXPECT_EQ(js("window.__ran"), 0);
+
+    // A second injection into the same frame adds nothing; the frame has its own copy.
+    run(view, std::string(BridgeScripts::text("bridges/table-paste.js")));
+    EXPECT_EQ(pasted("| a |\n|---|").size(), 1u);
+    EXPECT_EQ(js("__paste('#nested', '| f |\\n| - |', '', document.querySelector('#frame').contentDocument).prevented"), true);
+    EXPECT_EQ(js("document.querySelector('#frame').contentDocument.querySelectorAll('#nested table').length"), 1);
+    EXPECT_EQ(js("__describe('#editor').length"), 1);
 }
 
 TEST_F(TablePasteWebTest, PastesWithoutPlainTablesAreLeftToThePageAndTheBrowser) {
@@ -134,21 +94,6 @@ TEST_F(TablePasteWebTest, PastesWithoutPlainTablesAreLeftToThePageAndTheBrowser)
     EXPECT_EQ(js("__paste('#editor', ' - | '.repeat(10000) + '\\n' + ' :-: | '.repeat(10000) + 'x\\n', '')"), leftAlone());
 }
 
-TEST_F(TablePasteWebTest, CellTextIsNeverMarkupAndEachFrameConvertsOnce) {
-    js("window.__ran = 0");
-    auto parts = pasted("| <img src=x onerror=\"window.__ran=1\"> | <b>b</b> |\n|---|---|\n| <script>window.__ran=2</script> | &amp; |");
-    EXPECT_EQ(parts, json::array({ table({ th("<img src=x onerror=\"window.__ran=1\">"), th("<b>b</b>") },
-        { { td("<script>window.__ran=2</script>"), td("&amp;") } }) }));
-    EXPECT_EQ(js("window.__ran"), 0);
-
-    // A second injection into the same frame adds nothing; the frame has its own copy.
-    ASSERT_TRUE(runJS(std::string(BridgeScripts::text("bridges/table-paste.js"))).ok);
-    EXPECT_EQ(pasted("| a |\n|---|").size(), 1u);
-    EXPECT_EQ(js("__paste('#nested', '| f |\\n| - |', '', document.querySelector('#frame').contentDocument).prevented"), true);
-    EXPECT_EQ(js("document.querySelector('#frame').contentDocument.querySelectorAll('#nested table').length"), 1);
-    EXPECT_EQ(js("__describe('#editor').length"), 1);
-}
-
 // Every element that takes focus, in every frame and whenever it was made,
 // has correction, capitalisation and writing suggestions switched off.
 TEST_F(TablePasteWebTest, FocusedElementsAreTamedInEveryFrameIncludingLaterOnes) {
@@ -159,9 +104,9 @@ TEST_F(TablePasteWebTest, FocusedElementsAreTamedInEveryFrameIncludingLaterOnes)
     const std::string frame = "document.querySelector('#frame').contentDocument";
     EXPECT_EQ(attributes("document.documentElement"), "off/off/false");
     EXPECT_EQ(attributes("document.querySelector('#field')"), "//") << "nothing is tamed before it takes focus";
-    ASSERT_TRUE(runJS("const late = document.createElement('input'); late.id = 'late'; late.setAttribute('autocorrect', 'on');"
-                      "document.body.appendChild(late); true").ok);
-    ASSERT_TRUE(waitForJS(frame + ".readyState === 'complete'"));
+    run(view, "const late = document.createElement('input'); late.id = 'late'; late.setAttribute('autocorrect', 'on');"
+              "document.body.appendChild(late)");
+    ASSERT_TRUE(waitForJS(view, frame + ".readyState === 'complete'"));
     for (const std::string& element : std::vector<std::string> { "document.querySelector('#field')", "document.querySelector('#area')", "document.querySelector('#editor')",
              "document.querySelector('#late')", frame + ".documentElement", frame + ".querySelector('#frame-field')", frame + ".querySelector('#nested')" }) {
         js(element + ".focus(); true");

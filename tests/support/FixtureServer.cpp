@@ -17,19 +17,21 @@ FixtureServer::FixtureServer()
     g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
 }
 
-void FixtureServer::serve(const std::string& path, std::string body, std::string contentType) {
-    handle(path, [body = std::move(body), contentType = std::move(contentType)](SoupServerMessage* message, const std::string&) {
-        soup_server_message_set_status(message, 200, nullptr);
+void FixtureServer::serve(const std::string& path, std::string body, std::string contentType, unsigned status,
+    std::map<std::string, std::string> headers) {
+    handle(path, [=](SoupServerMessage* message, const std::string&) {
+        soup_server_message_set_status(message, status, nullptr);
+        for (const auto& [name, value] : headers)
+            soup_message_headers_append(soup_server_message_get_response_headers(message), name.c_str(),
+                value.c_str());
         soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(), body.size());
     });
 }
-
 
 std::vector<FixtureServer::Request> FixtureServer::requests(const std::string& path) const {
     auto it = m_requests.find(path);
     return it == m_requests.end() ? std::vector<Request>() : it->second;
 }
-
 
 void FixtureServer::onRequest(SoupServer*, SoupServerMessage* message, const char* path, GHashTable*, gpointer data) {
     auto* self = static_cast<FixtureServer*>(data);
@@ -53,8 +55,7 @@ void FixtureServer::onRequest(SoupServer*, SoupServerMessage* message, const cha
 
 static const char* contentTypeFor(const std::string& path) {
     static const std::pair<const char*, const char*> types[] = { { ".html", "text/html; charset=utf-8" },
-        { ".js", "text/javascript; charset=utf-8" }, { ".css", "text/css" }, { ".png", "image/png" }, { ".jpg", "image/jpeg" },
-        { ".jpeg", "image/jpeg" }, { ".svg", "image/svg+xml" }, { ".pdf", "application/pdf" } };
+        { ".js", "text/javascript; charset=utf-8" }, { ".png", "image/png" } };
     for (const auto& [extension, type] : types)
         if (g_str_has_suffix(path.c_str(), extension))
             return type;

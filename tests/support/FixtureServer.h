@@ -38,8 +38,9 @@ public:
 
     // Serves this path with the handler instead of a fixture file.
     void handle(const std::string& path, Handler handler) { m_handlers[path] = std::move(handler); }
-    // Serves a fixed body.
-    void serve(const std::string& path, std::string body, std::string contentType = "text/html; charset=utf-8");
+    // Serves a fixed answer.
+    void serve(const std::string& path, std::string body, std::string contentType = "text/html; charset=utf-8",
+        unsigned status = 200, std::map<std::string, std::string> headers = {});
 
     int requestCount(const std::string& path) const { return int(requests(path).size()); }
     std::vector<Request> requests(const std::string& path) const;

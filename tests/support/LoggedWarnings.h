@@ -22,7 +22,6 @@ public:
     LoggedWarnings(const LoggedWarnings&) = delete;
     LoggedWarnings& operator=(const LoggedWarnings&) = delete;
 
-    const std::vector<std::string>& messages() const { return m_messages; }
     // The latest warning holding `text`; empty when there is none.
     std::string find(std::string_view text) const {
         for (auto it = m_messages.rbegin(); it != m_messages.rend(); ++it)

@@ -16,8 +16,6 @@ static void removeRoot() {
         Files::removeTree(s_root);
 }
 
-const std::string& tempRoot() { return s_root; }
-
 std::string makeTempFolder(const std::string& prefix) {
     std::string pattern = s_root + "/" + prefix + "-XXXXXX";
     return g_mkdtemp_full(pattern.data(), 0700) ? pattern : std::string();

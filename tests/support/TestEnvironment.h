@@ -9,9 +9,6 @@ namespace orvane::test {
 // compositing. Called by the test mains before anything else runs.
 void pinEnvironment();
 
-// The per-process temporary root (removed at exit).
-const std::string& tempRoot();
-
 // Points XDG_DATA_HOME, XDG_CACHE_HOME and XDG_CONFIG_HOME at fresh, empty
 // folders and returns the new data home. Use at the start of a test that
 // needs a clean slate.

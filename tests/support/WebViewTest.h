@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <webkit/webkit.h>
 
-#include <optional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,36 +22,19 @@ struct JSResult {
     std::string error;
 };
 
-// A fixture with a real WebKitWebView in a shown 1024 x 768 window, over its
-// own network session in a temporary folder, and a FixtureServer for pages.
-// Objects handed to expectDeletedAtEnd() must be finalized by the end of
-// the test, or it fails.
-class WebViewTest : public ::testing::Test {
+JSResult resultFromJSC(JSCValue* value, GError* error);
+
+// What every test of real web views shares: a FixtureServer for pages,
+// scripts run in any view, and a leak check: objects handed to
+// expectDeletedAtEnd() must be finalized by the end of the test, or it fails.
+class WebTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string dir = makeTempFolder("session");
-        session = webkit_network_session_new((dir + "/data").c_str(), (dir + "/cache").c_str());
-        view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
-        window = GTK_WINDOW(gtk_window_new());
-        gtk_window_set_default_size(window, 1024, 768);
-        gtk_window_set_child(window, GTK_WIDGET(view));
-        gtk_window_present(window);
-        expectDeletedAtEnd(view);
-    }
     void TearDown() override;
 
-    // Loads a URI and waits for WEBKIT_LOAD_FINISHED.
-    bool loadAndWait(const std::string& uri, std::chrono::milliseconds timeout = 15s);
-    bool loadFixture(const std::string& path) { return loadAndWait(server.uri(path)); }
-
     // Evaluates a program in the page world and waits for its value.
-    JSResult runJS(const std::string& script, std::chrono::milliseconds timeout = 15s);
-    // Runs an async function body with named arguments (strings, numbers,
-    // booleans) and waits for the promise to settle.
-    JSResult callAsync(const std::string& body, const nlohmann::json& arguments = nlohmann::json::object(),
-        std::chrono::milliseconds timeout = 15s);
+    static JSResult runJS(WebKitWebView* view, const std::string& script, std::chrono::milliseconds timeout = 15s);
     // Waits until `expression` evaluates to true in the page.
-    bool waitForJS(const std::string& expression, std::chrono::milliseconds timeout = 10s);
+    static bool waitForJS(WebKitWebView* view, const std::string& expression, std::chrono::milliseconds timeout = 10s);
 
     void expectDeletedAtEnd(gpointer object) {
         m_watched.reserve(64); // weak pointers point into the vector: never reallocate
@@ -60,18 +43,32 @@ protected:
         g_object_add_weak_pointer(G_OBJECT(object), &m_watched.back());
     }
 
-    // Builds the a{sv} WebKit expects from a flat JSON object.
-    static GVariant* toVariantDictionary(const nlohmann::json& arguments);
-
     FixtureServer server;
-    WebKitNetworkSession* session = nullptr; // owned
-    WebKitWebView* view = nullptr;          // owned by window
-    GtkWindow* window = nullptr;            // owned
 
 private:
     std::vector<gpointer> m_watched;
 };
 
-JSResult resultFromJSC(JSCValue* value, GError* error);
+// One real WebKitWebView in a shown 1024 x 768 window, over its own network
+// session in a temporary folder.
+class WebViewTest : public WebTest {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Loads a fixture page and waits for WEBKIT_LOAD_FINISHED.
+    bool loadFixture(const std::string& path, std::chrono::milliseconds timeout = 15s);
+    using WebTest::runJS;
+    using WebTest::waitForJS;
+    JSResult runJS(const std::string& script) { return runJS(view, script); }
+    bool waitForJS(const std::string& expression) { return waitForJS(view, expression); }
+    // Runs an async function body with named text arguments and waits for
+    // the promise to settle.
+    JSResult callAsync(const std::string& body, const std::map<std::string, std::string>& arguments = {});
+
+    WebKitNetworkSession* session = nullptr; // owned
+    WebKitWebView* view = nullptr;          // owned by window
+    GtkWindow* window = nullptr;            // owned
+};
 
 } // namespace orvane::test

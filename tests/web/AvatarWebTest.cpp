@@ -1,6 +1,7 @@
 #include "AppPaths.h"
 #include "AvatarPhoto.h"
 #include "AvatarRefresher.h"
+#include "PageProbe.h"
 #include "Token.h"
 
 #include "ManagerWebFixture.h"
@@ -14,27 +15,15 @@ namespace {
 
 using Outcome = AvatarRefresher::Outcome;
 
-std::string fixtureBytes(const std::string& path) { return Files::read(FixtureServer::fixturesDir() + path, 1 << 22).value_or(""); }
-std::string avatarPath(const std::string& name) { return AppPaths::avatarsDir() + "/" + name; }
-std::vector<std::string> avatarFiles() {
-    std::vector<std::string> names;
-    GDir* dir = g_dir_open(AppPaths::avatarsDir().c_str(), 0, nullptr);
-    while (const char* name = dir ? g_dir_read_name(dir) : nullptr)
-        names.push_back(name);
-    if (dir)
-        g_dir_close(dir);
-    std::ranges::sort(names);
-    return names;
+std::string fixtureBytes(const std::string& path) {
+    return Files::read(FixtureServer::fixturesDir() + path, 1 << 22).value_or("");
 }
+std::string avatarPath(const std::string& name) { return AppPaths::avatarsDir() + "/" + name; }
 
-// Base64 decoding itself is ImageBytesTest's.
-TEST(AvatarPhoto, NamesDataAddressesAndImagesOfASensibleSize) {
-    const std::string data = "data:image/png;base64,aGk=";
-    EXPECT_EQ(AvatarPhoto::identity("https://lh3.example.com/a/photo=s64"), "https://lh3.example.com/a/photo=s64");
-    EXPECT_EQ(AvatarPhoto::identity(data), "owa:" + token(data));
+// Base64 decoding itself is ImageBytesTest's; the names of photos that are
+// stored, AvatarWebTest's below.
+TEST(AvatarPhoto, OnlyCanonicalAccountsAndImagesOfASensibleSizeAreStored) {
     EXPECT_EQ(AvatarPhoto::identity("DATA:image/png;base64,aGk="), "DATA:image/png;base64,aGk=");
-    const std::string id = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
-    EXPECT_EQ(AvatarPhoto::fileName(id, "owa:x"), id + "-" + token("owa:x") + ".png");
     EXPECT_FALSE(AvatarPhoto::fileName("3f2504e0-4f89-11d3-9a0c-0305e82c3301", "x")) << "only the canonical form";
     EXPECT_FALSE(AvatarPhoto::fileName("../../etc/passwd", "x"));
 
@@ -46,8 +35,7 @@ TEST(AvatarPhoto, NamesDataAddressesAndImagesOfASensibleSize) {
     ASSERT_TRUE(gdk_pixbuf_save_to_buffer(tooWide.get(), &buffer, &size, "png", nullptr, nullptr));
     GCharPtr wide(buffer);
     EXPECT_TRUE(AvatarRefresher::isImage(png));
-    for (const std::string& bad : { std::string(), std::string("<html>Not Found</html>"), png.substr(0, png.size() / 2),
-             std::string(wide.get(), size) })
+    for (const std::string& bad : { std::string(), png.substr(0, png.size() / 2), std::string(wide.get(), size) })
         EXPECT_FALSE(AvatarRefresher::isImage(bad)) << bad.size();
 }
 
@@ -56,7 +44,6 @@ protected:
     void SetUp() override {
         ManagerWebFixture::SetUp();
         useServices("/gmail/");
-        manager->configure(*store);
         m_subscription = manager->avatars().observeFinished([this](const std::string& id, Outcome outcome) {
             m_outcomes[id].push_back(outcome);
         });
@@ -72,12 +59,13 @@ protected:
     }
     // Requests for the path that Orvane made itself, not a page (pages send the Safari user agent).
     std::vector<FixtureServer::Request> ownRequests(const std::string& path) const {
-        std::vector<FixtureServer::Request> own;
-        for (const auto& request : server.requests(path))
-            if (!request.headers.contains("user-agent") || request.headers.at("user-agent").find("AppleWebKit") == std::string::npos)
-                own.push_back(request);
+        auto own = server.requests(path);
+        std::erase_if(own, [](auto& request) {
+            return request.headers["user-agent"].find("AppleWebKit") != std::string::npos;
+        });
         return own;
     }
+    static std::map<std::string, std::string> avatars() { return filesIn(AppPaths::avatarsDir()); }
     // The stand-in Gmail page showing another photo address.
     void gmailPhotoAt(const std::string& source) {
         std::string page = fixtureBytes("/gmail/index.html");
@@ -88,6 +76,39 @@ protected:
     std::map<std::string, std::deque<Outcome>> m_outcomes;
     AvatarRefresher::FinishedObservers::Subscription m_subscription;
 };
+
+// The page probe the photo scripts run in: named arguments are variables of
+// the page's own world, the body may await, and only non-empty text up to the
+// limit comes back, once, cancelled or not.
+TEST_F(AvatarWebTest, ThePageProbeAnswersOnceWithNonEmptyTextUpToTheLimit) {
+    WebKitWebView* view = showNewAccount();
+    auto probe = [&](const std::string& body, GCancellable* cancellable = nullptr) {
+        int calls = 0;
+        std::optional<std::string> answer = "unset";
+        PageProbe::photoURL(view, body, { { "acctName", "Ana \"Ruiz\" <ana@example.com>" } },
+            [&](std::optional<std::string> text) {
+                ++calls;
+                answer = std::move(text);
+            }, cancellable);
+        if (cancellable)
+            g_cancellable_cancel(cancellable);
+        EXPECT_TRUE(waitUntil([&] { return calls > 0; })) << body;
+        drainEvents();
+        EXPECT_EQ(calls, 1) << body;
+        return answer;
+    };
+    run(view, "window.pageValue = 'from the page'");
+    EXPECT_EQ(probe("await new Promise(r => setTimeout(r, 20)); return acctName + ' / ' + window.pageValue;"),
+        "Ana \"Ruiz\" <ana@example.com> / from the page");
+    const std::string limit = std::to_string(PageProbe::kMaxTextBytes);
+    EXPECT_EQ(probe("return 'x'.repeat(" + limit + ");").value_or("").size(), PageProbe::kMaxTextBytes);
+    for (const std::string& nothing : std::vector<std::string> { "return '';", "return 42;", "return { src: 'x' };",
+             "return null;", "", "throw new Error('no photo');", "return Promise.reject('no');",
+             "this is not a script", "return 'x'.repeat(" + limit + " + 1);" })
+        EXPECT_EQ(probe(nothing), std::nullopt) << nothing;
+    auto cancellable = adopt(g_cancellable_new());
+    EXPECT_EQ(probe("await new Promise(r => setTimeout(r, 300)); return 'late';", cancellable.get()), std::nullopt);
+}
 
 TEST_F(AvatarWebTest, GmailPhotoIsFetchedWithoutCookiesSharedByTheDataStoreAndReplaced) {
     const Account account = store->addAccount();
@@ -100,14 +121,13 @@ TEST_F(AvatarWebTest, GmailPhotoIsFetchedWithoutCookiesSharedByTheDataStoreAndRe
     ASSERT_EQ(nextOutcome(account.id), Outcome::Stored);
     ASSERT_TRUE(waitLoaded(calendarView));
     EXPECT_EQ(ownRequests("/gmail/photo.png").size(), 1u);
-    EXPECT_EQ(avatarFiles(), std::vector<std::string> { name });
-    EXPECT_EQ(Files::read(avatarPath(name), 1 << 22), fixtureBytes("/gmail/photo.png"));
+    const std::string photo = fixtureBytes("/gmail/photo.png");
+    EXPECT_EQ(avatars(), (std::map<std::string, std::string> { { name, photo } }));
     for (const std::string& id : { account.id, calendar.id }) {
         EXPECT_EQ(store->account(id)->avatarFileName, name);
         EXPECT_EQ(store->account(id)->avatarSourceURL, photoURL);
     }
     EXPECT_FALSE(store->account(other.id)->avatarFileName);
-    EXPECT_NE(Files::read(AppPaths::accountsFile(), 1 << 20).value_or("").find(name), std::string::npos) << "saved";
     drainEvents();
     EXPECT_FALSE(m_outcomes.contains(calendar.id)) << "calendar pages never look for a photo";
 
@@ -115,7 +135,7 @@ TEST_F(AvatarWebTest, GmailPhotoIsFetchedWithoutCookiesSharedByTheDataStoreAndRe
     // has a cookie for the host; the fetch after the file went does not carry it.
     webkit_web_view_reload(view);
     ASSERT_EQ(nextOutcome(account.id), Outcome::Unchanged);
-    ASSERT_TRUE(runJS(view, "document.cookie = 'sid=secret-of-the-account; path=/'; true").ok);
+    run(view, "document.cookie = 'sid=secret-of-the-account; path=/'");
     ASSERT_TRUE(Files::removeTree(avatarPath(name)));
     webkit_web_view_reload(view);
     ASSERT_EQ(nextOutcome(account.id), Outcome::Stored);
@@ -138,10 +158,10 @@ TEST_F(AvatarWebTest, GmailPhotoIsFetchedWithoutCookiesSharedByTheDataStoreAndRe
     EXPECT_TRUE(Files::exists(avatarPath(name)));
     ASSERT_TRUE(Files::removeTree(avatarPath(newName)));
     std::vector<size_t> filesSeen;
-    auto watch = store->observe([&](unsigned) { filesSeen.push_back(avatarFiles().size()); });
+    auto watch = store->observe([&](unsigned) { filesSeen.push_back(avatars().size()); });
     webkit_web_view_reload(view);
     ASSERT_EQ(nextOutcome(account.id), Outcome::Stored);
-    EXPECT_EQ(avatarFiles(), std::vector<std::string> { newName });
+    EXPECT_EQ(avatars(), (std::map<std::string, std::string> { { newName, photo } }));
     for (const std::string& id : { account.id, calendar.id })
         EXPECT_EQ(store->account(id)->avatarSourceURL, newURL);
     EXPECT_TRUE(!filesSeen.empty() && std::ranges::all_of(filesSeen, [](size_t n) { return n == 2; }));
@@ -162,31 +182,22 @@ TEST_F(AvatarWebTest, OutlookPhotoComesInlineAndBadPhotosAreRefused) {
     const std::string name = outlook.id + "-" + token(identity) + ".png";
     EXPECT_EQ(store->account(outlook.id)->avatarSourceURL, identity);
     EXPECT_EQ(store->account(outlook.id)->avatarFileName, name);
-    EXPECT_EQ(Files::read(avatarPath(name), 1 << 22), avatar);
+    EXPECT_EQ(avatars(), (std::map<std::string, std::string> { { name, avatar } }));
     EXPECT_TRUE(ownRequests("/outlook/mail/avatar.png").empty()) << "Orvane fetched nothing itself";
     ASSERT_TRUE(Files::removeTree(avatarPath(name)));
 
-    // Bytes that are not an image, an image sent with an error status, and an
-    // address too long to record: nothing written or recorded.
-    const std::string png = fixtureBytes("/gmail/photo.png");
-    const std::tuple<std::string, unsigned, std::string, size_t> cases[] = {
-        { "<html><body>Not Found</body></html>", 200, "photo.png", 1 },
-        { png, 404, "photo.png", 1 },
-        { png, 200, "photo.png?" + std::string(Account::kMaxPhotoAddressBytes, 'q'), 0 },
-    };
-    for (const auto& [body, status, source, fetches] : cases) {
-        SCOPED_TRACE(status);
-        server.handle("/gmail/photo.png", [body, status](SoupServerMessage* message, const std::string&) {
-            soup_server_message_set_status(message, status, nullptr);
-            soup_server_message_set_response(message, "image/png", SOUP_MEMORY_COPY, body.data(), body.size());
-        });
+    // Bytes that are not an image, and an address too long to record: nothing
+    // written or recorded. (Error statuses are HTTPFetchTest's.)
+    server.serve("/gmail/photo.png", "<html><body>Not Found</body></html>", "image/png");
+    for (const auto& [source, fetches] : { std::pair { std::string("photo.png"), 1u },
+             { "photo.png?" + std::string(Account::kMaxPhotoAddressBytes, 'q'), 0u } }) {
         gmailPhotoAt(source);
         server.resetCounts();
         const Account account = store->addAccount();
         show(account);
         EXPECT_EQ(nextOutcome(account.id), Outcome::Failed);
         EXPECT_EQ(ownRequests("/gmail/photo.png").size(), fetches);
-        EXPECT_TRUE(avatarFiles().empty());
+        EXPECT_TRUE(avatars().empty());
         EXPECT_FALSE(store->account(account.id)->avatarFileName);
         EXPECT_FALSE(store->account(account.id)->avatarSourceURL);
     }

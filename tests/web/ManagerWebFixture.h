@@ -8,40 +8,35 @@
 #include "AccountStore.h"
 #include "Files.h"
 #include "WebViewManager.h"
-#include "support/FixtureServer.h"
-#include "support/TestEnvironment.h"
 #include "support/TestServices.h"
 #include "support/TestWebHost.h"
-#include "support/Wait.h"
 #include "support/WebViewTest.h"
 
-#include <gtest/gtest.h>
-#include <gtk/gtk.h>
-#include <nlohmann/json.hpp>
-
-#include <algorithm>
+#include <map>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace orvane::test {
 
-class ManagerWebFixture : public ::testing::Test {
+class ManagerWebFixture : public WebTest {
 protected:
     // Each test runs in its own process, so the service catalogue is built
     // from these paths the first time anything reads it: the manager is
-    // made here, after them.
+    // made here, after them, with the bridges the application adds, and
+    // configured with the store.
     void useServices(const std::string& gmailPath, const std::string& outlookPath = "/outlook/mail/",
-        const std::string& calendarPath = "/calendar/") {
+        std::chrono::milliseconds unreadPollInterval = WebViewManager::kUnreadPollInterval) {
         nlohmann::json overrides;
-        for (const auto& [name, path] : { std::pair { "gmail", gmailPath }, { "outlook", outlookPath }, { "calendar", calendarPath } })
+        for (const auto& [name, path] : { std::pair { "gmail", gmailPath }, { "outlook", outlookPath },
+                 { "calendar", std::string("/calendar/") } })
             overrides[name] = { { "homeURL", server.uri(path) }, { "inAppHosts", { "127.0.0.1" } } };
         overrides["gmail"]["feedURL"] = server.uri("/gmail/feed/atom");
         std::string path = makeTempFolder("overrides") + "/services.json";
         ASSERT_TRUE(Files::replaceAtomically(path, overrides.dump()));
         g_setenv("ORVANE_SERVICE_OVERRIDES", path.c_str(), TRUE);
         ASSERT_EQ(testServices().gmail().homeURL, server.uri(gmailPath)) << "the catalogue was built before the test";
-        makeManager();
+        manager = std::make_unique<WebViewManager>(host, testServices(), unreadPollInterval);
+        bridges = &manager->addExtension(std::make_unique<AccountBridges>(*manager));
+        manager->configure(*store);
     }
 
     void SetUp() override {
@@ -53,22 +48,12 @@ protected:
         gtk_window_present(window);
         store = std::make_unique<AccountStore>();
     }
-    // A manager with the bridges the application adds to every view.
-    void makeManager(std::chrono::milliseconds unreadPollInterval = WebViewManager::kUnreadPollInterval) {
-        manager.reset();
-        manager = std::make_unique<WebViewManager>(host, testServices(), unreadPollInterval);
-        bridges = &manager->addExtension(std::make_unique<AccountBridges>(*manager));
-    }
 
     void TearDown() override {
         manager.reset();
         store.reset();
         gtk_window_destroy(window);
-        bool allGone = waitUntil([&] { return std::ranges::all_of(m_watched, [](gpointer p) { return !p; }); }, 5s);
-        for (auto& p : m_watched)
-            if (p)
-                g_object_remove_weak_pointer(G_OBJECT(p), &p);
-        EXPECT_TRUE(allGone) << "an object made by the test outlived it";
+        WebTest::TearDown();
     }
 
     // The account's view, shown in the window's stack.
@@ -79,6 +64,12 @@ protected:
         gtk_stack_set_visible_child(stack, GTK_WIDGET(view));
         return view;
     }
+    // A new Gmail account's view, shown and loaded.
+    WebKitWebView* showNewAccount() {
+        WebKitWebView* view = show(store->addAccount());
+        EXPECT_TRUE(waitLoaded(view));
+        return view;
+    }
 
     static bool waitLoaded(WebKitWebView* view, std::chrono::milliseconds timeout = 15s) {
         return waitUntil([&] {
@@ -86,54 +77,47 @@ protected:
                 && g_str_has_prefix(webkit_web_view_get_uri(view), "http");
         }, timeout);
     }
-
-    static JSResult runJS(WebKitWebView* view, const std::string& script, std::chrono::milliseconds timeout = 10s) {
-        struct Pending {
-            bool done = false;
-            JSResult result;
-        };
-        auto pending = std::make_shared<Pending>();
-        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr, nullptr,
-            [](GObject* source, GAsyncResult* res, gpointer data) {
-                std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
-                GErrorPtr error;
-                Ref<JSCValue> value = adopt(
-                    webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), res, GErrorOut(error)));
-                (*p)->result = resultFromJSC(value.get(), error.get());
-                (*p)->done = true;
-            },
-            new std::shared_ptr<Pending>(pending));
-        if (!waitUntil([&] { return pending->done; }, timeout))
-            return JSResult { false, nullptr, "timed out" };
-        return pending->result;
+    // Runs a statement in the page, expecting it to run.
+    static void run(WebKitWebView* view, const std::string& statement) {
+        auto result = runJS(view, statement + "; true");
+        ASSERT_TRUE(result.ok) << statement << ": " << result.error;
+    }
+    // The first pop-up the account's page opens from now on; it must be gone by the end.
+    WebKitWebView* nextPopup(WebKitWebView* opener, const std::string& openScript) {
+        WebKitWebView* popup = nullptr;
+        auto subscription = manager->observePopups([&](const std::string&, WebKitWebView* opened) { popup = opened; });
+        run(opener, openScript);
+        EXPECT_TRUE(waitUntil([&] { return popup != nullptr; }));
+        if (popup)
+            expectDeletedAtEnd(popup);
+        return popup;
     }
 
-    static bool waitForJS(WebKitWebView* view, const std::string& expression, std::chrono::milliseconds timeout = 10s) {
-        return waitUntil([&] {
-            auto result = runJS(view, "!!(" + expression + ")", 5s);
-            return result.ok && result.value == true;
-        }, timeout);
+    // Points the user's Downloads folder at `folder` (read at each download).
+    static void useDownloadsFolder(const std::string& folder) {
+        ASSERT_TRUE(Files::replaceAtomically(std::string(g_getenv("XDG_CONFIG_HOME")) + "/user-dirs.dirs",
+            "XDG_DOWNLOAD_DIR=\"" + folder + "\"\n"));
+    }
+    // The files in a folder and what they hold ("<link>" for a symbolic link).
+    static std::map<std::string, std::string> filesIn(const std::string& folder) {
+        std::map<std::string, std::string> files;
+        GDir* dir = g_dir_open(folder.c_str(), 0, nullptr);
+        while (const char* name = dir ? g_dir_read_name(dir) : nullptr) {
+            std::string path = folder + "/" + name;
+            bool link = g_file_test(path.c_str(), G_FILE_TEST_IS_SYMLINK);
+            files[name] = link ? "<link>" : Files::read(path, 64 << 20).value_or("?");
+        }
+        if (dir)
+            g_dir_close(dir);
+        return files;
     }
 
-    void expectDeletedAtEnd(gpointer object) {
-        m_watched.reserve(64); // weak pointers point into the vector: never reallocate
-        ASSERT_LT(m_watched.size(), 64u);
-        m_watched.push_back(object);
-        g_object_add_weak_pointer(G_OBJECT(object), &m_watched.back());
-    }
-
-    FixtureServer server;
     TestWebHost host;
     std::unique_ptr<AccountStore> store;
     std::unique_ptr<WebViewManager> manager;
     AccountBridges* bridges = nullptr; // owned by manager
     GtkWindow* window = nullptr; // owned
     GtkStack* stack = nullptr;   // owned by window
-    std::vector<std::string>& browserURIs = host.browserURIs; // what went to the browser
-    std::vector<std::string>& mailURIs = host.mailURIs;       // what went to the mail-link routing
-
-private:
-    std::vector<gpointer> m_watched;
 };
 
 } // namespace orvane::test

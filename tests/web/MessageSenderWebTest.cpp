@@ -1,8 +1,8 @@
 // Which view a page's script message came from: the stamp Orvane's web
 // extension puts in every frame names the exact view, and nothing a page can
-// make or learn names another one.
-#include "PageStamp.h"
-
+// make or learn names another one. Pages of other sites may load in an
+// account's view (sign-in redirects) and in frames of the service's pages;
+// they are served nothing.
 #include "ManagerWebFixture.h"
 
 namespace orvane::test {
@@ -10,19 +10,10 @@ namespace {
 
 class MessageSenderWebTest : public ManagerWebFixture {
 protected:
-    void useServicesAndListen(const std::string& gmailPath) {
-        useServices(gmailPath);
-        manager->setMessageReceiver("orvaneNotify", [this](WebKitWebView* sender, JSCValue* body) {
-            std::string tag = resultFromJSC(body, nullptr).value.value("tag", "");
-            senders.emplace(tag, sender);
-        });
-    }
-    // Posts {tag, orvanePage: <stamp expression>} to orvaneNotify from `from` of the view.
-    static void post(WebKitWebView* view, const std::string& tag, const std::string& stamp = "window.__orvanePage",
-        const std::string& from = "window") {
-        auto result = runJS(view, from + ".webkit.messageHandlers.orvaneNotify.postMessage({ tag: '" + tag
-                + "', orvanePage: " + stamp + " }); true");
-        ASSERT_TRUE(result.ok) << result.error;
+    // Posts {tag, orvanePage: <stamp expression>} to orvaneNotify.
+    static void post(WebKitWebView* view, const std::string& tag, const std::string& stamp = "window.__orvanePage") {
+        run(view, "window.webkit.messageHandlers.orvaneNotify.postMessage({ tag: '" + tag + "', orvanePage: "
+            + stamp + " })");
     }
     // The view the message tagged so was attributed to (null: none), once it came.
     WebKitWebView* senderOf(const std::string& tag) {
@@ -34,30 +25,22 @@ protected:
     std::map<std::string, WebKitWebView*> senders;
 };
 
-TEST_F(MessageSenderWebTest, MessagesNameTheExactSendingViewAndForgedStampsNone) {
-    useServicesAndListen("/web/links.html");
+TEST_F(MessageSenderWebTest, MessagesNameTheExactSendingViewOfTheServiceAndForgedStampsNone) {
+    useServices("/web/links.html");
+    manager->setMessageReceiver("orvaneNotify", [this](WebKitWebView* sender, JSCValue* body) {
+        senders.emplace(resultFromJSC(body, nullptr).value.value("tag", ""), sender);
+    });
     const Account account = store->addAccount();
-    const Account other = store->addAccount();
+    WebKitWebView* second = showNewAccount();
     WebKitWebView* main = show(account);
-    WebKitWebView* second = show(other);
     ASSERT_TRUE(waitLoaded(main));
-    ASSERT_TRUE(waitLoaded(second));
-    ASSERT_TRUE(runJS(main, "window.open('/web/popup.html', 'popup'); true").ok);
-    ASSERT_TRUE(waitUntil([&] { return manager->popupViews(account.id).size() == 1; }));
-    WebKitWebView* popup = manager->popupViews(account.id).front();
-    ASSERT_TRUE(waitForJS(popup, "document.title === 'Popup'"));
+    WebKitWebView* popup = nextPopup(main, "window.open('/web/popup.html', 'popup')");
+    ASSERT_TRUE(popup && waitForJS(popup, "document.title === 'Popup'"));
 
-    // Every frame carries its page's stamp, naming the view's page id. Which
-    // view a genuine stamp names through printing is PrintTest's.
-    const std::string mainStamp = stampOf(main);
-    const std::string origin = runJS(main, "location.origin").value;
-    EXPECT_EQ(mainStamp, PageStamp::make(webkit_web_view_get_page_id(main), origin));
-    EXPECT_EQ(PageStamp::verify(mainStamp)->pageID, webkit_web_view_get_page_id(main));
-    const std::string popupStamp = stampOf(popup);
-    EXPECT_EQ(popupStamp, PageStamp::make(webkit_web_view_get_page_id(popup), origin));
+    // A pop-up shares the opener's content manager, and is told apart.
     post(popup, "genuine");
     post(second, "from-other-account");
-    EXPECT_EQ(senderOf("genuine"), popup) << "a pop-up shares the opener's content manager, and is told apart";
+    EXPECT_EQ(senderOf("genuine"), popup);
     EXPECT_EQ(senderOf("from-other-account"), second);
 
     // The stamp cannot be replaced, deleted or redefined by the page.
@@ -73,36 +56,28 @@ TEST_F(MessageSenderWebTest, MessagesNameTheExactSendingViewAndForgedStampsNone)
 
     // Claiming the opener's page id with the pop-up's own signature, a
     // made-up one or none names no view; nor does this account's genuine
-    // stamp posted to another account's handlers.
-    const std::string mainID = std::to_string(webkit_web_view_get_page_id(main));
-    post(popup, "own-signature", "'" + mainID + "." + origin + "." + popupStamp.substr(popupStamp.rfind('.') + 1) + "'");
-    post(popup, "made-up", "'" + mainID + "." + origin + "." + std::string(64, 'a') + "'");
-    post(popup, "bare-id", "'" + mainID + "'");
+    // stamp posted to another account's handlers, nor a closed pop-up's.
+    const std::string mainStamp = stampOf(main), popupStamp = stampOf(popup);
+    const std::string claim = std::to_string(webkit_web_view_get_page_id(main)) + "."
+        + runJS(main, "location.origin").value.get<std::string>();
+    post(popup, "own-signature", "'" + claim + "." + popupStamp.substr(popupStamp.rfind('.') + 1) + "'");
+    post(popup, "made-up", "'" + claim + "." + std::string(64, 'a') + "'");
+    post(popup, "bare-id", "'" + std::to_string(webkit_web_view_get_page_id(main)) + "'");
     post(popup, "unstamped", "undefined");
     post(second, "other-account", "'" + mainStamp + "'");
-    for (const char* tag : { "own-signature", "made-up", "bare-id", "unstamped", "other-account" })
-        EXPECT_EQ(senderOf(tag), nullptr) << tag;
-
-    // Once the pop-up is gone its stamp names nothing.
-    ASSERT_TRUE(runJS(popup, "window.close(); true").ok);
+    run(popup, "window.close()");
     ASSERT_TRUE(waitUntil([&] { return manager->popupViews(account.id).empty(); }));
     post(main, "closed-popup", "'" + popupStamp + "'");
-    EXPECT_EQ(senderOf("closed-popup"), nullptr);
-}
+    for (const char* tag : { "own-signature", "made-up", "bare-id", "unstamped", "other-account", "closed-popup" })
+        EXPECT_EQ(senderOf(tag), nullptr) << tag;
 
-// Pages of other sites may load in an account's view (sign-in redirects) and
-// in frames of the service's pages; they are served nothing.
-TEST_F(MessageSenderWebTest, OnlyFramesOfTheServicesOwnHostsAreServed) {
-    useServicesAndListen("/web/plain.html");
+    // Frames: a srcdoc document takes its parent's origin, unless sandboxed:
+    // then it is opaque.
     auto poster = [](const std::string& tag) {
         return "<script>window.webkit.messageHandlers.orvaneNotify.postMessage({ tag: " + tag
             + ", orvanePage: window.__orvanePage });</script>";
     };
     server.serve("/posted", "<!DOCTYPE html><title>Posted</title>" + poster("location.hash.slice(1)"));
-    WebKitWebView* main = show(store->addAccount());
-    ASSERT_TRUE(waitLoaded(main));
-
-    // A srcdoc document takes its parent's origin, unless sandboxed: then it is opaque.
     const std::tuple<std::string, std::string, std::string, std::string, bool> frames[] = {
         { "same-origin", "src", server.uri("/posted#same-origin"), "", true },
         { "cross-origin", "src", server.uriOnHost("localhost", "/posted#cross-origin"), "", false },
@@ -110,17 +85,16 @@ TEST_F(MessageSenderWebTest, OnlyFramesOfTheServicesOwnHostsAreServed) {
         { "sandboxed", "srcdoc", poster("'sandboxed'"), "f.sandbox = 'allow-scripts';", false },
     };
     for (const auto& [tag, property, value, sandbox, served] : frames)
-        ASSERT_TRUE(runJS(main, "{ const f = document.createElement('iframe'); f." + property + " = " + jsonLiteral(value)
-            + ";" + sandbox + "document.body.append(f); } true").ok) << tag;
+        run(main, "{ const f = document.createElement('iframe'); f." + property + " = " + jsonLiteral(value) + ";"
+            + sandbox + "document.body.append(f); }");
     for (const auto& [tag, property, value, sandbox, served] : frames)
         EXPECT_EQ(senderOf(tag), served ? main : nullptr) << tag;
 
     // The view sent to another site by a script: neither that site's own
     // stamp nor one it learned from the service's page makes it the account.
-    const std::string learned = stampOf(main);
-    ASSERT_TRUE(runJS(main, "location = " + jsonLiteral(server.uriOnHost("localhost", "/posted#foreign-page")) + "; true").ok);
+    run(main, "location = " + jsonLiteral(server.uriOnHost("localhost", "/posted#foreign-page")));
     EXPECT_EQ(senderOf("foreign-page"), nullptr);
-    post(main, "learned-stamp", "'" + learned + "'");
+    post(main, "learned-stamp", "'" + mainStamp + "'");
     EXPECT_EQ(senderOf("learned-stamp"), nullptr);
 }
 

@@ -23,12 +23,18 @@ GtkWindow* toplevelOf(GType type) {
 
 // Clicks the button on screen with this label, as the user would (the
 // dialog keeps a second, hidden set of buttons for its narrow layout).
-void click(GtkWidget* widget, const std::string& label) {
+// The click may destroy the dialog: nothing of it is touched afterwards.
+bool click(GtkWidget* widget, const std::string& label) {
     for (GtkWidget* child = gtk_widget_get_first_child(widget); child; child = gtk_widget_get_next_sibling(child)) {
-        if (GTK_IS_BUTTON(child) && gtk_widget_get_mapped(child) && g_strcmp0(gtk_button_get_label(GTK_BUTTON(child)), label.c_str()) == 0)
+        if (GTK_IS_BUTTON(child) && gtk_widget_get_mapped(child)
+            && g_strcmp0(gtk_button_get_label(GTK_BUTTON(child)), label.c_str()) == 0) {
             g_signal_emit_by_name(child, "clicked");
-        click(child, label);
+            return true;
+        }
+        if (click(child, label))
+            return true;
     }
+    return false;
 }
 
 class PagePanelsWebTest : public ManagerWebFixture {
@@ -37,17 +43,15 @@ protected:
         ManagerWebFixture::SetUp();
         host.onAsk = MessageDialogPresenter::present;
         useServices("/files/page.html");
-        account = store->addAccount();
-        view = show(account);
-        ASSERT_TRUE(waitLoaded(view));
+        view = showNewAccount();
         ASSERT_TRUE(waitForJS(view, "__fixtureLog.length > 0")); // the page's own "blob-ready"
-        ASSERT_TRUE(runJS(view, "__fixtureLog = []; true").ok);
+        run(view, "__fixtureLog = []");
     }
 
-    template<typename T> T* waitForToplevel(GType type) {
+    static GtkWindow* waitForToplevel(GType type) {
         GtkWindow* found = nullptr;
         waitUntil([&] { return (found = toplevelOf(type)) != nullptr; });
-        return reinterpret_cast<T*>(found);
+        return found;
     }
     // The page's log since the last call, once it holds `until`.
     nlohmann::json logUntil(const std::string& until) {
@@ -55,11 +59,10 @@ protected:
         return runJS(view, "(() => { const log = __fixtureLog; __fixtureLog = []; return log; })()").value;
     }
 
-    Account account;
     WebKitWebView* view = nullptr;
 };
 
-TEST_F(PagePanelsWebTest, AlertConfirmAndPromptAreAnsweredThroughModalDialogs) {
+TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
     // Each dialog: the response (none: the dialog closed), the prompt's text, what the page got.
     const std::tuple<std::string, std::string, std::optional<std::string>, const char*, std::string, nlohmann::json> cases[] = {
         { "alert", "Saved.", std::nullopt, ScriptDialogs::kOK, "", "undefined" },
@@ -72,9 +75,9 @@ TEST_F(PagePanelsWebTest, AlertConfirmAndPromptAreAnsweredThroughModalDialogs) {
     };
     for (const auto& [kind, message, defaultText, response, typed, result] : cases) {
         SCOPED_TRACE(kind + " " + message);
-        std::string arguments = jsonLiteral(kind) + ", " + jsonLiteral(message) + (defaultText ? ", " + jsonLiteral(*defaultText) : "");
-        ASSERT_TRUE(runJS(view, "__fixture.dialog(" + arguments + "); true").ok);
-        auto* dialog = waitForToplevel<AdwMessageDialog>(ADW_TYPE_MESSAGE_DIALOG);
+        run(view, "__fixture.dialog(" + jsonLiteral(kind) + ", " + jsonLiteral(message)
+            + (defaultText ? ", " + jsonLiteral(*defaultText) : "") + ")");
+        auto* dialog = ADW_MESSAGE_DIALOG(waitForToplevel(ADW_TYPE_MESSAGE_DIALOG));
         ASSERT_TRUE(dialog);
         EXPECT_EQ(adw_message_dialog_get_heading(dialog), message);
         EXPECT_TRUE(gtk_window_get_modal(GTK_WINDOW(dialog)));
@@ -88,7 +91,7 @@ TEST_F(PagePanelsWebTest, AlertConfirmAndPromptAreAnsweredThroughModalDialogs) {
                 gtk_editable_set_text(GTK_EDITABLE(entry), typed.c_str());
         }
         if (response)
-            click(GTK_WIDGET(dialog), adw_message_dialog_get_response_label(dialog, response));
+            EXPECT_TRUE(click(GTK_WIDGET(dialog), adw_message_dialog_get_response_label(dialog, response)));
         else
             gtk_window_close(GTK_WINDOW(dialog));
         EXPECT_EQ(logUntil("[\"after\""), nlohmann::json({ { "before", kind }, { "result", kind, result }, { "after", kind } }));
@@ -97,35 +100,34 @@ TEST_F(PagePanelsWebTest, AlertConfirmAndPromptAreAnsweredThroughModalDialogs) {
 
     // A pop-up's question goes over the pop-up's window, and with it: the
     // user closes the window with the question still open.
-    WebKitWebView* popup = nullptr;
-    auto subscription = manager->observePopups([&](const std::string&, WebKitWebView* opened) { popup = opened; });
-    ASSERT_TRUE(runJS(view, "window.open('/files/page.html', 'second'); true").ok);
-    ASSERT_TRUE(waitUntil([&] { return popup != nullptr; }));
-    expectDeletedAtEnd(popup);
-    ASSERT_TRUE(waitLoaded(popup));
-    ASSERT_TRUE(runJS(popup, "__fixture.dialog('confirm', 'From the pop-up'); true").ok);
-    auto* dialog = waitForToplevel<AdwMessageDialog>(ADW_TYPE_MESSAGE_DIALOG);
+    WebKitWebView* popup = nextPopup(view, "window.open('/files/page.html', 'second')");
+    ASSERT_TRUE(popup && waitLoaded(popup));
+    run(popup, "__fixture.dialog('confirm', 'From the pop-up')");
+    GtkWindow* dialog = waitForToplevel(ADW_TYPE_MESSAGE_DIALOG);
     ASSERT_TRUE(dialog);
     expectDeletedAtEnd(dialog);
     GtkWindow* popupWindow = GTK_WINDOW(gtk_widget_get_root(GTK_WIDGET(popup)));
-    EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(dialog)), popupWindow);
+    EXPECT_EQ(gtk_window_get_transient_for(dialog), popupWindow);
     gtk_window_close(popupWindow);
-    ASSERT_TRUE(waitUntil([&] { return manager->popupViews(account.id).empty() && !toplevelOf(ADW_TYPE_MESSAGE_DIALOG); }));
+    ASSERT_TRUE(waitUntil([&] {
+        return manager->popupViews(*manager->accountID(view)).empty() && !toplevelOf(ADW_TYPE_MESSAGE_DIALOG);
+    }));
     EXPECT_EQ(runJS(view, "1 + 1").value, 2) << "the account's page goes on";
-}
 
-TEST_F(PagePanelsWebTest, FileInputsGetWhatTheChooserChose) {
+    // File inputs get what the chooser chose.
     std::string folder = makeTempFolder("chosen");
     for (const char* name : { "first.txt", "second.txt" })
         ASSERT_TRUE(Files::replaceAtomically(folder + "/" + name, name));
     // Opens the input's chooser and answers it with a file, or cancels.
     auto choose = [&](const char* input, bool multiple, const char* name) {
-        ASSERT_TRUE(runJS(view, std::string("document.getElementById('") + input + "').click(); true").ok);
-        auto* chooser = waitForToplevel<GtkFileChooser>(GTK_TYPE_FILE_CHOOSER_DIALOG);
-        ASSERT_TRUE(chooser);
+        run(view, std::string("document.getElementById('") + input + "').click()");
+        GtkWindow* panel = waitForToplevel(GTK_TYPE_FILE_CHOOSER_DIALOG);
+        ASSERT_TRUE(panel);
+        GtkFileChooser* chooser = GTK_FILE_CHOOSER(panel);
         EXPECT_EQ(bool(gtk_file_chooser_get_select_multiple(chooser)), multiple);
         EXPECT_EQ(gtk_file_chooser_get_action(chooser), GTK_FILE_CHOOSER_ACTION_OPEN);
-        EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(chooser)), window) << "over the window showing the page";
+        EXPECT_EQ(gtk_window_get_transient_for(panel), window) << "kept above the window showing the page";
+        EXPECT_TRUE(gtk_window_get_modal(panel));
         if (name) {
             Ref<GFile> file = adopt(g_file_new_for_path((folder + "/" + name).c_str()));
             ASSERT_TRUE(gtk_file_chooser_set_file(chooser, file.get(), nullptr));

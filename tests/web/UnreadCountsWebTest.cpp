@@ -15,7 +15,7 @@ namespace {
 class UnreadCountsWebTest : public ManagerWebFixture {
 protected:
     void setTitle(WebKitWebView* view, const std::string& title) {
-        ASSERT_TRUE(runJS(view, "document.title = " + jsonLiteral(title) + "; true").ok);
+        run(view, "document.title = " + jsonLiteral(title));
         ASSERT_TRUE(waitUntil([&] { return g_strcmp0(webkit_web_view_get_title(view), title.c_str()) == 0; }));
     }
     std::optional<int64_t> count(const std::string& id) const {
@@ -26,7 +26,6 @@ protected:
 
 TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     useServices("/web/plain.html");
-    manager->configure(*store);
     const Account account = store->addAccount();
     int notified = 0;
     auto subscription = manager->observeUnreadCounts([&] { ++notified; });
@@ -55,17 +54,15 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     // page loads (the view's URI is the redirect's by then).
     const std::string intruder = "Inbox (9) - intruder@example.com - Gmail";
     server.serve("/elsewhere", "<!DOCTYPE html><title>" + intruder + "</title>");
-    server.handle("/hop", [&](SoupServerMessage* message, const std::string&) {
-        soup_server_message_set_redirect(message, 302, server.uri("/web/held").c_str());
-    });
+    server.serve("/hop", "", "text/html", 302, { { "Location", server.uri("/web/held") } });
     SoupServerMessage* held = nullptr;
     server.handle("/web/held", [&](SoupServerMessage* message, const std::string&) {
         held = message;
         soup_server_message_pause(message);
     });
-    ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/elsewhere")) + "; true").ok);
+    run(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/elsewhere")));
     ASSERT_TRUE(waitUntil([&] { return g_strcmp0(webkit_web_view_get_title(view), intruder.c_str()) == 0; }));
-    ASSERT_TRUE(runJS(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/hop")) + "; true").ok);
+    run(view, "location = " + jsonLiteral(server.uriOnHost("localhost", "/hop")));
     ASSERT_TRUE(waitUntil([&] { return held && g_str_has_suffix(webkit_web_view_get_uri(view), "/web/held"); }));
     setTitle(view, "Inbox (8) - intruder@example.com - Gmail");
     EXPECT_EQ(count(account.id), 0);
@@ -76,58 +73,31 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
 }
 
 TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
-    // The launcher entry's signals, seen from a bus connection of the test's own.
-    std::vector<std::pair<int64_t, bool>> badge; // count, visible
-    GCharPtr address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
-    ASSERT_TRUE(address) << "no session bus";
-    auto bus = adopt(g_dbus_connection_new_for_address_sync(address.get(),
-        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr));
-    ASSERT_TRUE(bus);
-    guint subscription = g_dbus_connection_signal_subscribe(bus.get(), nullptr, DockBadge::kInterface, DockBadge::kMember,
-        DockBadge::kObjectPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+    // The launcher entry's signals: Orvane's connection to the session bus
+    // gets them back as every other one does, its match rule ahead of them.
+    std::vector<std::string> badge;
+    auto bus = adopt(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
+    ASSERT_TRUE(bus) << "no session bus";
+    guint subscription = g_dbus_connection_signal_subscribe(bus.get(), nullptr, DockBadge::kInterface,
+        DockBadge::kMember, DockBadge::kObjectPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
         +[](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* parameters, gpointer data) {
-            const char* uri = nullptr;
-            GVariant* raw = nullptr;
-            g_variant_get(parameters, "(&s@a{sv})", &uri, &raw);
-            GVariantPtr properties(raw);
-            int64_t total = -1;
-            gboolean visible = FALSE;
-            g_variant_lookup(properties.get(), "count", "x", &total);
-            g_variant_lookup(properties.get(), "count-visible", "b", &visible);
-            if (g_strcmp0(uri, DockBadge::kAppURI) == 0)
-                static_cast<decltype(badge)*>(data)->emplace_back(total, visible);
+            static_cast<std::vector<std::string>*>(data)->push_back(GCharPtr(g_variant_print(parameters, FALSE)).get());
         }, &badge, nullptr);
-    // The match rule is in place once a round trip to the bus has completed.
-    GVariantPtr reply(g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-        "org.freedesktop.DBus", "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr));
-    auto badgeShows = [&](int64_t total) {
-        return waitUntil([&] { return !badge.empty() && badge.back() == std::pair(total, total > 0); });
+    auto badgeShows = [&](int total) {
+        std::string shown = std::string("('") + DockBadge::kAppURI + "', {'count': <int64 " + std::to_string(total)
+            + ">, 'count-visible': <" + (total > 0 ? "true" : "false") + ">})";
+        return waitUntil([&] { return !badge.empty() && badge.back() == shown; });
     };
 
-    useServices("/web/plain.html", "/web/plain.html?outlook");
-    makeManager(100ms);
+    useServices("/web/inbox.html", "/web/inbox.html?outlook", 100ms); // both pages count the polls
+    EXPECT_TRUE(badgeShows(0));
     const Account outlook = store->addOutlookAccount();
     const Account gmail = store->addAccount();
-    manager->configure(*store);
-    EXPECT_TRUE(badgeShows(0));
     WebKitWebView* outlookView = show(outlook);
     WebKitWebView* gmailView = show(gmail);
     ASSERT_TRUE(waitLoaded(outlookView));
     ASSERT_TRUE(waitLoaded(gmailView));
-    // Both pages count the poll script's look-ups of the inbox folder.
-    const char* counter = R"JS(
-        window.polls = 0;
-        const find = document.querySelector.bind(document);
-        document.querySelector = s => { if (String(s).includes('inbox')) window.polls++; return find(s); };
-        const inbox = document.createElement('div');
-        inbox.setAttribute('data-folder-name', 'inbox');
-        window.showInbox = title => { inbox.title = title; document.body.append(inbox); };
-        window.hideInbox = () => inbox.remove();
-        true
-    )JS";
-    ASSERT_TRUE(runJS(outlookView, counter).ok);
-    ASSERT_TRUE(runJS(gmailView, std::string(counter) + "; showInbox('Inbox (9 unread)'); true").ok);
+    run(gmailView, "showInbox('Inbox (9 unread)')");
     // Changes the page, then waits until a poll that started after the change
     // has ended: the next one has started (the script is synchronous, and
     // its answer comes back before the test's own question).

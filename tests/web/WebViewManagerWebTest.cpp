@@ -10,63 +10,48 @@ constexpr const char* kSafari = "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7)
 
 class WebViewManagerWebTest : public ManagerWebFixture { };
 
-TEST_F(WebViewManagerWebTest, ViewsAreMadeOnceLookupsNeverMakeOneAndDiscardEndsThem) {
+TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItIsUsed) {
     useServices("/web/plain.html");
-    const Account account = store->addAccount(); // no service: a Gmail account
-    const Account never = store->addAccount();
-    WebKitWebView* view = show(account);
-    EXPECT_EQ(manager->webView(account), view);
-    EXPECT_EQ(manager->webView(account.id), view);
-    ASSERT_TRUE(waitLoaded(view));
-    EXPECT_EQ(webkit_web_view_get_uri(view), server.uri("/web/plain.html"));
-    EXPECT_EQ(server.requestCount("/web/plain.html"), 1);
-    EXPECT_EQ(manager->webView(never.id), nullptr);
-    EXPECT_EQ(manager->accountID(view), account.id);
-    EXPECT_FALSE(manager->accountID(nullptr));
-
-    // The providers' pages see Safari; the bridges' handlers are in place;
-    // developer extras are on (HACKING.md's way to the page scripts).
-    EXPECT_EQ(runJS(view, "navigator.userAgent").value, kSafari);
-    EXPECT_EQ(runJS(view, "['orvaneNotify', 'orvanePrint', 'orvaneContextImage']"
-                          ".map(n => typeof window.webkit.messageHandlers[n])").value,
-        nlohmann::json({ "object", "object", "object" }));
-    EXPECT_TRUE(webkit_settings_get_enable_developer_extras(webkit_web_view_get_settings(view)));
-    GdkRGBA background { 1, 1, 1, 1 };
-    webkit_web_view_get_background_color(view, &background);
-    EXPECT_EQ(background.alpha, 0);
-
-    // Discard tears the view down; a later request builds and loads a new one.
-    expectDeletedAtEnd(view);
-    manager->discard(account);
-    EXPECT_EQ(manager->webView(account.id), nullptr);
-    EXPECT_EQ(gtk_widget_get_parent(GTK_WIDGET(view)), nullptr);
-    ASSERT_TRUE(waitLoaded(show(account)));
-    EXPECT_EQ(server.requestCount("/web/plain.html"), 2);
-}
-
-TEST_F(WebViewManagerWebTest, CookiesAndWebsiteDataFollowTheDataStore) {
-    useServices("/web/plain.html");
-    manager->configure(*store);
-    const Account mail = store->addAccount();
+    const Account mail = store->addAccount(); // no service: a Gmail account
     const Account calendar = store->addCalendar(mail);
     const Account other = store->addAccount();
     WebKitWebView* mailView = show(mail);
+    EXPECT_EQ(manager->webView(mail), mailView);
+    EXPECT_EQ(manager->webView(mail.id), mailView);
+    EXPECT_EQ(manager->webView(other.id), nullptr) << "a lookup never makes a view";
+    EXPECT_EQ(manager->accountID(mailView), mail.id);
     WebKitWebView* calendarView = show(calendar);
     WebKitWebView* otherView = show(other);
     for (auto* view : { mailView, calendarView, otherView })
         ASSERT_TRUE(waitLoaded(view));
-    EXPECT_NE(webkit_web_view_get_user_content_manager(mailView), webkit_web_view_get_user_content_manager(calendarView));
+    EXPECT_EQ(server.requestCount("/web/plain.html"), 2);
 
-    ASSERT_TRUE(runJS(mailView, "document.cookie = 'orvane=shared; max-age=3600; path=/'; true").ok);
+    // The providers' pages see Safari; developer extras are on (HACKING.md's
+    // way to the page scripts).
+    EXPECT_EQ(runJS(mailView, "navigator.userAgent").value, kSafari);
+    EXPECT_TRUE(webkit_settings_get_enable_developer_extras(webkit_web_view_get_settings(mailView)));
+    GdkRGBA background { 1, 1, 1, 1 };
+    webkit_web_view_get_background_color(mailView, &background);
+    EXPECT_EQ(background.alpha, 0);
+
+    // A calendar shares its mail account's cookies, and no other account does.
+    EXPECT_NE(webkit_web_view_get_user_content_manager(mailView), webkit_web_view_get_user_content_manager(calendarView));
+    run(mailView, "document.cookie = 'orvane=shared; max-age=3600; path=/'");
     EXPECT_TRUE(waitForJS(calendarView, "document.cookie.includes('orvane=shared')"));
     webkit_web_view_reload(otherView);
     ASSERT_TRUE(waitLoaded(otherView));
     EXPECT_EQ(runJS(otherView, "document.cookie").value, "");
 
-    // Removing the last account of a data store forgets its session and its
-    // folders; one a companion still uses stays.
+    // Discarding tears the view down; a later request builds and loads a new
+    // one. Removing the last account of a data store forgets its session and
+    // its folders; one a companion still uses stays.
     EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
     expectDeletedAtEnd(otherView);
+    manager->discard(other);
+    EXPECT_EQ(manager->webView(other.id), nullptr);
+    EXPECT_EQ(gtk_widget_get_parent(GTK_WIDGET(otherView)), nullptr);
+    ASSERT_TRUE(waitLoaded(show(other)));
+    EXPECT_EQ(server.requestCount("/web/plain.html"), 4);
     manager->discard(other);
     store->remove(other);
     EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
