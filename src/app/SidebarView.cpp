@@ -149,10 +149,18 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
         "accessible-role", GTK_ACCESSIBLE_ROLE_TAB_LIST, nullptr));
     gtk_accessible_update_property(GTK_ACCESSIBLE(m_stack), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Accounts"), -1);
     gtk_widget_set_margin_top(m_stack, kInset);
-    gtk_widget_set_margin_bottom(m_stack, kInset);
+    gtk_widget_set_margin_bottom(m_stack, kSpacing);
     gtk_widget_set_halign(m_stack, GTK_ALIGN_CENTER);
     gtk_widget_set_valign(m_stack, GTK_ALIGN_START);
-    gtk_box_append(GTK_BOX(root), m_stack);
+    // Many accounts scroll, vertically only, so they never make the window
+    // taller than its own minimum; the add button stays below them, in view.
+    // With few, the tiles take their natural height and the button follows.
+    GtkWidget* scroller = gtk_scrolled_window_new();
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER, GTK_POLICY_AUTOMATIC);
+    gtk_scrolled_window_set_propagate_natural_height(GTK_SCROLLED_WINDOW(scroller), TRUE);
+    gtk_scrolled_window_set_propagate_natural_width(GTK_SCROLLED_WINDOW(scroller), TRUE);
+    gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), m_stack);
+    gtk_box_append(GTK_BOX(root), scroller);
 
     m_divider = gtk_separator_new(GTK_ORIENTATION_HORIZONTAL);
     gtk_widget_add_css_class(m_divider, "orvane-divider");
@@ -174,7 +182,8 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
     gtk_widget_add_css_class(m_addButton, "orvane-add");
     gtk_widget_set_size_request(m_addButton, int(kTileSize), int(kTileSize));
     gtk_widget_set_halign(m_addButton, GTK_ALIGN_CENTER);
-    gtk_box_append(GTK_BOX(m_stack), m_addButton);
+    gtk_widget_set_margin_bottom(m_addButton, kInset);
+    gtk_box_append(GTK_BOX(root), m_addButton);
 
     installActions();
     m_storeSubscription = m_store.observe([this](unsigned) { rebuild(); });
@@ -335,7 +344,6 @@ void SidebarView::rebuild() {
     place(m_divider);
     for (const Account& account : calendar)
         place(tileFor(account));
-    place(m_addButton);
 
     for (GtkWidget* tile : unused)
         gtk_box_remove(GTK_BOX(m_stack), tile);

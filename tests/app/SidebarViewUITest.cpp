@@ -5,6 +5,7 @@
 #include "AppPaths.h"
 #include "AvatarView.h"
 #include "Files.h"
+#include "MainWindow.h"
 #include "WidgetTest.h"
 #include "XInput.h"
 
@@ -47,10 +48,14 @@ protected:
                 shown.push_back(ORVANE_IS_AVATAR_VIEW(c)
                         ? orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(c)).label
                         : GTK_IS_SEPARATOR(c) ? "|"
-                                              : "+");
+                                              : "?");
+        if (gtk_widget_get_visible(addButton()))
+            shown.push_back("+");
         return shown;
     }
-    GtkWidget* stack() { return gtk_widget_get_first_child(sidebar->widget()); }
+    GtkWidget* scroller() { return gtk_widget_get_first_child(sidebar->widget()); }
+    GtkWidget* stack() { return gtk_viewport_get_child(GTK_VIEWPORT(gtk_scrolled_window_get_child(GTK_SCROLLED_WINDOW(scroller())))); }
+    GtkWidget* addButton() { return gtk_widget_get_last_child(sidebar->widget()); }
     OrvaneAvatarView* tile(const Account& account) {
         for (GtkWidget* c = gtk_widget_get_first_child(stack()); c; c = gtk_widget_get_next_sibling(c))
             if (ORVANE_IS_AVATAR_VIEW(c)
@@ -168,7 +173,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     for (const Account& account : store->mailAccounts())
         store->remove(account);
     EXPECT_EQ(column(), (Strings { "Home", "Work", "+" }));
-    GtkWidget* add = gtk_widget_get_last_child(stack());
+    GtkWidget* add = addButton();
     EXPECT_EQ(menuItems(gtk_menu_button_get_menu_model(GTK_MENU_BUTTON(add))),
         (Strings { "Gmail account→sidebar.add-gmail", "Outlook account→sidebar.add-outlook" }));
     ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr));
@@ -176,6 +181,26 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work", "+" }));
     EXPECT_EQ(store->accounts()[1].service, AccountService::Outlook);
     EXPECT_EQ(store->selectedAccountID(), store->accounts()[1].id);
+}
+
+TEST_F(SidebarViewTest, ManyAccountsScrollWithinTheWindowsFloorWithTheAddButtonInView) {
+    for (int i = 0; i < 20; ++i)
+        addAccount("Account " + std::to_string(i));
+    show();
+    int minimum = 0;
+    gtk_widget_measure(sidebar->widget(), GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
+    EXPECT_LE(minimum, MainWindow::kMinimumHeight);
+    // Within `area`'s height, wholly.
+    auto inView = [&](GtkWidget* widget, GtkWidget* area) {
+        graphene_rect_t bounds;
+        return gtk_widget_compute_bounds(widget, area, &bounds) && bounds.origin.y >= 0
+            && bounds.origin.y + bounds.size.height <= gtk_widget_get_height(area);
+    };
+    GtkWidget* last = GTK_WIDGET(tile(store->accounts().back()));
+    ASSERT_FALSE(inView(last, scroller()));
+    EXPECT_TRUE(inView(addButton(), sidebar->widget()));
+    gtk_widget_grab_focus(last); // as Tab would
+    EXPECT_TRUE(waitUntil([&] { return inView(last, scroller()); }));
 }
 
 TEST_F(SidebarViewTest, ClicksSelectAndSaveWhileTheMenuOpensBySecondaryClickLongPressAndKeys) {
