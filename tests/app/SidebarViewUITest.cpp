@@ -13,7 +13,8 @@ namespace orvane::test {
 namespace {
 
 const Strings kMailMenu = { "—", "Reload→sidebar.reload", "Add Calendar→sidebar.add-calendar",
-    "Set as default for email links→sidebar.set-default", "—", "Move Up→sidebar.move-up",
+    "Set as default for email links→sidebar.set-default", "—", "Mute Notifications→tile.mute-notifications",
+    "Leave Out of Dock Badge→tile.leave-out-of-badge", "—", "Move Up→sidebar.move-up",
     "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" };
 
 // The model button of a shown menu with this text.
@@ -78,6 +79,9 @@ protected:
 };
 
 TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirKind) {
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    manager->setSessionPreferences(session);
     show();
     EXPECT_EQ(column(), Strings { "+" });
     const Account work = addAccount("Work");
@@ -115,7 +119,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     // once shown, and removal is marked.
     EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(calendar).get()),
-        (Strings { "—", "Reload→sidebar.reload", "—", "Move Up→sidebar.move-up",
+        (Strings { "—", "Reload→sidebar.reload", "—", "Mute Notifications→tile.mute-notifications", "—", "Move Up→sidebar.move-up",
             "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" }));
     ASSERT_TRUE(activate("sidebar.set-default", home.id));
     EXPECT_NE(saved().find("\"defaultMailtoAccountID\":\"" + home.id + "\""), std::string::npos);
@@ -123,13 +127,19 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     defaultMenu[3] = "Default for email links→sidebar.is-default";
     EXPECT_EQ(menuItems(sidebar->contextMenu(home).get()), defaultMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
+    // A switch is the account's own, kept, and ticked.
+    ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(tile(home)), "tile.leave-out-of-badge", nullptr));
+    EXPECT_TRUE(session.leftOutOfBadge(home.id) && !session.leftOutOfBadge(work.id) && !session.notificationsMuted(home.id));
     ASSERT_TRUE(activate("sidebar.context-menu", home.id));
     GtkWidget* menu = menuOf(home);
     ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(menu); }));
-    GtkWidget* mark = menuButton(menu, "Default for email links");
-    gboolean ticked = FALSE;
-    g_object_get(mark, "active", &ticked, nullptr);
-    EXPECT_TRUE(ticked && !gtk_widget_is_sensitive(mark));
+    auto ticked = [&](const char* text) {
+        gboolean active = FALSE;
+        g_object_get(menuButton(menu, text), "active", &active, nullptr);
+        return active;
+    };
+    EXPECT_TRUE(ticked("Default for email links") && !gtk_widget_is_sensitive(menuButton(menu, "Default for email links")));
+    EXPECT_TRUE(ticked("Leave Out of Dock Badge") && !ticked("Mute Notifications"));
     EXPECT_TRUE(gtk_widget_has_css_class(menuButton(menu, "Remove Account"), "error"));
     gtk_widget_activate_action(sidebar->widget(), "sidebar.is-default", nullptr);
     EXPECT_EQ(store->defaultMailtoAccountID(), home.id);

@@ -6,6 +6,7 @@
 
 #include "Account.h"
 #include "BridgeScripts.h"
+#include "SessionPreferences.h"
 #include "web/ManagerWebFixture.h"
 
 namespace orvane::test {
@@ -112,6 +113,24 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationThatPostsEachOneWith
     EXPECT_EQ(received[1], json({ { "id", "2" }, { "title", "New mail" }, { "body", "From Ann" }, { "tag", "inbox" }, { "orvanePage", stamp } }));
     EXPECT_EQ(received[2].value("id", "") + received[2].value("orvanePage", ""), "1" + stamp);
     EXPECT_EQ(received[3].value("id", ""), "3");
+}
+
+TEST_F(NotificationShimWebTest, AMutedAccountsNotificationsAreNotShown) {
+    useServices("/notify/shim.html");
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    manager->setSessionPreferences(session);
+    manager->configure(*store);
+    store->setNotificationsEnabled(true);
+    const Account account = store->addAccount();
+    ASSERT_TRUE(session.setNotificationsMuted(account.id, true));
+    WebKitWebView* page = show(account);
+    ASSERT_TRUE(waitLoaded(page));
+    ASSERT_TRUE(runJS(page, "new Notification('Muted', { tag: 'muted' }); true").ok);
+    ASSERT_TRUE(session.setNotificationsMuted(account.id, false));
+    ASSERT_TRUE(runJS(page, "new Notification('Heard', { tag: 'heard' }); true").ok);
+    ASSERT_TRUE(waitUntil([&] { return !host.notifications.empty(); }));
+    EXPECT_EQ(host.notifications[0].id, "orvane-" + account.id + "-heard") << "the muted one came first, from the same page";
 }
 
 // A click selects its account (and saves) without creating a view, and runs
