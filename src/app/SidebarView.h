@@ -21,7 +21,8 @@ class WebViewManager;
 // do not fit), then the button that adds an account. A click on a tile selects its account; a secondary click,
 // a long press, Shift+F10 or the Menu key opens the tile's context menu.
 // Every command is an action of the "sidebar." group on the column, with the
-// account id as its parameter where it needs one. The column redraws from the
+// account id as its parameter where it needs one; the check marks of an
+// account's switches are the tile's own "tile." actions, which run them. The column redraws from the
 // store's and the manager's notifications and keeps no state of its own.
 class SidebarView {
 public:

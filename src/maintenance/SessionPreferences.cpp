@@ -10,6 +10,7 @@ namespace {
 
 constexpr const char* kRunInBackground = "run-in-background";
 constexpr const char* kStartAtLogin = "start-at-login";
+constexpr const char* kCheckSpelling = "check-spelling";
 constexpr const char* kWindowWidth = "window-width";
 constexpr const char* kWindowHeight = "window-height";
 constexpr const char* kWindowMaximized = "window-maximized";
@@ -50,6 +51,9 @@ bool SessionPreferences::runInBackground() const { return flag(kRunInBackground)
 bool SessionPreferences::setRunInBackground(bool on) { return setFlag(kRunInBackground, on); }
 bool SessionPreferences::startAtLogin() const { return flag(kStartAtLogin).value_or(false); }
 bool SessionPreferences::setStartAtLogin(bool on) { return setFlag(kStartAtLogin, on); }
+
+bool SessionPreferences::checkSpelling() const { return flag(kCheckSpelling).value_or(true); }
+bool SessionPreferences::setCheckSpelling(bool on) { return setFlag(kCheckSpelling, on); }
 
 std::optional<SessionPreferences::WindowSize> SessionPreferences::windowSize(int minimumWidth, int minimumHeight) const {
     auto width = m_preferences.number(kWindowWidth);

@@ -23,6 +23,10 @@ public:
     bool startAtLogin() const;
     bool setStartAtLogin(bool on);
 
+    // On unless set off.
+    bool checkSpelling() const;
+    bool setCheckSpelling(bool on);
+
     struct WindowSize {
         int width = 0;
         int height = 0;
