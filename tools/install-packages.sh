@@ -12,7 +12,7 @@ packages=(
   xvfb xauth dbus dbus-x11 at-spi2-core xdotool x11-utils imagemagick xdg-utils
   python3
   desktop-file-utils appstream adwaita-icon-theme fonts-dejavu-core gettext
-  poppler-utils
+  poppler-utils hunspell-en-us
   "$@"
 )
 

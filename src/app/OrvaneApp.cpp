@@ -6,6 +6,7 @@
 #include "ContentView.h"
 #include "MainWindow.h"
 #include "SettingsView.h"
+#include "SpellChecking.h"
 #include "BuildConfig.h"
 #include "PageViewSettings.h"
 #include "WindowGeometry.h"
@@ -63,6 +64,8 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
     self->m_manager->setHibernationPolicy(SettingsView::hibernationPolicy());
+    self->m_manager->setSessionPreferences(*self->m_session);
+    SpellChecking::apply(self->m_session->checkSpelling());
     self->m_manager->addExtension(std::make_unique<PageViewSettings>(*self->m_session));
     self->m_background = std::make_unique<BackgroundRunning>(G_APPLICATION(self->m_app.get()), *self->m_session, [self] { self->quit(); });
     self->m_updater.emplace();

@@ -8,6 +8,7 @@
 #include "NotificationRelay.h"
 #include "DefaultMailClient.h"
 #include "SettingsView.h"
+#include "SpellChecking.h"
 
 #include <glib/gi18n-lib.h>
 
@@ -167,6 +168,17 @@ void OrvaneApp::showShortcuts() {
 void OrvaneApp::showPreferences() {
     SettingsView& view = SettingsView::open(*m_store, *m_manager, m_mainWindow ? m_mainWindow->window() : nullptr, GTK_APPLICATION(m_app.get()));
     m_background->bindSwitches(view.runInBackgroundSwitch(), view.startAtLoginSwitch());
+    GtkWidget* spelling = view.spellingSwitch();
+    if (g_object_get_data(G_OBJECT(spelling), "orvane-bound"))
+        return;
+    g_object_set_data(G_OBJECT(spelling), "orvane-bound", GINT_TO_POINTER(1));
+    gtk_switch_set_active(GTK_SWITCH(spelling), m_session->checkSpelling());
+    // The switch lives in the preferences window, which goes before the application.
+    g_signal_connect(spelling, "notify::active", G_CALLBACK(+[](GtkSwitch* toggle, GParamSpec*, gpointer session) {
+        bool on = gtk_switch_get_active(toggle);
+        static_cast<SessionPreferences*>(session)->setCheckSpelling(on);
+        SpellChecking::apply(on);
+    }), &*m_session);
 }
 
 void OrvaneApp::showAbout() {

@@ -93,6 +93,7 @@ void SettingsView::build(GtkBuilder* builder) {
     m_dockSwitch = widget("dock_switch");
     m_runInBackgroundSwitch = widget("run_in_background_switch");
     m_startAtLoginSwitch = widget("start_at_login_switch");
+    m_spellingSwitch = widget("spelling_switch");
     for (GtkWidget* toggle : { m_alwaysAskSwitch, m_notificationsSwitch, m_dockSwitch })
         m_connections.push_back(SignalConnection::connect(toggle, "notify::active", &SettingsView::onSwitch, this));
 

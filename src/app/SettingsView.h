@@ -60,6 +60,8 @@ public:
     // Bound by the application (BackgroundRunning), which keeps these two.
     GtkWidget* runInBackgroundSwitch() const { return m_runInBackgroundSwitch; }
     GtkWidget* startAtLoginSwitch() const { return m_startAtLoginSwitch; }
+    // Bound by the application, which keeps it.
+    GtkWidget* spellingSwitch() const { return m_spellingSwitch; }
 
     static constexpr const char* kFailureText = N_("Your desktop did not accept the change. Run "
         "tools/set-default-mail.sh once, or set \u201cOrvane\u201d as the email app in your system's Default "
@@ -105,6 +107,7 @@ private:
     GtkWidget* m_hibernateRow = nullptr; // AdwComboRow over HibernationPolicy::kChoices
     GtkWidget* m_runInBackgroundSwitch = nullptr;
     GtkWidget* m_startAtLoginSwitch = nullptr;
+    GtkWidget* m_spellingSwitch = nullptr;
 
     // View state
     bool m_isDefaultMailClient = false;

@@ -21,6 +21,9 @@ constexpr int kDividerGap = 2;
 constexpr const char* kRemoveLabel = N_("Remove Account");
 constexpr const char* kMemoryItem = "memory";
 constexpr const char* kMemoryLabelKey = "orvane-memory-label";
+constexpr const char* kMuteSwitch = "mute-notifications";
+constexpr const char* kBadgeSwitch = "leave-out-of-badge";
+constexpr const char* kSwitchesKey = "orvane-switches";
 
 // --- Tile input ------------------------------------------------------------
 // These handlers hold no pointer to the SidebarView: they turn input into the
@@ -97,6 +100,12 @@ void markDestructive(GtkWidget* widget) {
     }
 }
 
+void showSwitch(GtkWidget* tile, const char* name, bool on) {
+    auto* switches = G_ACTION_MAP(g_object_get_data(G_OBJECT(tile), kSwitchesKey));
+    if (GAction* action = switches ? g_action_map_lookup_action(switches, name) : nullptr)
+        g_simple_action_set_state(G_SIMPLE_ACTION(action), g_variant_new_boolean(on));
+}
+
 GMenuItem* accountItem(const char* label, const char* action, const std::string& accountID) {
     GMenuItem* item = g_menu_item_new(label, nullptr);
     g_menu_item_set_action_and_target_value(item, action, g_variant_new_string(accountID.c_str()));
@@ -149,10 +158,18 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
         "accessible-role", GTK_ACCESSIBLE_ROLE_TAB_LIST, nullptr));
     gtk_accessible_update_property(GTK_ACCESSIBLE(m_stack), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Accounts"), -1);
     gtk_widget_set_margin_top(m_stack, kInset);
-    gtk_widget_set_margin_bottom(m_stack, kInset);
+    gtk_widget_set_margin_bottom(m_stack, kSpacing);
     gtk_widget_set_halign(m_stack, GTK_ALIGN_CENTER);
     gtk_widget_set_valign(m_stack, GTK_ALIGN_START);
-    gtk_box_append(GTK_BOX(root), m_stack);
+    // Many accounts scroll, vertically only, so they never make the window
+    // taller than its own minimum; the add button stays below them, in view.
+    // With few, the tiles take their natural height and the button follows.
+    GtkWidget* scroller = gtk_scrolled_window_new();
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER, GTK_POLICY_AUTOMATIC);
+    gtk_scrolled_window_set_propagate_natural_height(GTK_SCROLLED_WINDOW(scroller), TRUE);
+    gtk_scrolled_window_set_propagate_natural_width(GTK_SCROLLED_WINDOW(scroller), TRUE);
+    gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), m_stack);
+    gtk_box_append(GTK_BOX(root), scroller);
 
     m_divider = gtk_separator_new(GTK_ORIENTATION_HORIZONTAL);
     gtk_widget_add_css_class(m_divider, "orvane-divider");
@@ -174,7 +191,8 @@ SidebarView::SidebarView(AccountStore& store, WebViewManager& manager)
     gtk_widget_add_css_class(m_addButton, "orvane-add");
     gtk_widget_set_size_request(m_addButton, int(kTileSize), int(kTileSize));
     gtk_widget_set_halign(m_addButton, GTK_ALIGN_CENTER);
-    gtk_box_append(GTK_BOX(m_stack), m_addButton);
+    gtk_widget_set_margin_bottom(m_addButton, kInset);
+    gtk_box_append(GTK_BOX(root), m_addButton);
 
     installActions();
     m_storeSubscription = m_store.observe([this](unsigned) { rebuild(); });
@@ -236,6 +254,20 @@ GtkWidget* SidebarView::makeTile(const Account& account) {
     addShortcut(GTK_SHORTCUT_CONTROLLER(keys), "Return|KP_Enter|space", onActivateKey);
     gtk_widget_add_controller(tile, keys);
 
+    // The switches' check marks: each tile's own stateful actions, whose
+    // changes go to the column's commands for the account.
+    auto switches = adopt(g_simple_action_group_new());
+    for (const char* name : { kMuteSwitch, kBadgeSwitch }) {
+        auto action = adopt(g_simple_action_new_stateful(name, nullptr, g_variant_new_boolean(FALSE)));
+        g_signal_connect_object(action.get(), "change-state", G_CALLBACK(+[](GSimpleAction* action, GVariant*, GtkWidget* tile) {
+            activateForTile(tile, (std::string("sidebar.toggle-") + g_action_get_name(G_ACTION(action))).c_str());
+        }), tile, GConnectFlags(0));
+        g_action_map_add_action(G_ACTION_MAP(switches.get()), G_ACTION(action.get()));
+    }
+    gtk_widget_insert_action_group(tile, "tile", G_ACTION_GROUP(switches.get()));
+    g_object_set_data_full(G_OBJECT(tile), kSwitchesKey, switches.get(), g_object_unref);
+    g_object_ref(switches.get());
+
     GtkWidget* menu = gtk_popover_menu_new_from_model(nullptr);
     gtk_popover_set_has_arrow(GTK_POPOVER(menu), FALSE);
     gtk_popover_set_position(GTK_POPOVER(menu), GTK_POS_BOTTOM);
@@ -264,6 +296,9 @@ void SidebarView::updateTile(GtkWidget* tile, const Account& account) {
         else
             gtk_widget_remove_css_class(tile, "orvane-asleep");
     }
+    const SessionPreferences* preferences = m_manager.sessionPreferences();
+    showSwitch(tile, kMuteSwitch, preferences && preferences->notificationsMuted(account.id));
+    showSwitch(tile, kBadgeSwitch, preferences && preferences->leftOutOfBadge(account.id));
     gtk_accessible_update_state(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_STATE_SELECTED, selected, -1);
     gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
         tileDescription(account, unread, asleep).c_str(), -1);
@@ -335,7 +370,6 @@ void SidebarView::rebuild() {
     place(m_divider);
     for (const Account& account : calendar)
         place(tileFor(account));
-    place(m_addButton);
 
     for (GtkWidget* tile : unused)
         gtk_box_remove(GTK_BOX(m_stack), tile);
@@ -356,6 +390,12 @@ Ref<GMenuModel> SidebarView::contextMenu(const Account& account) const {
             appendItem(first, accountItem(_("Set as default for email links"), "sidebar.set-default", account.id));
         }
     }
+    // Beside the global switches in the preferences; only mail-side
+    // accounts have a count.
+    GMenu* switches = g_menu_new();
+    g_menu_append(switches, _("Mute Notifications"), "tile.mute-notifications");
+    if (account.isMailSide())
+        g_menu_append(switches, _("Leave Out of Dock Badge"), "tile.leave-out-of-badge");
     GMenu* moves = g_menu_new();
     appendItem(moves, accountItem(_("Move Up"), "sidebar.move-up", account.id));
     appendItem(moves, accountItem(_("Move Down"), "sidebar.move-down", account.id));
@@ -364,9 +404,11 @@ Ref<GMenuModel> SidebarView::contextMenu(const Account& account) const {
 
     GMenu* menu = g_menu_new();
     g_menu_append_section(menu, nullptr, G_MENU_MODEL(first));
+    g_menu_append_section(menu, nullptr, G_MENU_MODEL(switches));
     g_menu_append_section(menu, nullptr, G_MENU_MODEL(moves));
     g_menu_append_section(menu, nullptr, G_MENU_MODEL(removal));
     g_object_unref(first);
+    g_object_unref(switches);
     g_object_unref(moves);
     g_object_unref(removal);
     return adopt(G_MENU_MODEL(menu));
@@ -464,6 +506,21 @@ void SidebarView::installActions() {
             self.m_manager.discard(*account);
             self.m_store.remove(*account);
         }
+    });
+    addAction("toggle-mute-notifications", true, [](SidebarView& self, const std::string& id) {
+        SessionPreferences* preferences = self.m_manager.sessionPreferences();
+        if (!preferences || !self.findAccount(id))
+            return;
+        preferences->setNotificationsMuted(id, !preferences->notificationsMuted(id));
+        self.rebuild();
+    });
+    addAction("toggle-leave-out-of-badge", true, [](SidebarView& self, const std::string& id) {
+        SessionPreferences* preferences = self.m_manager.sessionPreferences();
+        if (!preferences || !self.findAccount(id))
+            return;
+        preferences->setLeftOutOfBadge(id, !preferences->leftOutOfBadge(id));
+        self.m_manager.refreshDockBadge();
+        self.rebuild();
     });
     addAction("add-gmail", false, [](SidebarView& self, const std::string&) { self.m_store.addAccount(); });
     addAction("add-outlook", false, [](SidebarView& self, const std::string&) { self.m_store.addOutlookAccount(); });

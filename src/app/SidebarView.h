@@ -17,11 +17,12 @@ namespace orvane {
 class WebViewManager;
 
 // The account column at the left of the main window: one avatar tile per
-// mail-side account, a short divider, the calendar tiles, then the button that
-// adds an account. A click on a tile selects its account; a secondary click,
+// mail-side account, a short divider, the calendar tiles (scrolling when they
+// do not fit), then the button that adds an account. A click on a tile selects its account; a secondary click,
 // a long press, Shift+F10 or the Menu key opens the tile's context menu.
 // Every command is an action of the "sidebar." group on the column, with the
-// account id as its parameter where it needs one. The column redraws from the
+// account id as its parameter where it needs one; the check marks of an
+// account's switches are the tile's own "tile." actions, which run them. The column redraws from the
 // store's and the manager's notifications and keeps no state of its own.
 class SidebarView {
 public:
@@ -73,7 +74,7 @@ private:
     Lifetime m_lifetime; // for memory answers
 
     // Template widgets (inside m_root)
-    GtkWidget* m_stack = nullptr;     // the tiles, the divider and the add button
+    GtkWidget* m_stack = nullptr;     // the tiles and the divider, in a scrolled window
     GtkWidget* m_divider = nullptr;
     GtkWidget* m_addButton = nullptr;
     std::vector<GtkWidget*> m_tiles;  // OrvaneAvatarView, in column order

@@ -141,7 +141,7 @@ void NotificationRelay::postWaiting(const std::string& accountID) {
 
 void NotificationRelay::post(const std::string& accountID, const Message& message) {
     AccountStore* store = m_manager.store();
-    if (!store || !store->notificationsEnabled() || !m_manager.webView(accountID))
+    if (!store || !m_manager.showsNotifications(accountID) || !m_manager.webView(accountID))
         return;
     WebHost& host = m_manager.host();
     const Account* account = store->account(accountID);

@@ -23,7 +23,8 @@ class WebViewManager;
 // The pages' Notification is notification-shim.js, which posts
 // {id, title, body, tag, orvanePage} to orvaneNotify for every notification.
 // The relay takes those messages from the account main views only (a pop-up's
-// notification is dropped), while the store's notificationsEnabled is on, and
+// notification is dropped), while the store's notificationsEnabled is on and
+// the account is not muted (WebViewManager::showsNotifications), and
 // sends a GNotification through the application: titled with the page's
 // title (or the account's label when the page gave none), the label as the
 // body's first line when the page's title is shown, and the default action

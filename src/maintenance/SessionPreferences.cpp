@@ -10,21 +10,26 @@ namespace {
 
 constexpr const char* kRunInBackground = "run-in-background";
 constexpr const char* kStartAtLogin = "start-at-login";
+constexpr const char* kCheckSpelling = "check-spelling";
 constexpr const char* kWindowWidth = "window-width";
 constexpr const char* kWindowHeight = "window-height";
 constexpr const char* kWindowMaximized = "window-maximized";
 
 constexpr std::array kZoomSteps { 0.3, 0.5, 0.67, 0.8, 0.9, 1.0, 1.1, 1.25, 1.5, 1.75, 2.0, 2.5, 3.0 };
 
-// Zoom keys are "zoom-" and the account id; an id that could not be a
-// key-file key (account ids are UUIDs) has no kept zoom.
-std::optional<std::string> zoomKey(const std::string& accountID) {
+constexpr const char* kZoom = "zoom-";
+constexpr const char* kMuted = "mute-notifications-";
+constexpr const char* kLeftOutOfBadge = "leave-out-of-badge-";
+
+// An account's keys are a prefix and its id; an id that could not be a
+// key-file key (account ids are UUIDs) has nothing kept.
+std::optional<std::string> accountKey(const char* prefix, const std::string& accountID) {
     if (accountID.empty() || accountID.size() > 64)
         return std::nullopt;
     bool plain = std::all_of(accountID.begin(), accountID.end(), [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
     });
-    return plain ? std::optional("zoom-" + accountID) : std::nullopt;
+    return plain ? std::optional(prefix + accountID) : std::nullopt;
 }
 
 } // namespace
@@ -47,6 +52,9 @@ bool SessionPreferences::setRunInBackground(bool on) { return setFlag(kRunInBack
 bool SessionPreferences::startAtLogin() const { return flag(kStartAtLogin).value_or(false); }
 bool SessionPreferences::setStartAtLogin(bool on) { return setFlag(kStartAtLogin, on); }
 
+bool SessionPreferences::checkSpelling() const { return flag(kCheckSpelling).value_or(true); }
+bool SessionPreferences::setCheckSpelling(bool on) { return setFlag(kCheckSpelling, on); }
+
 std::optional<SessionPreferences::WindowSize> SessionPreferences::windowSize(int minimumWidth, int minimumHeight) const {
     auto width = m_preferences.number(kWindowWidth);
     auto height = m_preferences.number(kWindowHeight);
@@ -65,14 +73,34 @@ bool SessionPreferences::setWindowSize(const WindowSize& size) {
 }
 
 double SessionPreferences::zoom(const std::string& accountID) const {
-    auto key = zoomKey(accountID);
+    auto key = accountKey(kZoom, accountID);
     auto level = key ? m_preferences.number(*key) : std::nullopt;
     return level ? boundedZoom(*level) : 1.0;
 }
 
 bool SessionPreferences::setZoom(const std::string& accountID, double level) {
-    auto key = zoomKey(accountID);
+    auto key = accountKey(kZoom, accountID);
     return key && m_preferences.setNumber(*key, boundedZoom(level));
+}
+
+bool SessionPreferences::notificationsMuted(const std::string& accountID) const {
+    auto key = accountKey(kMuted, accountID);
+    return key && flag(*key).value_or(false);
+}
+
+bool SessionPreferences::setNotificationsMuted(const std::string& accountID, bool on) {
+    auto key = accountKey(kMuted, accountID);
+    return key && setFlag(*key, on);
+}
+
+bool SessionPreferences::leftOutOfBadge(const std::string& accountID) const {
+    auto key = accountKey(kLeftOutOfBadge, accountID);
+    return key && flag(*key).value_or(false);
+}
+
+bool SessionPreferences::setLeftOutOfBadge(const std::string& accountID, bool on) {
+    auto key = accountKey(kLeftOutOfBadge, accountID);
+    return key && setFlag(*key, on);
 }
 
 double SessionPreferences::boundedZoom(double level) {

@@ -10,7 +10,7 @@ namespace orvane {
 // What Orvane remembers about how it runs on the desktop, kept in
 // preferences.ini beside the update and usage settings: whether closing the
 // window keeps it running, whether it starts at login, the window's size and
-// each account's page zoom. Every value read is bounded, so a hand-edited or
+// each account's page zoom and notification and badge switches. Every value read is bounded, so a hand-edited or
 // damaged file gives sensible values, never an unusable window or page.
 class SessionPreferences {
 public:
@@ -22,6 +22,10 @@ public:
     // Off unless set on.
     bool startAtLogin() const;
     bool setStartAtLogin(bool on);
+
+    // On unless set off.
+    bool checkSpelling() const;
+    bool setCheckSpelling(bool on);
 
     struct WindowSize {
         int width = 0;
@@ -38,6 +42,14 @@ public:
     // range. Accounts are named by their id, which must be a key-file key.
     double zoom(const std::string& accountID) const;
     bool setZoom(const std::string& accountID, double level);
+
+    // Per account, beside the store's global switches, off unless set on:
+    // its page and feed notifications muted, its count left out of the dock
+    // badge (its tile still shows it).
+    bool notificationsMuted(const std::string& accountID) const;
+    bool setNotificationsMuted(const std::string& accountID, bool on);
+    bool leftOutOfBadge(const std::string& accountID) const;
+    bool setLeftOutOfBadge(const std::string& accountID, bool on);
 
     // The next zoom step up or down from a level (the steps browsers use,
     // from 30 % to 300 %); the last step stays where it is.

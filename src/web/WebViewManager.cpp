@@ -403,6 +403,8 @@ void WebViewManager::refreshDockBadge() {
     int64_t total = 0;
     if (m_store && m_store->showDockBadge()) {
         for (const auto& [id, count] : m_unreadCounts) {
+            if (m_preferences && m_preferences->leftOutOfBadge(id))
+                continue;
             if (count > 0 && total > std::numeric_limits<int64_t>::max() - count)
                 total = std::numeric_limits<int64_t>::max();
             else
@@ -410,6 +412,10 @@ void WebViewManager::refreshDockBadge() {
         }
     }
     DockBadge::set(total);
+}
+
+bool WebViewManager::showsNotifications(const std::string& accountID) const {
+    return m_store && m_store->notificationsEnabled() && !(m_preferences && m_preferences->notificationsMuted(accountID));
 }
 
 void WebViewManager::compose(const Account& account, const MailtoComponents& mailto) {
@@ -498,7 +504,8 @@ void WebViewManager::startSleepingCount(const Account& account, const std::strin
     FeedWatcher::Callbacks callbacks {
         [this, id = account.id](int64_t count) { setUnreadCount(id, count); },
         [this, id = account.id](const std::vector<AtomFeed::Entry>& fresh) {
-            if (const Account* current = m_store ? m_store->account(id) : nullptr)
+            const Account* current = m_store ? m_store->account(id) : nullptr;
+            if (current && showsNotifications(id))
                 FeedWatcher::notify(m_host, *m_store, *current, fresh);
         },
     };

@@ -7,6 +7,7 @@
 #include "Observers.h"
 #include "MailtoComponents.h"
 #include "ServiceCatalog.h"
+#include "SessionPreferences.h"
 #include "HibernationPolicy.h"
 
 #include <webkit/webkit.h>
@@ -99,6 +100,13 @@ public:
         return m_unreadObservers.add(std::move(callback));
     }
     void refreshDockBadge();
+    // The per-account switches (which outlive the manager); without them no
+    // account is muted or left out.
+    void setSessionPreferences(SessionPreferences& preferences) { m_preferences = &preferences; }
+    SessionPreferences* sessionPreferences() const { return m_preferences; }
+    // Whether the account's notifications are shown: the store's switch is
+    // on and the account is not muted.
+    bool showsNotifications(const std::string& accountID) const;
     // The app shell calls this each time its main window becomes active
     // (is-active turning true); it refreshes the dock badge.
     void applicationBecameActive();
@@ -166,6 +174,7 @@ private:
     WebHost& m_host;
     const ServiceCatalog& m_services;
     AccountStore* m_store = nullptr;
+    SessionPreferences* m_preferences = nullptr;
 
     // Owned references
     std::map<std::string, std::unique_ptr<Session>> m_sessions; // by account id

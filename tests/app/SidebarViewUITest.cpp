@@ -5,6 +5,7 @@
 #include "AppPaths.h"
 #include "AvatarView.h"
 #include "Files.h"
+#include "MainWindow.h"
 #include "WidgetTest.h"
 #include "XInput.h"
 
@@ -12,7 +13,8 @@ namespace orvane::test {
 namespace {
 
 const Strings kMailMenu = { "—", "Reload→sidebar.reload", "Add Calendar→sidebar.add-calendar",
-    "Set as default for email links→sidebar.set-default", "—", "Move Up→sidebar.move-up",
+    "Set as default for email links→sidebar.set-default", "—", "Mute Notifications→tile.mute-notifications",
+    "Leave Out of Dock Badge→tile.leave-out-of-badge", "—", "Move Up→sidebar.move-up",
     "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" };
 
 // The model button of a shown menu with this text.
@@ -48,9 +50,13 @@ protected:
                         ? orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(c)).label
                         : GTK_IS_SEPARATOR(c) ? "|"
                                               : "+");
+        if (gtk_widget_get_visible(addButton()))
+            shown.push_back("+");
         return shown;
     }
-    GtkWidget* stack() { return gtk_widget_get_first_child(sidebar->widget()); }
+    GtkWidget* scroller() { return gtk_widget_get_first_child(sidebar->widget()); }
+    GtkWidget* stack() { return gtk_viewport_get_child(GTK_VIEWPORT(gtk_scrolled_window_get_child(GTK_SCROLLED_WINDOW(scroller())))); }
+    GtkWidget* addButton() { return gtk_widget_get_last_child(sidebar->widget()); }
     OrvaneAvatarView* tile(const Account& account) {
         for (GtkWidget* c = gtk_widget_get_first_child(stack()); c; c = gtk_widget_get_next_sibling(c))
             if (ORVANE_IS_AVATAR_VIEW(c)
@@ -73,6 +79,9 @@ protected:
 };
 
 TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirKind) {
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    manager->setSessionPreferences(session);
     show();
     EXPECT_EQ(column(), Strings { "+" });
     const Account work = addAccount("Work");
@@ -110,7 +119,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     // once shown, and removal is marked.
     EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(calendar).get()),
-        (Strings { "—", "Reload→sidebar.reload", "—", "Move Up→sidebar.move-up",
+        (Strings { "—", "Reload→sidebar.reload", "—", "Mute Notifications→tile.mute-notifications", "—", "Move Up→sidebar.move-up",
             "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" }));
     ASSERT_TRUE(activate("sidebar.set-default", home.id));
     EXPECT_NE(saved().find("\"defaultMailtoAccountID\":\"" + home.id + "\""), std::string::npos);
@@ -118,13 +127,16 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     defaultMenu[3] = "Default for email links→sidebar.is-default";
     EXPECT_EQ(menuItems(sidebar->contextMenu(home).get()), defaultMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
+    ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(tile(home)), "tile.leave-out-of-badge", nullptr));
+    EXPECT_TRUE(session.leftOutOfBadge(home.id) && !session.leftOutOfBadge(work.id) && !session.notificationsMuted(home.id));
     ASSERT_TRUE(activate("sidebar.context-menu", home.id));
     GtkWidget* menu = menuOf(home);
     ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(menu); }));
     GtkWidget* mark = menuButton(menu, "Default for email links");
-    gboolean ticked = FALSE;
+    gboolean ticked = FALSE, left = FALSE;
     g_object_get(mark, "active", &ticked, nullptr);
-    EXPECT_TRUE(ticked && !gtk_widget_is_sensitive(mark));
+    g_object_get(menuButton(menu, "Leave Out of Dock Badge"), "active", &left, nullptr);
+    EXPECT_TRUE(ticked && !gtk_widget_is_sensitive(mark) && left);
     EXPECT_TRUE(gtk_widget_has_css_class(menuButton(menu, "Remove Account"), "error"));
     gtk_widget_activate_action(sidebar->widget(), "sidebar.is-default", nullptr);
     EXPECT_EQ(store->defaultMailtoAccountID(), home.id);
@@ -168,7 +180,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     for (const Account& account : store->mailAccounts())
         store->remove(account);
     EXPECT_EQ(column(), (Strings { "Home", "Work", "+" }));
-    GtkWidget* add = gtk_widget_get_last_child(stack());
+    GtkWidget* add = addButton();
     EXPECT_EQ(menuItems(gtk_menu_button_get_menu_model(GTK_MENU_BUTTON(add))),
         (Strings { "Gmail account→sidebar.add-gmail", "Outlook account→sidebar.add-outlook" }));
     ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr));
@@ -176,6 +188,25 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work", "+" }));
     EXPECT_EQ(store->accounts()[1].service, AccountService::Outlook);
     EXPECT_EQ(store->selectedAccountID(), store->accounts()[1].id);
+}
+
+TEST_F(SidebarViewTest, ManyAccountsScrollWithinTheWindowsFloorWithTheAddButtonInView) {
+    for (int i = 0; i < 20; ++i)
+        addAccount("Account " + std::to_string(i));
+    show();
+    int minimum = 0;
+    gtk_widget_measure(sidebar->widget(), GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
+    EXPECT_LE(minimum, MainWindow::kMinimumHeight);
+    auto inView = [&](GtkWidget* widget, GtkWidget* area) {
+        graphene_rect_t bounds;
+        return gtk_widget_compute_bounds(widget, area, &bounds) && bounds.origin.y >= 0
+            && bounds.origin.y + bounds.size.height <= gtk_widget_get_height(area);
+    };
+    GtkWidget* last = GTK_WIDGET(tile(store->accounts().back()));
+    ASSERT_FALSE(inView(last, scroller()));
+    EXPECT_TRUE(inView(addButton(), sidebar->widget()));
+    gtk_widget_grab_focus(last); // as Tab would
+    EXPECT_TRUE(waitUntil([&] { return inView(last, scroller()); }));
 }
 
 TEST_F(SidebarViewTest, ClicksSelectAndSaveWhileTheMenuOpensBySecondaryClickLongPressAndKeys) {

@@ -6,6 +6,7 @@
 
 #include "Account.h"
 #include "BridgeScripts.h"
+#include "SessionPreferences.h"
 #include "web/ManagerWebFixture.h"
 
 namespace orvane::test {
@@ -75,6 +76,24 @@ protected:
 
     WebKitWebView* view = nullptr;
 };
+
+TEST_F(NotificationShimWebTest, AMutedAccountsNotificationsAreNotShown) {
+    useServices("/notify/shim.html");
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    manager->setSessionPreferences(session);
+    manager->configure(*store);
+    store->setNotificationsEnabled(true);
+    const Account account = store->addAccount();
+    WebKitWebView* page = show(account);
+    ASSERT_TRUE(waitLoaded(page));
+    for (const char* tag : { "muted", "heard" }) {
+        ASSERT_TRUE(session.setNotificationsMuted(account.id, tag == std::string("muted")));
+        ASSERT_TRUE(runJS(page, "new Notification('Hi', { tag: '" + std::string(tag) + "' }); true").ok);
+    }
+    ASSERT_TRUE(waitUntil([&] { return !host.notifications.empty(); }));
+    EXPECT_EQ(host.notifications[0].id, "orvane-" + account.id + "-heard") << "the muted one came first, from the same page";
+}
 
 // What the page sees of Notification and posts, and what a click does: it
 // selects its account (and saves) without creating a view, and runs the

@@ -3,6 +3,7 @@
 // script's answers PageScriptsWebTest's.
 #include "AppPaths.h"
 #include "DockBadge.h"
+#include "SessionPreferences.h"
 
 #include "ManagerWebFixture.h"
 #include "support/StandInFeed.h"
@@ -130,6 +131,14 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
     manager->applicationBecameActive();
     EXPECT_TRUE(waitUntil([&] { return badge.size() > seen; }));
     EXPECT_TRUE(badgeShows(7));
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    manager->setSessionPreferences(session);
+    ASSERT_TRUE(session.setLeftOutOfBadge(gmail.id, true));
+    manager->refreshDockBadge();
+    EXPECT_TRUE(badgeShows(4));
+    EXPECT_EQ(count(gmail.id), 3) << "kept for its tile";
+    ASSERT_TRUE(session.setLeftOutOfBadge(gmail.id, false));
     manager->discard(outlook);
     EXPECT_TRUE(badgeShows(3));
     EXPECT_FALSE(count(outlook.id));

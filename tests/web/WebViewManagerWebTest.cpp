@@ -1,4 +1,5 @@
 #include "AppPaths.h"
+#include "SpellChecking.h"
 
 #include "ManagerWebFixture.h"
 
@@ -60,6 +61,20 @@ TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItI
     store->remove(calendar);
     EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(mail.dataStoreID)));
     EXPECT_EQ(manager->networkSession(mail.dataStoreID), webkit_web_view_get_network_session(mailView));
+}
+
+// Spelling is checked in the locale's languages that have a dictionary
+// (hunspell-en-us, which tools/install-packages.sh installs).
+TEST(SpellCheckingWebTest, TheLocalesLanguagesThatHaveADictionaryAreChecked) {
+    using Strings = std::vector<std::string>;
+    const std::pair<std::vector<const char*>, Strings> cases[] = {
+        { { "de_DE.UTF-8", "de_DE", "de.UTF-8", "de", "C", nullptr }, { "de_DE", "de" } },
+        { { "sr_RS@latin", "sr_RS", "sr@latin", "POSIX", "", nullptr }, { "sr_RS", "sr" } },
+    };
+    for (const auto& [names, expected] : cases)
+        EXPECT_EQ(SpellChecking::languages(names.data()), expected) << names[0];
+    g_setenv("LANGUAGE", "xx_YY:en_US:en", TRUE);
+    EXPECT_EQ(SpellChecking::apply(true), Strings { "en_US" });
 }
 
 } // namespace
