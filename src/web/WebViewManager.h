@@ -8,6 +8,7 @@
 #include "MailtoComponents.h"
 #include "ServiceCatalog.h"
 #include "HibernationPolicy.h"
+#include "PageFailure.h"
 
 #include <webkit/webkit.h>
 
@@ -26,6 +27,7 @@ class AvatarRefresher;
 class FeedWatcher;
 class Hibernator;
 class NavigationDelegate;
+class PageRecovery;
 class UnreadPoller;
 class ViewExtension;
 class WebHost;
@@ -92,6 +94,16 @@ public:
     // asked of Orvane's web-process extension; nothing when the account has
     // no live page or no answer comes.
     void measureMemory(const std::string& accountID, std::function<void(std::optional<uint64_t> bytes)> completion);
+
+    // Why the account's page is not there (PageRecovery), or nothing while
+    // it is or the account has no view; its unread polling waits meanwhile.
+    std::optional<PageFailure::Kind> failure(const std::string& accountID) const;
+    // Loads the account's page that is not there again.
+    void reload(const std::string& accountID);
+    // Told whenever an account's failure() changes.
+    [[nodiscard]] Observers<>::Subscription observeFailures(Observers<>::Callback callback) {
+        return m_failureObservers.add(std::move(callback));
+    }
 
     // Unread counts reported during this run, by account id.
     const std::map<std::string, int64_t>& unreadCounts() const { return m_unreadCounts; }
@@ -185,6 +197,7 @@ private:
     std::map<std::string, std::unique_ptr<FeedWatcher>> m_feedWatchers; // of sleeping accounts, by id
     std::map<std::string, FeedNews::Inbox> m_feedInboxes; // what earlier watchers found out, by id
     Observers<> m_sleepObservers;
+    Observers<> m_failureObservers;
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
     // Start order: the other pages wait for the selected one's first load.
     bool m_startGateOpen = false;
