@@ -2,9 +2,12 @@
 
 namespace orvane {
 
-PageRecovery::PageRecovery(WebKitWebView* view, std::function<void()> changed)
+PageRecovery::PageRecovery(WebKitWebView* view, Carried carried, std::function<void()> changed, std::function<void()> restart)
     : m_view(view)
-    , m_changed(std::move(changed)) {
+    , m_changed(std::move(changed))
+    , m_restart(std::move(restart))
+    , m_failure(carried.failure)
+    , m_lastCrash(carried.lastCrash) {
     m_connections.push_back(SignalConnection::connect(view, "load-changed", onLoadChanged, this));
     m_connections.push_back(SignalConnection::connect(view, "load-failed", onLoadFailed, this));
     m_connections.push_back(SignalConnection::connect(view, "load-failed-with-tls-errors", onLoadFailedWithTLSErrors, this));
@@ -21,7 +24,9 @@ PageRecovery::~PageRecovery() {
 
 void PageRecovery::reload() {
     g_info("A page that was not there reloads");
-    if (!m_failedAddress.empty())
+    if ((m_failure == PageFailure::Kind::Crashed || m_failure == PageFailure::Kind::OutOfMemory) && m_restart)
+        m_restart();
+    else if (!m_failedAddress.empty())
         webkit_web_view_load_uri(m_view, m_failedAddress.c_str());
     else
         webkit_web_view_reload(m_view);

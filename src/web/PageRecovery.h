@@ -15,22 +15,32 @@ namespace orvane {
 // Watches one account's main view for a page that is not there (a failed or
 // overlong load, a 5xx answer, a web process that crashed or no longer
 // answers; PageFailure says which is which) and brings it back by itself
-// where it may: when the network returns, and once after a crash. WebKit's
+// where it may: when the network returns, and once after a crash (in a view
+// the manager makes again). WebKit's
 // own error page never shows: the app shows its status page instead. Ending
 // the web process on purpose (sleep, TERMINATED_BY_API) is no failure.
 // Main thread only.
 class PageRecovery {
 public:
-    // `changed` is called whenever failure() changes.
-    PageRecovery(WebKitWebView* view, std::function<void()> changed);
+    // What a view made again after a crash carries over from the one before.
+    struct Carried {
+        std::optional<PageFailure::Kind> failure;
+        std::optional<PageFailure::Clock::time_point> lastCrash;
+    };
+    // `changed` is called whenever failure() changes; `restart` makes the
+    // account's view again after a crash (a crashed view reloaded in place
+    // can stay blank), and may destroy this recovery.
+    PageRecovery(WebKitWebView* view, Carried carried, std::function<void()> changed, std::function<void()> restart);
     ~PageRecovery();
     PageRecovery(const PageRecovery&) = delete;
     PageRecovery& operator=(const PageRecovery&) = delete;
 
     // Why the page is not there; nothing while it is.
     std::optional<PageFailure::Kind> failure() const { return m_failure; }
-    // Loads the page again: the failed address, or the current one.
+    // Loads the page again: the failed address, or the current one; after a
+    // crash, in a view made again.
     void reload();
+    Carried carried() const { return { m_failure, m_lastCrash }; }
 
 private:
     static void onLoadChanged(WebKitWebView*, WebKitLoadEvent, gpointer self);
@@ -49,11 +59,13 @@ private:
 
     // Owned references
     std::function<void()> m_changed;
+    std::function<void()> m_restart;
     std::vector<SignalConnection> m_connections;
     std::optional<PageFailure::Kind> m_failure;
     std::string m_failedAddress;
     std::optional<PageFailure::Clock::time_point> m_lastCrash;
     guint m_loadBound = 0;
+    guint m_crashRestart = 0;
     guint m_crashReload = 0;
 };
 

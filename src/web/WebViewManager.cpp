@@ -186,9 +186,17 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         m_popupObservers.notify(id, popup);
     });
     session->delegate->attach(view);
-    session->recovery = std::make_unique<PageRecovery>(view, [this, alive] {
+    PageRecovery::Carried carried;
+    if (auto restarting = m_restarting.find(account.id); restarting != m_restarting.end()) {
+        carried = restarting->second;
+        m_restarting.erase(restarting);
+    }
+    session->recovery = std::make_unique<PageRecovery>(view, carried, [this, alive] {
         if (alive.alive())
             m_failureObservers.notify();
+    }, [this, alive, id = account.id] {
+        if (alive.alive())
+            restartView(id);
     });
     for (auto& extension : m_extensions)
         extension->viewCreated(view, account, service);
@@ -500,6 +508,21 @@ void WebViewManager::putToSleep(const std::string& accountID, Ref<GdkTexture> sn
     m_asleep[accountID] = std::move(snapshot);
     startSleepingCount(session->account, pageAddress);
     g_info("An idle account went to sleep");
+    m_sleepObservers.notify();
+}
+
+void WebViewManager::restartView(const std::string& accountID) {
+    auto it = m_sessions.find(accountID);
+    if (it == m_sessions.end())
+        return;
+    std::unique_ptr<Session> session = std::move(it->second);
+    m_sessions.erase(it);
+    m_restarting[accountID] = session->recovery->carried();
+    release(*session);
+    g_info("An account's view is made again after its web process ended");
+    const Account* current = m_store ? m_store->account(accountID) : nullptr;
+    webView(current ? *current : session->account);
+    // The web area swaps the new view in, as on waking.
     m_sleepObservers.notify();
 }
 

@@ -8,7 +8,7 @@
 #include "MailtoComponents.h"
 #include "ServiceCatalog.h"
 #include "HibernationPolicy.h"
-#include "PageFailure.h"
+#include "PageRecovery.h"
 
 #include <webkit/webkit.h>
 
@@ -27,7 +27,6 @@ class AvatarRefresher;
 class FeedWatcher;
 class Hibernator;
 class NavigationDelegate;
-class PageRecovery;
 class UnreadPoller;
 class ViewExtension;
 class WebHost;
@@ -157,6 +156,8 @@ private:
     friend class Hibernator;
 
     void putToSleep(const std::string& accountID, Ref<GdkTexture> snapshot);
+    // Makes the account's view again after its web process crashed.
+    void restartView(const std::string& accountID);
     void release(Session& session);
     // A sleeping account's count and new mail come from its service's unread
     // feed, when it has one (FeedWatcher); `pageAddress` is where its page was.
@@ -198,6 +199,7 @@ private:
     std::map<std::string, FeedNews::Inbox> m_feedInboxes; // what earlier watchers found out, by id
     Observers<> m_sleepObservers;
     Observers<> m_failureObservers;
+    std::map<std::string, PageRecovery::Carried> m_restarting; // by account id, while its view is made again
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
     // Start order: the other pages wait for the selected one's first load.
     bool m_startGateOpen = false;
