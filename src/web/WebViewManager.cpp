@@ -12,6 +12,7 @@
 #include "MessageSender.h"
 #include "NavigationDelegate.h"
 #include "PageAddress.h"
+#include "PageRecovery.h"
 #include "PageStamp.h"
 #include "UnreadPoller.h"
 #include "ViewExtension.h"
@@ -68,6 +69,7 @@ struct WebViewManager::Session {
     std::vector<std::unique_ptr<Handler>> handlers;
     std::vector<SignalConnection> connections; // title, script messages
     std::unique_ptr<UnreadPoller> poller;
+    std::unique_ptr<PageRecovery> recovery;
 };
 
 WebViewManager::WebViewManager(WebHost& host, const ServiceCatalog& services,
@@ -184,13 +186,25 @@ WebKitWebView* WebViewManager::webView(const Account& account) {
         m_popupObservers.notify(id, popup);
     });
     session->delegate->attach(view);
+    PageRecovery::Carried carried;
+    if (auto restarting = m_restarting.find(account.id); restarting != m_restarting.end()) {
+        carried = restarting->second;
+        m_restarting.erase(restarting);
+    }
+    session->recovery = std::make_unique<PageRecovery>(view, carried, [this, alive] {
+        if (alive.alive())
+            m_failureObservers.notify();
+    }, [this, alive, id = account.id] {
+        if (alive.alive())
+            restartView(id);
+    });
     for (auto& extension : m_extensions)
         extension->viewCreated(view, account, service);
 
     if (service.unreadPollJS && !service.unreadPollJS->empty()) {
         session->poller = std::make_unique<UnreadPoller>(view, *service.unreadPollJS,
             PageScripts::sourceURI(service.unreadPollScriptName), m_pollInterval,
-            [this, id = account.id] { return showsOwnPage(id); },
+            [this, id = account.id] { return showsOwnPage(id) && !failure(id); },
             [this, id = account.id](int64_t count) { setUnreadCount(id, count); });
     }
 
@@ -325,6 +339,16 @@ bool WebViewManager::showsOwnPage(const std::string& accountID) const {
         && MessageSender::showsOwnPage(it->second->view.get(), m_services.forService(it->second->account.service));
 }
 
+std::optional<PageFailure::Kind> WebViewManager::failure(const std::string& accountID) const {
+    auto it = m_sessions.find(accountID);
+    return it == m_sessions.end() ? std::nullopt : it->second->recovery->failure();
+}
+
+void WebViewManager::reload(const std::string& accountID) {
+    if (auto it = m_sessions.find(accountID); it != m_sessions.end())
+        it->second->recovery->reload();
+}
+
 WebKitWebView* WebViewManager::webView(const std::string& accountID) const {
     auto it = m_sessions.find(accountID);
     return it == m_sessions.end() ? nullptr : it->second->view.get();
@@ -348,6 +372,7 @@ std::vector<WebKitWebView*> WebViewManager::popupViews(const std::string& accoun
 
 void WebViewManager::release(Session& session) {
     session.connections.clear();
+    session.recovery.reset();
     session.delegate.reset();
     session.poller.reset();
     webkit_web_view_stop_loading(session.view.get());
@@ -489,6 +514,21 @@ void WebViewManager::putToSleep(const std::string& accountID, Ref<GdkTexture> sn
     m_asleep[accountID] = std::move(snapshot);
     startSleepingCount(session->account, pageAddress);
     g_info("An idle account went to sleep");
+    m_sleepObservers.notify();
+}
+
+void WebViewManager::restartView(const std::string& accountID) {
+    auto it = m_sessions.find(accountID);
+    if (it == m_sessions.end())
+        return;
+    std::unique_ptr<Session> session = std::move(it->second);
+    m_sessions.erase(it);
+    m_restarting[accountID] = session->recovery->carried();
+    release(*session);
+    g_info("An account's view is made again after its web process ended");
+    const Account* current = m_store ? m_store->account(accountID) : nullptr;
+    webView(current ? *current : session->account);
+    // The web area swaps the new view in, as on waking.
     m_sleepObservers.notify();
 }
 

@@ -9,6 +9,7 @@
 #include "ServiceCatalog.h"
 #include "SessionPreferences.h"
 #include "HibernationPolicy.h"
+#include "PageRecovery.h"
 
 #include <webkit/webkit.h>
 
@@ -94,6 +95,16 @@ public:
     // no live page or no answer comes.
     void measureMemory(const std::string& accountID, std::function<void(std::optional<uint64_t> bytes)> completion);
 
+    // Why the account's page is not there (PageRecovery), or nothing while
+    // it is or the account has no view; its unread polling waits meanwhile.
+    std::optional<PageFailure::Kind> failure(const std::string& accountID) const;
+    // Loads the account's page that is not there again.
+    void reload(const std::string& accountID);
+    // Told whenever an account's failure() changes.
+    [[nodiscard]] Observers<>::Subscription observeFailures(Observers<>::Callback callback) {
+        return m_failureObservers.add(std::move(callback));
+    }
+
     // Unread counts reported during this run, by account id.
     const std::map<std::string, int64_t>& unreadCounts() const { return m_unreadCounts; }
     [[nodiscard]] Observers<>::Subscription observeUnreadCounts(Observers<>::Callback callback) {
@@ -153,6 +164,8 @@ private:
     friend class Hibernator;
 
     void putToSleep(const std::string& accountID, Ref<GdkTexture> snapshot);
+    // Makes the account's view again after its web process crashed.
+    void restartView(const std::string& accountID);
     void release(Session& session);
     // A sleeping account's count and new mail come from its service's unread
     // feed, when it has one (FeedWatcher); `pageAddress` is where its page was.
@@ -194,6 +207,8 @@ private:
     std::map<std::string, std::unique_ptr<FeedWatcher>> m_feedWatchers; // of sleeping accounts, by id
     std::map<std::string, FeedNews::Inbox> m_feedInboxes; // what earlier watchers found out, by id
     Observers<> m_sleepObservers;
+    Observers<> m_failureObservers;
+    std::map<std::string, PageRecovery::Carried> m_restarting; // by account id, while its view is made again
     AccountStore::ChangeObservers::Subscription m_storeSubscription;
     // Start order: the other pages wait for the selected one's first load.
     bool m_startGateOpen = false;

@@ -1,30 +1,20 @@
-// Switching accounts shows another page without reloading any, a save that
-// fails leaves Orvane running, and one account's web process killed takes no
-// other account down.
+// Switching accounts shows another page without reloading any, and a save
+// that fails leaves Orvane running. (A killed web process: RecoveryTest.)
 #include "E2ETest.h"
 
-#include <csignal>
-#include <set>
-#include <sstream>
 #include <sys/resource.h>
 
 namespace orvane::test {
 
-class AccountSwitchTest : public E2ETest {
-protected:
-    // How often a page asked for its next command (every 50 ms while alive).
-    int polls(const std::string& who) const { return requests("/notify/next", "who=" + who); }
-};
+using AccountSwitchTest = E2ETest;
 
-TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedAndAKilledWebProcessTakesNoOtherAccountDown) {
+TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedAndAFailedSaveLeavesOrvaneRunning) {
     serveWithRemote("/e2e/red.html", "/e2e/red.html");
     serveWithRemote("/e2e/green.html", "/e2e/green.html");
     ASSERT_TRUE(startOrvane("/e2e/red.html?who=gmail", "/e2e/green.html?who=outlook"));
     EXPECT_EQ(orvane.actionEnabled("check-for-updates"), false) << "no update feed configured";
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded"));
-    std::set<int> before = webProcesses();
-    ASSERT_FALSE(before.empty());
     ASSERT_TRUE(orvane.activateAction("add-outlook-account"));
     ASSERT_TRUE(waitForEvents("outlook", "loaded"));
     auto ids = orvane.accountIDs();
@@ -57,26 +47,6 @@ TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedAndAKilledWebProce
     EXPECT_TRUE(waitForColor(point, kGreen, "file-size-limit"));
     EXPECT_TRUE(orvane.isRunning());
     EXPECT_EQ(Files::read(orvane.accountsFilePath(), 1 << 20), saved);
-
-    // The Outlook page runs in the web process that came with it. Killed,
-    // that page is gone while the Gmail page goes on asking for commands and
-    // answers them, and Orvane can still select and show it.
-    std::set<int> after = webProcesses(), added;
-    std::ranges::set_difference(after, before, std::inserter(added, added.end()));
-    ASSERT_EQ(added.size(), 1u);
-    ASSERT_EQ(kill(*added.begin(), SIGKILL), 0);
-    ASSERT_TRUE(waitUntil([&] { return !webProcesses().contains(*added.begin()); }));
-    int outlookPolls = polls("outlook"), gmailPolls = polls("gmail");
-    runInPage("outlook", "report('alive')");
-    ASSERT_TRUE(waitUntil([&] { return polls("gmail") >= gmailPolls + 20; }));
-    EXPECT_LE(polls("outlook"), outlookPolls + 1) << "the killed page still asks";
-    EXPECT_TRUE(events("outlook", "alive").empty());
-    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
-    EXPECT_EQ(orvane.selectedAccountID(), ids[0]);
-    runInPage("gmail", "report('still', document.visibilityState)");
-    ASSERT_TRUE(waitForEvents("gmail", "still"));
-    EXPECT_EQ(events("gmail", "still").front().data, "visible");
-    EXPECT_TRUE(waitForColor(point, kRed, "after-the-kill"));
 }
 
 } // namespace orvane::test

@@ -1,0 +1,76 @@
+#include "PageFailure.h"
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+
+namespace orvane {
+namespace {
+
+using namespace std::chrono_literals;
+using Kind = PageFailure::Kind;
+
+TEST(PageFailureTest, OnlyRealFailuresOfTheMainLoadShowTheStatusPage) {
+    struct Case {
+        const char* what;
+        std::string domain;
+        int code;
+        std::optional<Kind> kind;
+    };
+    const std::string io = g_quark_to_string(G_IO_ERROR);
+    const Case cases[] = {
+        { "replaced by another load", "WebKitNetworkError", 302, std::nullopt },
+        { "cancelled in the network layer", io, G_IO_ERROR_CANCELLED, std::nullopt },
+        { "a link sent to the browser", "WebKitPolicyError", 102, std::nullopt },
+        { "a response downloaded", "WebKitPolicyError", 101, std::nullopt },
+        { "nothing listens", io, G_IO_ERROR_CONNECTION_REFUSED, Kind::NoNetwork },
+        { "no route", io, G_IO_ERROR_NETWORK_UNREACHABLE, Kind::NoNetwork },
+        { "WebKit's generic network failure", "WebKitNetworkError", 399, Kind::NoNetwork },
+        { "name not resolved", g_quark_to_string(G_RESOLVER_ERROR), G_RESOLVER_ERROR_NOT_FOUND, Kind::NameNotResolved },
+        { "timed out", io, G_IO_ERROR_TIMED_OUT, Kind::TimedOut },
+        { "bad certificate", g_quark_to_string(G_TLS_ERROR), G_TLS_ERROR_BAD_CERTIFICATE, Kind::Insecure },
+        { "another I/O error", io, G_IO_ERROR_FAILED, Kind::Other },
+        { "an unknown domain", "soup-session-error-quark", 3, Kind::Other },
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(PageFailure::ofLoadError(c.domain, c.code), c.kind) << c.what;
+
+    struct Status {
+        unsigned status;
+        std::optional<Kind> kind;
+    };
+    for (auto [status, kind] : { Status { 200, {} }, { 404, {} }, { 499, {} }, { 500, Kind::ServerError },
+             { 503, Kind::ServerError }, { 599, Kind::ServerError }, { 600, {} }, { 0, {} } })
+        EXPECT_EQ(PageFailure::ofStatus(status), kind) << status;
+}
+
+TEST(PageFailureTest, APageComesBackByItselfOnlyWhereAReloadCanHelp) {
+    struct Case {
+        Kind kind;
+        bool reloadsWhenOnline;
+    };
+    const Case cases[] = {
+        { Kind::NoNetwork, true }, { Kind::NameNotResolved, true }, { Kind::TimedOut, true }, { Kind::Other, true },
+        { Kind::ServerError, false }, { Kind::Insecure, false }, { Kind::Crashed, false },
+        { Kind::OutOfMemory, false }, { Kind::NotResponding, false },
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(PageFailure::reloadsWhenOnline(c.kind), c.reloadsWhenOnline) << PageFailure::text(c.kind).title;
+
+    const auto now = PageFailure::Clock::now();
+    struct Crash {
+        const char* what;
+        std::optional<PageFailure::Clock::time_point> previous;
+        bool reloads;
+    };
+    const Crash crashes[] = {
+        { "the first", std::nullopt, true },
+        { "a second soon after", now - 5s, false },
+        { "a second just within the minute", now - 60s, false },
+        { "a second after the minute", now - 61s, true },
+    };
+    for (const auto& c : crashes)
+        EXPECT_EQ(PageFailure::reloadsAfterCrash(c.previous, now), c.reloads) << c.what;
+}
+
+} // namespace
+} // namespace orvane
