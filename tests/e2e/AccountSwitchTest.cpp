@@ -40,13 +40,16 @@ TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedAndAFailedSaveLeav
     // fails as on a full disk: Orvane goes on and the old file stays whole.
     const auto saved = Files::read(orvane.accountsFilePath(), 1 << 20);
     struct rlimit limit {
-        16, 16
+        16, RLIM_INFINITY
     };
     ASSERT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
     EXPECT_TRUE(waitForColor(point, kGreen, "file-size-limit"));
     EXPECT_TRUE(orvane.isRunning());
     EXPECT_EQ(Files::read(orvane.accountsFilePath(), 1 << 20), saved);
+    // Lifted again, so that nothing added below runs under it.
+    limit.rlim_cur = RLIM_INFINITY;
+    EXPECT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
 }
 
 } // namespace orvane::test
