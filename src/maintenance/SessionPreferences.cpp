@@ -83,25 +83,20 @@ bool SessionPreferences::setZoom(const std::string& accountID, double level) {
     return key && m_preferences.setNumber(*key, boundedZoom(level));
 }
 
-bool SessionPreferences::notificationsMuted(const std::string& accountID) const {
-    auto key = accountKey(kMuted, accountID);
+bool SessionPreferences::accountFlag(const char* prefix, const std::string& accountID) const {
+    auto key = accountKey(prefix, accountID);
     return key && flag(*key).value_or(false);
 }
 
-bool SessionPreferences::setNotificationsMuted(const std::string& accountID, bool on) {
-    auto key = accountKey(kMuted, accountID);
+bool SessionPreferences::setAccountFlag(const char* prefix, const std::string& accountID, bool on) {
+    auto key = accountKey(prefix, accountID);
     return key && setFlag(*key, on);
 }
 
-bool SessionPreferences::leftOutOfBadge(const std::string& accountID) const {
-    auto key = accountKey(kLeftOutOfBadge, accountID);
-    return key && flag(*key).value_or(false);
-}
-
-bool SessionPreferences::setLeftOutOfBadge(const std::string& accountID, bool on) {
-    auto key = accountKey(kLeftOutOfBadge, accountID);
-    return key && setFlag(*key, on);
-}
+bool SessionPreferences::notificationsMuted(const std::string& id) const { return accountFlag(kMuted, id); }
+bool SessionPreferences::setNotificationsMuted(const std::string& id, bool on) { return setAccountFlag(kMuted, id, on); }
+bool SessionPreferences::leftOutOfBadge(const std::string& id) const { return accountFlag(kLeftOutOfBadge, id); }
+bool SessionPreferences::setLeftOutOfBadge(const std::string& id, bool on) { return setAccountFlag(kLeftOutOfBadge, id, on); }
 
 double SessionPreferences::boundedZoom(double level) {
     if (!std::isfinite(level))

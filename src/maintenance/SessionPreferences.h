@@ -62,6 +62,9 @@ public:
 private:
     std::optional<bool> flag(const std::string& key) const;
     bool setFlag(const std::string& key, bool on);
+    // An account's switch (prefix + id), off when absent or unreadable.
+    bool accountFlag(const char* prefix, const std::string& accountID) const;
+    bool setAccountFlag(const char* prefix, const std::string& accountID, bool on);
 
     // Borrowed references
     Preferences& m_preferences;
