@@ -12,6 +12,7 @@ MainWindow::MainWindow(GtkApplication* application, AccountStore& store, WebView
     ensureStyle(gdk_display_get_default());
     auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/MainWindow.ui"));
     m_window = GTK_WINDOW(gtk_builder_get_object(builder.get(), "window"));
+    m_toasts = ADW_TOAST_OVERLAY(gtk_builder_get_object(builder.get(), "toasts"));
     g_object_add_weak_pointer(G_OBJECT(m_window), reinterpret_cast<gpointer*>(&m_window));
     gtk_window_set_application(m_window, application);
     gtk_widget_set_size_request(GTK_WIDGET(m_window), kMinimumWidth, kMinimumHeight);
@@ -36,6 +37,13 @@ MainWindow::~MainWindow() {
         if (!gtk_widget_in_destruction(GTK_WIDGET(m_window)))
             gtk_window_destroy(m_window);
     }
+}
+
+void MainWindow::showToast(AdwToast* toast) {
+    if (m_window)
+        adw_toast_overlay_add_toast(m_toasts, toast);
+    else
+        g_object_unref(g_object_ref_sink(toast));
 }
 
 void MainWindow::activeChanged(GObject* window, GParamSpec*, gpointer data) {

@@ -27,6 +27,9 @@ public:
     GtkWindow* window() const { return m_window; }
     ContentView& content() const { return *m_content; }
 
+    // Shows a toast over the window's content (takes the floating reference).
+    void showToast(AdwToast* toast);
+
     // Called each time the window becomes the active one.
     void setOnBecameActive(std::function<void()> callback) { m_onBecameActive = std::move(callback); }
 
@@ -39,6 +42,7 @@ private:
     // Borrowed references: GTK's list of toplevels owns the window; cleared
     // when the window is finalized.
     GtkWindow* m_window = nullptr;
+    AdwToastOverlay* m_toasts = nullptr; // a child of the window
 
     // Owned references
     std::unique_ptr<ContentView> m_content;
