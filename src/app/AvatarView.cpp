@@ -3,6 +3,7 @@
 #include "AppPaths.h"
 #include "AvatarStyle.h"
 #include "GRef.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 #include <cmath>
@@ -289,7 +290,7 @@ static void orvane_avatar_view_dispose(GObject* object) {
 }
 
 static void orvane_avatar_view_finalize(GObject* object) {
-    delete ORVANE_AVATAR_VIEW(object)->state;
+    HeapBox::free<State>(ORVANE_AVATAR_VIEW(object)->state);
     G_OBJECT_CLASS(orvane_avatar_view_parent_class)->finalize(object);
 }
 
@@ -320,7 +321,7 @@ static void orvane_avatar_view_class_init(OrvaneAvatarViewClass* klass) {
 }
 
 static void orvane_avatar_view_init(OrvaneAvatarView* self) {
-    self->state = new State();
+    self->state = HeapBox::make<State>();
     gtk_widget_set_overflow(GTK_WIDGET(self), GTK_OVERFLOW_VISIBLE);
 }
 

@@ -2,6 +2,7 @@
 
 #include "GRef.h"
 #include "ExternalLink.h"
+#include "HeapBox.h"
 
 #include <glib/gi18n-lib.h>
 
@@ -96,7 +97,7 @@ void describeFailure(AdwMessageDialog* dialog, const UpdaterController::Result& 
 AdwMessageDialog* UpdateDialog::create(GtkWindow* parent, const UpdaterController::Result& result, Opener open) {
     auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(parent, nullptr, nullptr));
     gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
-    auto* links = new Links {{}, {}, open ? std::move(open) : Opener(openInBrowser)};
+    auto* links = HeapBox::make<Links>(Links {{}, {}, open ? std::move(open) : Opener(openInBrowser)});
 
     using Kind = UpdaterController::Result::Kind;
     if (result.kind == Kind::UpdateAvailable && result.item)
@@ -110,7 +111,7 @@ AdwMessageDialog* UpdateDialog::create(GtkWindow* parent, const UpdaterControlle
         adw_message_dialog_set_default_response(dialog, kClose);
 
     g_object_set_data_full(G_OBJECT(dialog), "orvane-update-links", links,
-        [](gpointer data) { delete static_cast<Links*>(data); });
+        HeapBox::free<Links>);
     g_signal_connect(dialog, "response", G_CALLBACK(onResponse), links);
     return dialog;
 }
@@ -123,9 +124,9 @@ AdwMessageDialog* UpdateDialog::present(GtkWindow* parent, const UpdaterControll
 
 void UpdateDialog::checkAndPresent(UpdaterController& updater, GtkWindow* parent) {
     // Cleared when the callback goes away, called or not.
-    std::shared_ptr<GWeakRef> weakParent(new GWeakRef, [](GWeakRef* ref) {
+    std::shared_ptr<GWeakRef> weakParent(HeapBox::make<GWeakRef>(), [](GWeakRef* ref) {
         g_weak_ref_clear(ref);
-        delete ref;
+        HeapBox::free<GWeakRef>(ref);
     });
     g_weak_ref_init(weakParent.get(), parent);
     bool hasParent = parent != nullptr;

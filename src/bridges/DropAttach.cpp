@@ -6,6 +6,7 @@
 #include "MailService.h"
 #include "FileChooserInterceptor.h"
 #include "ScriptResult.h"
+#include "HeapBox.h"
 
 #include <cmath>
 #include <utility>
@@ -99,9 +100,9 @@ void DropAttach::attach(WebKitWebView* view, const MailService& service,
     const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
     if (!view || of(view))
         return;
-    auto* attachment = new DropAttach(view, service, drops, owner);
+    auto* attachment = HeapBox::make<DropAttach>(view, service, drops, owner);
     g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
-        +[](gpointer data) { delete static_cast<DropAttach*>(data); });
+        HeapBox::free<DropAttach>);
     // Both live as long as the view; the interceptor finds the attachment anew.
     FileChooserInterceptor::set(view, [view](WebKitFileChooserRequest* request) {
         DropAttach* attached = of(view);
@@ -183,7 +184,7 @@ bool DropAttach::drop(const GValue* value) {
 void DropAttach::beginDropAttach(std::vector<std::string> paths) {
     if (auto drops = m_drops.lock())
         drops->add(m_view, std::move(paths));
-    auto* task = new Task(m_view);
+    auto* task = HeapBox::make<Task>(m_view);
     g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
         openComposeAndClickAttach(static_cast<Task*>(data));
         return G_SOURCE_REMOVE;
@@ -193,13 +194,13 @@ void DropAttach::beginDropAttach(std::vector<std::string> paths) {
 void DropAttach::openComposeAndClickAttach(Task* task) {
     auto [view, attachment] = task->resolve();
     if (!attachment) {
-        delete task;
+        HeapBox::free<Task>(task);
         return;
     }
     const MailService& service = attachment->m_service;
     if (!service.attachClickJS || service.attachClickJS->empty()) {
         // Nothing to click (Google Calendar): the files wait and expire.
-        delete task;
+        HeapBox::free<Task>(task);
         return;
     }
     if (GtkWindow* window = windowOf(view.get()))
@@ -210,7 +211,7 @@ void DropAttach::openComposeAndClickAttach(Task* task) {
 void DropAttach::waitForActiveWindow(Task* task) {
     auto [view, attachment] = task->resolve();
     if (!attachment) {
-        delete task;
+        HeapBox::free<Task>(task);
         return;
     }
     GtkWindow* window = windowOf(view.get());
@@ -227,7 +228,7 @@ void DropAttach::waitForActiveWindow(Task* task) {
 
 void DropAttach::runAttachScript(Task* task) {
     auto [view, attachment] = task->resolve();
-    delete task;
+    HeapBox::free<Task>(task);
     if (!attachment)
         return;
     const MailService& service = attachment->m_service;

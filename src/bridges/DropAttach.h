@@ -3,6 +3,7 @@
 #include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
+#include "HeapBox.h"
 
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>
@@ -75,6 +76,7 @@ public:
     static constexpr gint64 kFileInputClickLifetimeUs = 1000000;
 
 private:
+    friend struct HeapBox::Access;
     struct Task;
     // The extension's report of a click on a file input.
     struct FileInputClick {

@@ -8,6 +8,7 @@
 #include "NativeImageFetch.h"
 #include "PageBridges.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
 
 #include <cstring>
 #include <memory>
@@ -102,8 +103,8 @@ void SaveImageWebView::serve(WebViewManager& manager) {
 void SaveImageWebView::enable(WebKitWebView* view, std::optional<AccountService> service) {
     if (!view || of(view))
         return;
-    g_object_set_data_full(G_OBJECT(view), kCompanionKey, new SaveImageWebView(view, service),
-        [](gpointer data) { delete static_cast<SaveImageWebView*>(data); });
+    g_object_set_data_full(G_OBJECT(view), kCompanionKey, HeapBox::make<SaveImageWebView>(view, service),
+        HeapBox::free<SaveImageWebView>);
 }
 
 SaveImageWebView* SaveImageWebView::of(WebKitWebView* view) {
@@ -173,8 +174,7 @@ void SaveImageWebView::fetchInPage(std::shared_ptr<SaveTask> task) {
     webkit_web_view_call_async_javascript_function(view.get(), body.data(), static_cast<gssize>(body.size()),
         g_variant_builder_end(&arguments), nullptr, sourceURI.c_str(), self->m_cancellable.get(),
         +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::shared_ptr<SaveTask> task(std::move(*static_cast<std::shared_ptr<SaveTask>*>(data)));
-            delete static_cast<std::shared_ptr<SaveTask>*>(data);
+            std::shared_ptr<SaveTask> task = *HeapBox::take<std::shared_ptr<SaveTask>>(data);
             GErrorPtr error;
             Ref<JSCValue> value = adopt(webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source),
                 result, GErrorOut(error)));
@@ -192,7 +192,7 @@ void SaveImageWebView::fetchInPage(std::shared_ptr<SaveTask> task) {
             }
             finishSave(task, decoded->data, kFallbackName + ImageBytes::extension(decoded->meta, decoded->data));
         },
-        new std::shared_ptr<SaveTask>(std::move(task)));
+        HeapBox::make<std::shared_ptr<SaveTask>>(std::move(task)));
 }
 
 void SaveImageWebView::fetchNative(std::shared_ptr<SaveTask> task) {

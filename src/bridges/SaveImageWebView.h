@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "SignalConnection.h"
 #include "ImageCapturer.h"
+#include "HeapBox.h"
 
 #include <webkit/webkit.h>
 
@@ -80,6 +81,7 @@ public:
     static constexpr const char* kFetchScript = "bridges/image-fetch.js";
 
 private:
+    friend struct HeapBox::Access;
     struct SaveTask;
 
     SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service);

@@ -2,6 +2,7 @@
 
 #include "DownloadsFolder.h"
 #include "UniqueFile.h"
+#include "HeapBox.h"
 
 #include <optional>
 #include <string>
@@ -72,8 +73,7 @@ void removeLeftover(WebKitDownload* download) {
 void adopt(WebKitDownload* download) {
     if (!download || reservationOf(download))
         return;
-    g_object_set_data_full(G_OBJECT(download), kReservationKey, new Reservation,
-        [](gpointer data) { delete static_cast<Reservation*>(data); });
+    g_object_set_data_full(G_OBJECT(download), kReservationKey, HeapBox::make<Reservation>(), HeapBox::free<Reservation>);
     g_signal_connect(download, "decide-destination", G_CALLBACK(onDecideDestination), nullptr);
     g_signal_connect(download, "failed", G_CALLBACK(+[](WebKitDownload* d, GError*, gpointer) {
         removeLeftover(d);
