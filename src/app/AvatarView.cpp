@@ -142,7 +142,10 @@ static void snapshotPicture(OrvaneAvatarView* self, GtkSnapshot* snapshot, const
             float(tile.origin.y + (tile.size.height - h) / 2), float(w), float(h));
         gtk_snapshot_append_texture(snapshot, s.photo.get(), &bounds);
     } else {
-        GdkRGBA disc = rgba(AvatarStyle::colorForSeed(s.account.colorSeed));
+        AvatarStyle::HSV hsv = AvatarStyle::colorForSeed(s.account.colorSeed);
+        float red = 0, green = 0, blue = 0;
+        gtk_hsv_to_rgb(float(hsv.hue), float(hsv.saturation), float(hsv.value), &red, &green, &blue);
+        GdkRGBA disc = { red, green, blue, 1 };
         gtk_snapshot_append_color(snapshot, &disc, &tile);
         auto layout = makeLayout(GTK_WIDGET(self), AvatarStyle::initialForLabel(s.account.label), s.size * 0.42,
             PANGO_WEIGHT_SEMIBOLD);
