@@ -1,6 +1,7 @@
 #include "OrvaneApp.h"
 
 #include "Beacon.h"
+#include "RendererChoice.h"
 
 #include "Autostart.h"
 #include "ContentView.h"
@@ -54,6 +55,7 @@ int OrvaneApp::run(int argc, char** argv) {
 // arguments over and exits without ever building these.
 void OrvaneApp::onStartup(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
+    RendererChoice::apply(gdk_display_get_default());
     useIconFromSourceTree();
     gtk_window_set_default_icon_name(build::kAppID);
     self->m_preferences.emplace();

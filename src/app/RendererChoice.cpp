@@ -1,0 +1,34 @@
+#include "RendererChoice.h"
+
+#include "GRef.h"
+
+#include <epoxy/gl.h>
+
+#include <cstring>
+
+namespace orvane::RendererChoice {
+
+static bool softwareGL(GdkDisplay* display) {
+    GErrorPtr error;
+    if (!gdk_display_prepare_gl(display, GErrorOut(error)))
+        return false; // GTK draws with cairo anyway
+    Ref<GdkGLContext> context = adopt(gdk_display_create_gl_context(display, GErrorOut(error)));
+    if (!context || !gdk_gl_context_realize(context.get(), GErrorOut(error)))
+        return false;
+    gdk_gl_context_make_current(context.get());
+    const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+    bool software = renderer && (strstr(renderer, "llvmpipe") || strstr(renderer, "softpipe"));
+    gdk_gl_context_clear_current();
+    return software;
+}
+
+void apply(GdkDisplay* display) {
+    if (!display || g_getenv("GSK_RENDERER"))
+        return;
+    if (softwareGL(display)) {
+        // Read by GTK when it makes the first window's renderer.
+        g_setenv("GSK_RENDERER", "cairo", TRUE);
+    }
+}
+
+} // namespace orvane::RendererChoice
