@@ -3,6 +3,7 @@
 #include "GRef.h"
 
 #include <epoxy/gl.h>
+#include <gsk/gsk.h>
 
 #include <cstring>
 
@@ -25,10 +26,18 @@ static bool softwareGL(GdkDisplay* display) {
 void apply(GdkDisplay* display) {
     if (!display || g_getenv("GSK_RENDERER"))
         return;
-    if (softwareGL(display)) {
-        // Read by GTK when it makes the first window's renderer.
-        g_setenv("GSK_RENDERER", "cairo", TRUE);
-    }
+    if (!softwareGL(display))
+        return;
+    // GTK reads the variable once, when it makes its first renderer: make one
+    // now on a surface never shown, then take the variable away again so that
+    // the programs Orvane starts (a browser, a file manager) do not inherit it.
+    g_setenv("GSK_RENDERER", "cairo", TRUE);
+    GdkSurface* surface = gdk_surface_new_toplevel(display);
+    Ref<GskRenderer> renderer = adopt(gsk_renderer_new_for_surface(surface));
+    if (renderer)
+        gsk_renderer_unrealize(renderer.get());
+    gdk_surface_destroy(surface);
+    g_unsetenv("GSK_RENDERER");
 }
 
 } // namespace orvane::RendererChoice

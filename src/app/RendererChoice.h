@@ -8,8 +8,8 @@ namespace orvane::RendererChoice {
 // OpenGL is Mesa's software rasterizer (llvmpipe: no GPU, a virtual machine,
 // a remote session), GTK's OpenGL renderer spends most of a second of CPU
 // compiling shaders at start while the first page loads, and gains nothing
-// over drawing with cairo; Orvane then asks for the cairo renderer. A
-// GSK_RENDERER already set by the user is left as it is.
+// over drawing with cairo; Orvane then asks for the cairo renderer, for its
+// own windows only. A GSK_RENDERER already set by the user is left as it is.
 void apply(GdkDisplay* display);
 
 } // namespace orvane::RendererChoice
