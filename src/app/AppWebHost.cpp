@@ -79,7 +79,6 @@ AdwToast* finishedToast(const std::string& name, const std::string& path, bool s
     gtk_widget_add_css_class(label, "heading");
     GtkWidget* show = gtk_button_new_with_label(_("Show in Files"));
     gtk_widget_set_valign(show, GTK_ALIGN_CENTER);
-    gtk_widget_add_css_class(show, "flat");
     gtk_actionable_set_action_name(GTK_ACTIONABLE(show), "downloads.show-in-files");
     gtk_actionable_set_action_target_value(GTK_ACTIONABLE(show), g_variant_new_string(path.c_str()));
     gtk_box_append(GTK_BOX(title), label);

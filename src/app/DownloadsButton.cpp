@@ -80,6 +80,8 @@ DownloadsButton::DownloadsButton(DownloadList& list, GtkWindow* window)
     gtk_widget_insert_action_group(GTK_WIDGET(window), "downloads", G_ACTION_GROUP(m_actions.get()));
 
     m_button = gtk_menu_button_new();
+    // Flat as the header bar's icon buttons (a custom child is no image button).
+    gtk_menu_button_set_has_frame(GTK_MENU_BUTTON(m_button), FALSE);
     m_buttonRef = Ref<GtkWidget>(m_button);
     gtk_widget_set_tooltip_text(m_button, _("Downloads"));
     gtk_accessible_update_property(GTK_ACCESSIBLE(m_button), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Downloads"), -1);
