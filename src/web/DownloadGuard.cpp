@@ -4,6 +4,7 @@
 #include "WebHost.h"
 
 #include <glib/gi18n-lib.h>
+#include <libsoup/soup.h>
 #include <gtk/gtk.h>
 
 #include <algorithm>
@@ -41,6 +42,19 @@ WebHost::DownloadEnd failureOf(WebKitDownload* download, const GError* error) {
     if (g_error_matches(error, WEBKIT_DOWNLOAD_ERROR, WEBKIT_DOWNLOAD_ERROR_DESTINATION))
         return WebHost::DownloadEnd::WriteFailed;
     return WebHost::DownloadEnd::Cancelled;
+}
+
+// WebKit reports a download whose connection closed early as finished. A
+// response without a content coding says how many bytes it has; with one,
+// the decoded size may be smaller or larger, and nothing is known.
+bool truncated(WebKitDownload* download) {
+    WebKitURIResponse* response = webkit_download_get_response(download);
+    guint64 expected = response ? webkit_uri_response_get_content_length(response) : 0;
+    SoupMessageHeaders* headers = response ? webkit_uri_response_get_http_headers(response) : nullptr;
+    const char* coding = headers ? soup_message_headers_get_one(headers, "Content-Encoding") : nullptr;
+    if (!expected || (coding && g_ascii_strcasecmp(coding, "identity") != 0))
+        return false;
+    return webkit_download_get_received_data_length(download) < expected;
 }
 
 } // namespace
@@ -101,6 +115,8 @@ void DownloadGuard::ended(Tracked* tracked) {
     if (!done->started)
         return;
     WebHost::DownloadEnd end = done->failure.value_or(WebHost::DownloadEnd::Finished);
+    if (end == WebHost::DownloadEnd::Finished && truncated(done->download.get()))
+        end = WebHost::DownloadEnd::NetworkFailed; // what came is kept
     const char* destination = webkit_download_get_destination(done->download.get());
     std::string path = end == WebHost::DownloadEnd::Finished && destination ? destination : "";
     m_host.downloadEnded(done->download.get(), end, path);
