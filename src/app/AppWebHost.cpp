@@ -136,7 +136,7 @@ void AppWebHost::downloadEnded(WebKitDownload* download, DownloadEnd end, const 
 void AppWebHost::fileSaved(const std::string& path, WebKitWebView*) {
     m_downloads.saved(path);
     if (m_showToast)
-        m_showToast(finishedToast(m_downloads.items().back().name, path, true));
+        m_showToast(finishedToast(GCharPtr(g_filename_display_basename(path.c_str())).get(), path, true));
 }
 
 void AppWebHost::reportFailure(const std::string& message, WebKitWebView*) {

@@ -40,7 +40,8 @@ void showInFiles(GtkWindow* parent, const std::string& path) {
     std::string uri = uriOf(path);
     GCharPtr folder(g_path_get_dirname(path.c_str()));
     auto* fallback = new Fallback { Ref<GtkWindow>(parent), uriOf(folder.get()) };
-    GDBusConnection* bus = g_application_get_dbus_connection(g_application_get_default());
+    GtkApplication* application = parent ? gtk_window_get_application(parent) : nullptr;
+    GDBusConnection* bus = application ? g_application_get_dbus_connection(G_APPLICATION(application)) : nullptr;
     if (uri.empty() || !bus) {
         showURI(parent, fallback->folderURI);
         delete fallback;

@@ -17,16 +17,16 @@ std::string pathOf(GVariant* parameter) {
     return parameter && g_variant_is_of_type(parameter, G_VARIANT_TYPE_STRING) ? g_variant_get_string(parameter, nullptr) : "";
 }
 
-void addAction(GSimpleActionGroup* group, const char* name, void (*run)(GtkWindow*, const std::string&), GtkWindow* window) {
-    GSimpleAction* action = g_simple_action_new(name, G_VARIANT_TYPE_STRING);
-    g_object_set_data(G_OBJECT(action), "run", reinterpret_cast<gpointer>(run));
-    g_signal_connect(action, "activate", G_CALLBACK(+[](GSimpleAction* action, GVariant* parameter, gpointer window) {
-        auto run = reinterpret_cast<void (*)(GtkWindow*, const std::string&)>(g_object_get_data(G_OBJECT(action), "run"));
+// An action of the window's "downloads" group, on a file's absolute path.
+// The window holds the group, so the actions never outlive it.
+template <void (*Run)(GtkWindow*, const std::string&)>
+void addAction(GSimpleActionGroup* group, const char* name, GtkWindow* window) {
+    Ref<GSimpleAction> action = adopt(g_simple_action_new(name, G_VARIANT_TYPE_STRING));
+    g_signal_connect(action.get(), "activate", G_CALLBACK(+[](GSimpleAction*, GVariant* parameter, gpointer window) {
         if (std::string path = pathOf(parameter); g_path_is_absolute(path.c_str()))
-            run(GTK_WINDOW(window), path);
+            Run(GTK_WINDOW(window), path);
     }), window);
-    g_action_map_add_action(G_ACTION_MAP(group), G_ACTION(action));
-    g_object_unref(action);
+    g_action_map_add_action(G_ACTION_MAP(group), G_ACTION(action.get()));
 }
 
 GtkWidget* rowFor(const DownloadList::Item& item) {
@@ -75,8 +75,8 @@ GtkWidget* rowFor(const DownloadList::Item& item) {
 DownloadsButton::DownloadsButton(DownloadList& list, GtkWindow* window)
     : m_list(list)
     , m_actions(adopt(g_simple_action_group_new())) {
-    addAction(m_actions.get(), "open", DesktopFiles::open, window);
-    addAction(m_actions.get(), "show-in-files", DesktopFiles::showInFiles, window);
+    addAction<DesktopFiles::open>(m_actions.get(), "open", window);
+    addAction<DesktopFiles::showInFiles>(m_actions.get(), "show-in-files", window);
     gtk_widget_insert_action_group(GTK_WIDGET(window), "downloads", G_ACTION_GROUP(m_actions.get()));
 
     m_button = gtk_menu_button_new();
