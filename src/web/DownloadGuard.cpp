@@ -62,7 +62,6 @@ bool truncated(WebKitDownload* download) {
 void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* parentView) {
     DownloadDestination::adopt(download);
     track(download);
-    m_parentView = parentView;
     DownloadGate::Verdict verdict = m_gate.arrive(DownloadGate::Clock::now());
     if (verdict == DownloadGate::Verdict::Start) {
         start(download);
@@ -102,7 +101,7 @@ void DownloadGuard::start(WebKitDownload* download) {
     if (it == m_running.end() || (*it)->started)
         return;
     (*it)->started = true;
-    m_host.downloadStarted(download, m_parentView);
+    m_host.downloadStarted(download, webkit_download_get_web_view(download));
 }
 
 void DownloadGuard::ended(Tracked* tracked) {

@@ -68,7 +68,6 @@ private:
     DownloadGate m_gate;
     std::vector<Ref<WebKitDownload>> m_held;
     std::vector<std::unique_ptr<Tracked>> m_running; // until "finished"
-    WebKitWebView* m_parentView = nullptr; // the last admitted download's, for the host
     Lifetime m_lifetime; // for the question's answer
 };
 

@@ -52,8 +52,8 @@ public:
         Cancelled,     // by the page, WebKit or the flood guard: nothing to say
     };
     // A download that Orvane lets run (at once, or once the user allowed a
-    // flood of them); `from` is the account's main view. The host may follow
-    // its progress until downloadEnded.
+    // flood of them); `from` is the view it came from (or null). The host
+    // may follow its progress until downloadEnded.
     virtual void downloadStarted(WebKitDownload*, WebKitWebView* from) { }
     // `path` is the complete file for Finished, else empty.
     virtual void downloadEnded(WebKitDownload*, DownloadEnd, const std::string& path) { }
