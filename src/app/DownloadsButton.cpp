@@ -4,6 +4,7 @@
 
 #include <glib/gi18n-lib.h>
 
+#include <algorithm>
 #include <numbers>
 
 namespace orvane {
@@ -29,7 +30,7 @@ void addAction(GSimpleActionGroup* group, const char* name, GtkWindow* window) {
     g_action_map_add_action(G_ACTION_MAP(group), G_ACTION(action.get()));
 }
 
-GtkWidget* rowFor(const DownloadList::Item& item) {
+GtkWidget* rowFor(const DownloadList::Item& item, GtkWidget** bar) {
     GtkWidget* box = gtk_box_new(GTK_ORIENTATION_VERTICAL, 6);
     gtk_widget_add_css_class(box, "orvane-download");
     GtkWidget* line = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 6);
@@ -63,9 +64,9 @@ GtkWidget* rowFor(const DownloadList::Item& item) {
     }
     gtk_box_append(GTK_BOX(box), line);
     if (item.state == DownloadList::State::Running) {
-        GtkWidget* bar = gtk_progress_bar_new();
-        gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(bar), item.progress);
-        gtk_box_append(GTK_BOX(box), bar);
+        *bar = gtk_progress_bar_new();
+        gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(*bar), item.progress);
+        gtk_box_append(GTK_BOX(box), *bar);
     }
     return box;
 }
@@ -138,11 +139,26 @@ void DownloadsButton::update() {
     rebuildRows();
 }
 
+// Progress alone moves the bars; any other change builds the rows anew (a
+// row under the pointer keeps its hover while its neighbours progress).
 void DownloadsButton::rebuildRows() {
+    const auto& items = m_list.items();
+    bool same = items.size() == m_shown.size() && std::equal(items.begin(), items.end(), m_shown.begin(),
+        [](const DownloadList::Item& item, const Row& row) { return item.id == row.id && item.state == row.state && item.name == row.name; });
+    if (same) {
+        for (size_t i = 0; i < items.size(); ++i)
+            if (m_shown[i].bar)
+                gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(m_shown[i].bar), items[i].progress);
+        return;
+    }
     while (GtkWidget* child = gtk_widget_get_first_child(m_rows))
         gtk_box_remove(GTK_BOX(m_rows), child);
-    for (const auto& item : m_list.items())
-        gtk_box_append(GTK_BOX(m_rows), rowFor(item));
+    m_shown.clear();
+    for (const auto& item : items) {
+        GtkWidget* bar = nullptr;
+        gtk_box_append(GTK_BOX(m_rows), rowFor(item, &bar));
+        m_shown.push_back({ item.id, item.state, item.name, bar });
+    }
 }
 
 void DownloadsButton::lingerOver() {

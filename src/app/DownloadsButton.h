@@ -6,6 +6,9 @@
 
 #include <gtk/gtk.h>
 
+#include <string>
+#include <vector>
+
 namespace orvane {
 
 // The header bar's downloads button. It shows while a download runs (a ring
@@ -42,6 +45,13 @@ private:
     GtkWidget* m_ring = nullptr;
     GtkWidget* m_popover = nullptr;
     GtkWidget* m_rows = nullptr;
+    struct Row {
+        uint64_t id;
+        DownloadList::State state;
+        std::string name;
+        GtkWidget* bar; // while running, else null
+    };
+    std::vector<Row> m_shown; // what m_rows shows, in order
 
     // Owned references
     Ref<GtkWidget> m_buttonRef;
