@@ -13,6 +13,7 @@ MainWindow::MainWindow(GtkApplication* application, AccountStore& store, WebView
     auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/MainWindow.ui"));
     m_window = GTK_WINDOW(gtk_builder_get_object(builder.get(), "window"));
     m_toasts = ADW_TOAST_OVERLAY(gtk_builder_get_object(builder.get(), "toasts"));
+    m_headerBar = ADW_HEADER_BAR(gtk_builder_get_object(builder.get(), "header_bar"));
     g_object_add_weak_pointer(G_OBJECT(m_window), reinterpret_cast<gpointer*>(&m_window));
     gtk_window_set_application(m_window, application);
     gtk_widget_set_size_request(GTK_WIDGET(m_window), kMinimumWidth, kMinimumHeight);

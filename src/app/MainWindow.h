@@ -26,6 +26,7 @@ public:
 
     GtkWindow* window() const { return m_window; }
     ContentView& content() const { return *m_content; }
+    AdwHeaderBar* headerBar() const { return m_headerBar; }
 
     // Shows a toast over the window's content (takes the floating reference).
     void showToast(AdwToast* toast);
@@ -43,6 +44,7 @@ private:
     // when the window is finalized.
     GtkWindow* m_window = nullptr;
     AdwToastOverlay* m_toasts = nullptr; // a child of the window
+    AdwHeaderBar* m_headerBar = nullptr; // a child of the window
 
     // Owned references
     std::unique_ptr<ContentView> m_content;

@@ -62,6 +62,12 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_session.emplace(*self->m_preferences);
     self->m_store.emplace();
     self->m_webHost.emplace(GTK_APPLICATION(self->m_app.get()));
+    self->m_webHost->setToastShower([self](AdwToast* toast) {
+        if (self->m_mainWindow)
+            self->m_mainWindow->showToast(toast);
+        else
+            g_object_unref(g_object_ref_sink(toast));
+    });
     self->m_services.emplace(ServiceCatalog::fromEnvironment());
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
@@ -134,6 +140,8 @@ MainWindow& OrvaneApp::ensureMainWindow() {
         });
         GtkWindow* window = m_mainWindow->window();
         m_pageTools = std::make_unique<PageTools>(*m_mainWindow, *m_store, *m_manager, *m_session);
+        m_downloadsButton = std::make_unique<DownloadsButton>(m_webHost->downloads(), window);
+        adw_header_bar_pack_end(m_mainWindow->headerBar(), m_downloadsButton->widget());
         WindowGeometry::restore(window, *m_session, MainWindow::kMinimumWidth, MainWindow::kMinimumHeight);
         WindowGeometry::keepOnClose(window, *m_session);
         m_background->attach(window);
@@ -153,6 +161,7 @@ MainWindow& OrvaneApp::presentMainWindow() {
 void OrvaneApp::mainWindowGone() {
     m_mainWindowDestroyed.disconnect();
     m_pageTools.reset();
+    m_downloadsButton.reset();
     m_mainWindow.reset();
 }
 

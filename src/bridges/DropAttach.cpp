@@ -7,6 +7,9 @@
 #include "FileChooserInterceptor.h"
 #include "ScriptResult.h"
 #include "HeapBox.h"
+#include "WebHost.h"
+
+#include <glib/gi18n-lib.h>
 
 #include <cmath>
 #include <utility>
@@ -63,8 +66,9 @@ struct DropAttach::Task {
 };
 
 DropAttach::DropAttach(WebKitWebView* view, const MailService& service,
-    const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner)
+    const std::shared_ptr<PendingDrops>& drops, WebHost& host, WebKitWebView* owner)
     : m_view(view)
+    , m_host(host)
     , m_service(service)
     , m_drops(drops)
     , m_cancellable(adopt(g_cancellable_new())) {
@@ -97,10 +101,10 @@ DropAttach::~DropAttach() {
 }
 
 void DropAttach::attach(WebKitWebView* view, const MailService& service,
-    const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
+    const std::shared_ptr<PendingDrops>& drops, WebHost& host, WebKitWebView* owner) {
     if (!view || of(view))
         return;
-    auto* attachment = HeapBox::make<DropAttach>(view, service, drops, owner);
+    auto* attachment = HeapBox::make<DropAttach>(view, service, drops, host, owner);
     g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
         HeapBox::free<DropAttach>);
     // Both live as long as the view; the interceptor finds the attachment anew.
@@ -260,10 +264,24 @@ void DropAttach::attachScriptFinished(GObject* source, GAsyncResult* result, gpo
     attachment->clickAt(point->first, point->second);
 }
 
+// The page showed no attach button to click.
 void DropAttach::attachFailed() {
     gtk_widget_error_bell(GTK_WIDGET(m_view));
-    if (auto drops = m_drops.lock())
+    auto drops = m_drops.lock();
+    auto paths = drops ? drops->pending(m_view) : std::nullopt;
+    if (drops)
         drops->clear(m_view);
+    if (!paths || paths->empty())
+        return;
+    std::string message;
+    if (paths->size() == 1) {
+        GCharPtr name(g_filename_display_basename(paths->front().c_str()));
+        message = GCharPtr(g_strdup_printf(_("Could not attach “%s”: the page has no place for attachments"), name.get())).get();
+    } else {
+        message = GCharPtr(g_strdup_printf(ngettext("Could not attach %u file: the page has no place for attachments",
+            "Could not attach %u files: the page has no place for attachments", paths->size()), unsigned(paths->size()))).get();
+    }
+    m_host.reportFailure(message, m_view);
 }
 
 void DropAttach::clickAt(double x, double y) {

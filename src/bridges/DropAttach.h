@@ -16,6 +16,7 @@
 namespace orvane {
 
 class PendingDrops;
+class WebHost;
 
 // Files dropped on an account's page (its main view or one of its pop-ups)
 // become attachments of a message in that page. A drop target for file lists
@@ -42,8 +43,9 @@ public:
     // the hosts whose choosers may take dropped files. `drops` keeps the
     // files; `owner` is the account's main view when `view` is a pop-up,
     // whose dropped files the pop-up's choosers may take as well.
+    // A drop that cannot attach is told to `host`, which outlives the view.
     static void attach(WebKitWebView* view, const MailService& service,
-        const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner = nullptr);
+        const std::shared_ptr<PendingDrops>& drops, WebHost& host, WebKitWebView* owner = nullptr);
     // The view's drop attachment, or null.
     static DropAttach* of(WebKitWebView* view);
 
@@ -85,7 +87,7 @@ private:
     };
 
     DropAttach(WebKitWebView* view, const MailService& service, const std::shared_ptr<PendingDrops>& drops,
-        WebKitWebView* owner);
+        WebHost& host, WebKitWebView* owner);
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
     WebKitWebView* owner();
 
@@ -99,6 +101,7 @@ private:
     // Borrowed references
     WebKitWebView* m_view; // the owner
     GtkDropTarget* m_target = nullptr; // owned by the view
+    WebHost& m_host;
 
     // Owned references
     const MailService& m_service; // the application's catalogue outlives every view

@@ -9,6 +9,9 @@
 #include "PageBridges.h"
 #include "WebViewManager.h"
 #include "HeapBox.h"
+#include "WebHost.h"
+
+#include <glib/gi18n-lib.h>
 
 #include <cstring>
 #include <memory>
@@ -72,8 +75,9 @@ struct SaveImageWebView::SaveTask {
     SaveCompletion completion;
 };
 
-SaveImageWebView::SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service)
+SaveImageWebView::SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service, WebHost& host)
     : m_view(view)
+    , m_host(host)
     , m_service(service)
     , m_saveImageAction(adopt(g_simple_action_new("orvane-save-image", G_VARIANT_TYPE_STRING)))
     , m_downloadLinkAction(adopt(g_simple_action_new("orvane-download-linked-file", G_VARIANT_TYPE_STRING)))
@@ -100,10 +104,10 @@ void SaveImageWebView::serve(WebViewManager& manager) {
     });
 }
 
-void SaveImageWebView::enable(WebKitWebView* view, std::optional<AccountService> service) {
+void SaveImageWebView::enable(WebKitWebView* view, std::optional<AccountService> service, WebHost& host) {
     if (!view || of(view))
         return;
-    g_object_set_data_full(G_OBJECT(view), kCompanionKey, HeapBox::make<SaveImageWebView>(view, service),
+    g_object_set_data_full(G_OBJECT(view), kCompanionKey, HeapBox::make<SaveImageWebView>(view, service, host),
         HeapBox::free<SaveImageWebView>);
 }
 
@@ -218,10 +222,16 @@ void SaveImageWebView::finishSave(const std::shared_ptr<SaveTask>& task, std::st
     std::optional<std::string> path;
     if (!data.empty())
         path = write(data, name);
-    // Neither fetch worked, or there is no Downloads folder to save into. (A
-    // write that fails otherwise is only logged.)
-    if (data.empty() || (!path && !DownloadsFolder::path()))
+    WebHost& host = of(view.get())->m_host;
+    if (path) {
+        host.fileSaved(*path, view.get());
+    } else {
         gtk_widget_error_bell(GTK_WIDGET(view.get()));
+        host.reportFailure(data.empty() ? _("Could not save the image: it could not be fetched")
+                : !DownloadsFolder::path() ? _("Could not save the image: there is no Downloads folder")
+                                           : _("Could not save the image: the file could not be written"),
+            view.get());
+    }
     if (task->completion)
         task->completion(path);
 }

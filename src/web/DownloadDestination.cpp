@@ -19,6 +19,7 @@ struct Reservation {
     std::optional<UniqueFile::Identity> file;
     bool decided = false;
     bool held = false;
+    bool unplaced = false;
     std::optional<std::string> waitingName; // asked for while held
 };
 
@@ -37,6 +38,7 @@ void decide(WebKitDownload* download, Reservation* reservation, const std::strin
     reservation->decided = true;
     auto file = reserveFile(suggestedName);
     if (!file) {
+        reservation->unplaced = true;
         webkit_download_cancel(download);
         return;
     }
@@ -92,6 +94,11 @@ void release(WebKitDownload* download) {
     reservation->held = false;
     if (reservation->waitingName && !reservation->decided)
         decide(download, reservation, *reservation->waitingName);
+}
+
+bool unplaced(WebKitDownload* download) {
+    Reservation* reservation = download ? reservationOf(download) : nullptr;
+    return reservation && reservation->unplaced;
 }
 
 } // namespace orvane::DownloadDestination
