@@ -2,7 +2,7 @@
 
 #include <glib/gi18n-lib.h>
 
-#include <algorithm>
+#include <utility>
 
 namespace orvane {
 
@@ -18,7 +18,7 @@ std::string titleFor(const std::vector<Account>& removed) {
         if (g_utf8_strlen(label.c_str(), -1) > RemovalToast::kMaxLabelCharacters)
             shown += "…";
         GCharPtr escaped(g_markup_escape_text(shown.c_str(), -1));
-        // TRANSLATORS: the toast after an account was removed; %s is its name.
+        // Translators: the toast after an account was removed; %s is its name.
         title.reset(g_strdup_printf(_("“%s” removed"), escaped.get()));
     } else {
         auto count = static_cast<unsigned>(removed.size());
@@ -49,9 +49,9 @@ void RemovalToast::update() {
         return;
     std::vector<Account> removed = m_store.pendingRemovals();
     if (removed.empty()) {
-        if (AdwToast* toast = m_toast.get()) {
+        if (Ref<AdwToast> toast = m_toast) {
             forgetToast();
-            adw_toast_dismiss(toast);
+            adw_toast_dismiss(toast.get());
         }
         return;
     }
@@ -79,7 +79,7 @@ void RemovalToast::dismissed(AdwToast*, gpointer data) {
     self->m_store.commitRemovals();
 }
 
-// The newest first, so each goes back before the ones it followed.
+// Newest first, the reverse of how they went.
 void RemovalToast::undo(AdwToast*, gpointer data) {
     auto* self = static_cast<RemovalToast*>(data);
     self->forgetToast();
