@@ -11,6 +11,7 @@
 namespace orvane {
 
 class ContentView;
+class RemovalToast;
 class WebViewManager;
 
 // The one main window: an AdwApplicationWindow titled "Orvane" with a header
@@ -30,6 +31,9 @@ public:
 
     // Shows a toast over the window's content (takes the floating reference).
     void showToast(AdwToast* toast);
+    // The toast that offers to undo removing accounts; removals still
+    // pending when the window goes are committed then.
+    RemovalToast& removals() const { return *m_removals; }
 
     // Called each time the window becomes the active one.
     void setOnBecameActive(std::function<void()> callback) { m_onBecameActive = std::move(callback); }
@@ -48,6 +52,7 @@ private:
 
     // Owned references
     std::unique_ptr<ContentView> m_content;
+    std::unique_ptr<RemovalToast> m_removals;
     std::function<void()> m_onBecameActive;
     SignalConnection m_activeChanged;
 };

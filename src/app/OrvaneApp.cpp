@@ -61,6 +61,13 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
     self->m_preferences.emplace();
     self->m_session.emplace(*self->m_preferences);
     self->m_store.emplace();
+    SessionPreferences* session = &*self->m_session;
+    self->m_store->setAccountForgetter([session](const std::string& accountID) {
+        session->forgetAccounts([&](const std::string& id) { return id == accountID; });
+    });
+    // What a removal cut short by a crash left: the accounts file already went without it.
+    if (self->m_store->removeOrphans())
+        session->forgetAccounts([store = &*self->m_store](const std::string& id) { return !store->account(id); });
     self->m_webHost.emplace(GTK_APPLICATION(self->m_app.get()));
     self->m_webHost->setToastShower([self](AdwToast* toast) {
         if (self->m_mainWindow)
@@ -125,6 +132,7 @@ void OrvaneApp::onShutdown(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
     self->m_checkForUpdates.reset();
     self->mainWindowGone();
+    self->m_store->commitRemovals();
     self->m_background.reset();
 }
 
