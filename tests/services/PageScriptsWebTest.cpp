@@ -11,7 +11,8 @@ using nlohmann::json;
 // What the e2e suite shows through the real binary is not repeated: composing
 // a link in Gmail and Outlook (e2e/MailtoTest), a drop opening a form and
 // clicking its file control (e2e/DropAttachTest); the photo and unread
-// scripts' usual answers are tests/web/AvatarWebTest and UnreadCountsWebTest.
+// scripts' answers are tests/web/AvatarWebTest and UnreadCountsWebTest, the
+// attach script giving up tests/bridges/DropAttachWebTest.
 class PageScriptsWebTest : public WebViewTest {
 protected:
     json page(const std::string& script) {
@@ -44,41 +45,6 @@ TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndPressesEnterOnTo) {
         { "to", "keydown", to, "Enter", 13, 13 }, { "to", "keyup", "", "Enter", 13, 13 } }))
         << "an empty subject is no subject";
     EXPECT_EQ(page("__fixtureLog.filter(e => e.type === 'compose-clicked').length"), 1);
-}
-
-TEST_F(PageScriptsWebTest, WhatTheOtherScriptsFallBackOnWhenThePageHasLess) {
-    const auto& gmail = testServices().gmail();
-    const auto& outlook = testServices().outlook();
-    auto photo = [&](const MailService& service, const std::string& name) {
-        return callAsync(*service.photoJS, { { "acctName", name } }).value;
-    };
-    auto poll = [&] { return page(*outlook.unreadPollJS); };
-    ASSERT_TRUE(loadFixture("/gmail/"));
-    EXPECT_EQ(poll(), -1) << "not Outlook's page";
-    page("document.getElementById('account-link').removeAttribute('aria-label'); true");
-    EXPECT_EQ(photo(gmail, ""), server.uri("/gmail/photo.png")) << "img.gbii";
-    page("document.querySelector('img.gbii').remove(); document.querySelector('[gh=\"cm\"]').remove(); true");
-    EXPECT_EQ(photo(gmail, ""), "");
-    auto attach = callAsync(*gmail.attachClickJS);
-    EXPECT_TRUE(attach.ok && attach.value.is_null()) << "no form and no compose button: " << attach.error;
-
-    ASSERT_TRUE(loadFixture("/outlook/mail/"));
-    const json first = photo(outlook, "");
-    EXPECT_EQ(first.get<std::string>().rfind("data:image/png;base64,", 0), 0u);
-    EXPECT_NE(photo(outlook, "Display Name"), first) << "the image labelled with the name";
-    EXPECT_EQ(photo(outlook, "Nobody Here"), first) << "else the first image";
-    // Any spaces and letter case around the count; separators end it.
-    const std::pair<const char*, int> polls[] = { { "Inbox (7  UNREAD)", 7 }, { "Inbox (1,234 unread)", 0 } };
-    for (const auto& [title, unread] : polls) {
-        page("document.querySelector('[data-folder-name=inbox]').title = " + jsonLiteral(title) + "; true");
-        EXPECT_EQ(poll(), unread) << title;
-    }
-    page("document.querySelector('[aria-label=\"New mail\"]').remove(); __fixture.signOut(); true");
-    EXPECT_EQ(poll(), -1) << "signed out";
-    EXPECT_TRUE(callAsync(*outlook.attachClickJS).value.is_null()) << "no form opens";
-    const char* hidden = "[...document.querySelectorAll('input[type=file]')]"
-                         ".every(i => i.getAttribute('style') === 'display:none')";
-    EXPECT_EQ(page(hidden), true);
 }
 
 } // namespace
