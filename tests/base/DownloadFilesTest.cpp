@@ -2,7 +2,6 @@
 #include "FileNames.h"
 #include "Files.h"
 #include "ImageBytes.h"
-#include "Token.h"
 #include "UniqueFile.h"
 #include "support/TestEnvironment.h"
 
@@ -147,16 +146,6 @@ TEST(ImageBytesTest, DataAddressesDecodeAndTheExtensionComesFromTheTypeThenTheSi
     };
     for (const auto& [meta, bytes, extension] : cases)
         EXPECT_EQ(ImageBytes::extension(meta, bytes), extension) << meta << " " << bytes;
-}
-
-// Photo file names are tokens of their addresses. The values come from an
-// independent big-integer computation of the same recurrence, modulo 2^64.
-TEST(TokenTest, KnownValuesOfBytesWrappingAt64Bits) {
-    EXPECT_EQ(token(""), "45h");
-    EXPECT_EQ(token("hello"), "2orgj27b");
-    EXPECT_EQ(token("Grüße ✉"), "2wwq49ggmcyxt");
-    EXPECT_EQ(token(std::string(100, 'x')), "1rh46cgnzfvnp");
-    EXPECT_EQ(token("owa:" + token("data:image/png;base64,AAAA")), "11nvstsxy8lya");
 }
 
 } // namespace

@@ -47,5 +47,31 @@ TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndPressesEnterOnTo) {
     EXPECT_EQ(page("__fixtureLog.filter(e => e.type === 'compose-clicked').length"), 1);
 }
 
+// What Gmail's typing script answers for the stand-in page's compose forms:
+// only text the user typed keeps an idle page awake.
+TEST_F(PageScriptsWebTest, GmailTypingCountsOnlyTypedTextInAComposeForm) {
+    const auto& gmail = testServices().gmail();
+    ASSERT_TRUE(loadFixture("/gmail/"));
+    auto answer = [&] { return callAsync(*gmail.typingJS).value; };
+    EXPECT_EQ(answer(), "none") << "no form";
+    page("document.querySelector('[gh=\"cm\"]').click(); true");
+    ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1"));
+    const std::pair<const char*, const char*> cases[] = {
+        { "", "none" }, // the signature alone
+        { "form.querySelector('[name=subjectbox]').value = 'Lunch'", "typed" },
+        { "form.querySelector('[aria-label=\"To recipients\"]').value = 'tom'", "typed" },
+        { "form.querySelector('[aria-label=\"Message Body\"]').prepend('See you')", "typed" },
+        { "form.querySelector('[aria-label=\"Message Body\"]').prepend('  \\n ')", "none" },
+        { "form.querySelector('.gmail_signature').append('Sent from home')", "none" },
+        { "form.querySelector('[name=subjectbox]').value = 'Lunch'; form.classList.add('minimised')", "typed" },
+    };
+    for (const auto& [change, expected] : cases) {
+        page("document.getElementById('compose-area').replaceChildren("
+             "document.getElementById('compose-template').content.firstElementChild.cloneNode(true)); true");
+        page(std::string("{ const form = document.querySelector('.compose'); ") + change + " } true");
+        EXPECT_EQ(answer(), expected) << change;
+    }
+}
+
 } // namespace
 } // namespace orvane::test
