@@ -343,11 +343,11 @@ TEST_F(AccountStoreTest, SavesIntoAFullDiskKeepTheOldFileAndGoOn) {
     EXPECT_NE(warnings.find(AppPaths::accountsFile()), "") << "the failed save is logged";
     EXPECT_FALSE(Preferences(folder + "/preferences.ini").setString("Key", "value"));
     EXPECT_NE(warnings.find(folder + "/preferences.ini"), "");
+    // No ASSERT until the limit is lifted: the rest of the program runs on.
     auto image = UniqueFile::create(folder, "image.png", "image");
-    ASSERT_TRUE(image);
-    EXPECT_FALSE(image->write(std::string(8192, 'i')));
-    EXPECT_FALSE(Files::exists(image->path())) << "the partial file goes";
-    EXPECT_NE(warnings.find(image->path()), "");
+    EXPECT_TRUE(image && !image->write(std::string(8192, 'i')));
+    EXPECT_TRUE(image && !Files::exists(image->path())) << "the partial file goes";
+    EXPECT_TRUE(image && !warnings.find(image->path()).empty());
 
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &unlimited), 0);
     store.save();

@@ -113,7 +113,8 @@ TEST_F(HTTPFetchTest, CookiesGoOnlyWhereLibsoupSaysTheyApplyAndNeverAcrossHosts)
     // Which apply (path, secure, expiry) is libsoup's own rule; the last
     // would apply where the redirect below leads.
     const std::tuple<const char*, const char*, const char*> made[] = { { "host", "127.0.0.1", "/" },
-        { "images", "127.0.0.1", "/images" }, { "secure", "127.0.0.1", "/" }, { "redirected", "localhost", "/" } };
+        { "images", "127.0.0.1", "/images" }, { "secure", "127.0.0.1", "/" },
+        { "redirected", "localhost", "/" } };
     GList* cookies = nullptr;
     for (const auto& [name, domain, path] : made) {
         SoupCookie* cookie = soup_cookie_new(name, "v", domain, path, -1);

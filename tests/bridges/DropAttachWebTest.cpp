@@ -108,8 +108,10 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirAccountsOwnChoosersAndAsMany
     ASSERT_TRUE(waitForJS(popup, "location.pathname === '/web/popup.html' && document.readyState === 'complete'"));
     std::string folder = makeTempFolder("dropped");
     const Paths files = { makeFile(folder, "first.txt"), makeFile(folder, "second.txt") };
-    // Only local files are kept: web links are left out. (That the drop
-    // target sits ahead of WebKit's own is tests/e2e/DropAttachTest's.)
+    // The drop target sits ahead of WebKit's own drop handling; only local
+    // files are kept: web links are left out.
+    EXPECT_EQ(gtk_event_controller_get_propagation_phase(GTK_EVENT_CONTROLLER(DropAttach::of(view)->dropTarget())),
+        GTK_PHASE_CAPTURE);
     FileListValue mixed(
         { "file:///tmp/report.pdf", "https://example.com/page.html", "file:///tmp/photo%201%20%23.jpg" });
     EXPECT_EQ(DropAttach::localPaths(&mixed.value), (Paths { "/tmp/report.pdf", "/tmp/photo 1 #.jpg" }));

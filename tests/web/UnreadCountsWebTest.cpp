@@ -112,7 +112,8 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
     // end it; gone again, -1 keeps the count.
     const std::pair<const char*, std::optional<int64_t>> polls[] = { { "0", std::nullopt },
         { "showInbox('Inbox')", 0 }, { "showInbox('Inbox (7  UNREAD)')", 7 },
-        { "showInbox('Inbox (1,234 unread)')", 0 }, { "showInbox('Inbox (4 unread)')", 4 }, { "hideInbox()", 4 } };
+        { "showInbox('Inbox (1,234 unread)')", 0 }, { "showInbox('Inbox (4 unread)')", 4 },
+        { "hideInbox()", 4 } };
     for (const auto& [change, unread] : polls) {
         ASSERT_TRUE(pollsAfter(change)) << change;
         EXPECT_EQ(count(outlook.id), unread) << change;
