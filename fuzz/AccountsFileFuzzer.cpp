@@ -4,19 +4,14 @@
 #include "FileNames.h"
 #include "FuzzCheck.h"
 
-#include <glib.h>
-
 namespace {
 
 using orvane::Account;
 using orvane::AccountsFile;
+using orvane::fuzz::isValidUTF8;
 
 bool isCanonicalUUID(const std::string& text) {
     return orvane::canonicalUUID(text) == text;
-}
-
-bool isValidUTF8(const std::string& text) {
-    return g_utf8_validate(text.data(), gssize(text.size()), nullptr);
 }
 
 void checkBounds(const AccountsFile& file) {

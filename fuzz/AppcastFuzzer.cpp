@@ -3,20 +3,15 @@
 #include "Appcast.h"
 #include "FuzzCheck.h"
 
-#include <glib.h>
-
 #include <algorithm>
 
 using orvane::Appcast;
+using orvane::fuzz::isValidUTF8;
 
 namespace {
 
 int sign(int value) {
     return (value > 0) - (value < 0);
-}
-
-bool isValidUTF8(const std::string& text) {
-    return g_utf8_validate(text.data(), gssize(text.size()), nullptr);
 }
 
 void checkVersions(std::string_view a, std::string_view b) {

@@ -4,8 +4,6 @@
 #include "FuzzCheck.h"
 #include "NotificationFields.h"
 
-#include <glib.h>
-
 using orvane::AtomFeed;
 
 namespace {

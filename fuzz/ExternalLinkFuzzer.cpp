@@ -5,8 +5,6 @@
 #include "GRef.h"
 #include "MailService.h"
 
-#include <glib.h>
-
 #include <cstring>
 
 using orvane::ExternalLink;

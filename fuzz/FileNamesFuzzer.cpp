@@ -4,19 +4,14 @@
 #include "FileNames.h"
 #include "FuzzCheck.h"
 
-#include <glib.h>
-
 namespace FileNames = orvane::FileNames;
+using orvane::fuzz::isValidUTF8;
 
 namespace {
 
 bool isRemoved(gunichar c) {
     return c < 0x20 || c == 0x7f || (c >= 0x80 && c <= 0x9f) || (c >= 0x202a && c <= 0x202e)
         || (c >= 0x2066 && c <= 0x2069) || c == 0x200e || c == 0x200f || c == 0x061c;
-}
-
-bool isValidUTF8(const std::string& text) {
-    return g_utf8_validate(text.data(), gssize(text.size()), nullptr);
 }
 
 } // namespace
@@ -50,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     std::string cut = FileNames::truncatedUTF8(name, maxBytes);
     FUZZ_CHECK(cut.size() <= maxBytes && name.starts_with(cut));
-    if (isValidUTF8(std::string(name)))
+    if (isValidUTF8(name))
         FUZZ_CHECK(isValidUTF8(cut));
     return 0;
 }

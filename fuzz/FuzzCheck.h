@@ -1,5 +1,7 @@
 #pragma once
 
+#include <glib.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +21,10 @@ namespace orvane::fuzz {
 
 inline std::string_view text(const uint8_t* data, size_t size) {
     return { reinterpret_cast<const char*>(data), size };
+}
+
+inline bool isValidUTF8(std::string_view text) {
+    return g_utf8_validate(text.data(), gssize(text.size()), nullptr);
 }
 
 } // namespace orvane::fuzz

@@ -6,8 +6,6 @@
 #include "FuzzCheck.h"
 #include "ImageBytes.h"
 
-#include <glib.h>
-
 namespace ImageBytes = orvane::ImageBytes;
 namespace AvatarPhoto = orvane::AvatarPhoto;
 

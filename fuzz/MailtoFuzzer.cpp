@@ -3,8 +3,6 @@
 #include "FuzzCheck.h"
 #include "MailtoComponents.h"
 
-#include <glib.h>
-
 namespace {
 
 bool isAddressPiece(const std::string& piece) {
@@ -13,7 +11,7 @@ bool isAddressPiece(const std::string& piece) {
 }
 
 bool isCleanText(const std::string& text) {
-    return text.find('\0') == std::string::npos && g_utf8_validate(text.data(), gssize(text.size()), nullptr);
+    return text.find('\0') == std::string::npos && orvane::fuzz::isValidUTF8(text);
 }
 
 } // namespace

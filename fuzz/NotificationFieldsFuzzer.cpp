@@ -4,7 +4,6 @@
 #include "FuzzCheck.h"
 #include "NotificationFields.h"
 
-#include <glib.h>
 #include <nlohmann/json.hpp>
 
 using orvane::NotificationFields;
@@ -21,7 +20,7 @@ std::optional<std::string> textMember(const nlohmann::json& object, const char* 
 // Valid UTF-8, at most maxChars characters, no control characters but the
 // line breaks allowed.
 bool isPlain(const std::string& text, size_t maxChars, bool newlines) {
-    if (!g_utf8_validate(text.data(), gssize(text.size()), nullptr) || g_utf8_strlen(text.c_str(), -1) > long(maxChars))
+    if (!orvane::fuzz::isValidUTF8(text) || g_utf8_strlen(text.c_str(), -1) > long(maxChars))
         return false;
     for (const char* p = text.c_str(); *p; p = g_utf8_next_char(p)) {
         gunichar c = g_utf8_get_char(p);
@@ -42,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     auto fields = NotificationFields::from(members);
     if (!fields) {
         FUZZ_CHECK(!members.id || members.id->find('\0') != std::string::npos
-            || !g_utf8_validate(members.id->data(), gssize(members.id->size()), nullptr)
+            || !orvane::fuzz::isValidUTF8(*members.id)
             || g_utf8_strlen(members.id->c_str(), -1) > long(NotificationFields::kMaxIDChars));
         return 0;
     }

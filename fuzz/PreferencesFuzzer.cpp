@@ -3,8 +3,6 @@
 #include "FuzzCheck.h"
 #include "Preferences.h"
 
-#include <glib.h>
-
 #include <cmath>
 #include <cstring>
 

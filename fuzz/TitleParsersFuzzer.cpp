@@ -3,8 +3,6 @@
 #include "FuzzCheck.h"
 #include "TitleParsers.h"
 
-#include <glib.h>
-
 namespace TitleParsers = orvane::TitleParsers;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -12,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     if (auto unread = TitleParsers::gmailInboxUnread(title)) {
         FUZZ_CHECK(*unread >= 0);
-        FUZZ_CHECK(g_utf8_validate(title.data(), gssize(title.size()), nullptr));
+        FUZZ_CHECK(orvane::fuzz::isValidUTF8(title));
     }
 
     if (auto email = TitleParsers::gmailEmail(title)) {
@@ -25,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     if (auto name = TitleParsers::outlookName(title)) {
         FUZZ_CHECK(!name->empty() && title.find(*name) != std::string::npos);
-        FUZZ_CHECK(g_utf8_validate(title.data(), gssize(title.size()), nullptr));
+        FUZZ_CHECK(orvane::fuzz::isValidUTF8(title));
         FUZZ_CHECK(name->find(" - ") == std::string::npos);
         for (char edge : { name->front(), name->back() })
             FUZZ_CHECK(edge != ' ' && edge != '\t');

@@ -395,7 +395,7 @@ TEST(AccountStoreCrash, AKilledSaveLeavesAWholeFile) {
     EXPECT_EQ(checked, kRounds);
 }
 
-bool writeText(const char* path, const std::string& text) {
+bool writeProcFile(const char* path, const std::string& text) {
     int fd = open(path, O_WRONLY | O_CLOEXEC);
     bool ok = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     if (fd >= 0)
@@ -410,8 +410,8 @@ bool mountSmallDisk(const std::string& folder) {
     if (unshare(CLONE_NEWNS) != 0) {
         std::string uid = "0 " + std::to_string(getuid()) + " 1";
         std::string gid = "0 " + std::to_string(getgid()) + " 1";
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !writeText("/proc/self/setgroups", "deny")
-            || !writeText("/proc/self/uid_map", uid) || !writeText("/proc/self/gid_map", gid))
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !writeProcFile("/proc/self/setgroups", "deny")
+            || !writeProcFile("/proc/self/uid_map", uid) || !writeProcFile("/proc/self/gid_map", gid))
             return false;
     }
     return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0

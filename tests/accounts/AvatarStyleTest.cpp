@@ -10,7 +10,8 @@
 namespace orvane::AvatarStyle {
 namespace {
 
-TEST(AvatarStyle, InitialIsTheFirstCharacterUpperCasedOrPlus) {
+TEST(AvatarStyle, InitialColourAndUnreadTextOfATile) {
+    // The initial: the first character, upper-cased, or "+".
     const std::pair<std::string, std::string> cases[] = {
         { "New Account", "N" },
         { " \t bob", "B" },                   // only spaces and tabs are trimmed
@@ -27,9 +28,8 @@ TEST(AvatarStyle, InitialIsTheFirstCharacterUpperCasedOrPlus) {
     };
     for (const auto& [label, initial] : cases)
         EXPECT_EQ(initialForLabel(label), initial) << label;
-}
 
-TEST(AvatarStyle, SeedsGiveHalfSaturatedHuesRoundTheWheel) {
+    // Seeds give half-saturated colours round the wheel.
     EXPECT_DOUBLE_EQ(hueForSeed(725), 5.0 / 360.0);
     EXPECT_DOUBLE_EQ(hueForSeed(-30), 330.0 / 360.0) << "negative seeds wrap around";
     EXPECT_DOUBLE_EQ(hueForSeed(-360), 0.0);
@@ -38,15 +38,14 @@ TEST(AvatarStyle, SeedsGiveHalfSaturatedHuesRoundTheWheel) {
     EXPECT_EQ(colorForSeed(-60).hue, hueForSeed(-60));
     EXPECT_EQ(colorForSeed(-60).saturation, 0.5);
     EXPECT_EQ(colorForSeed(-60).value, 0.8);
-}
 
-TEST(AvatarStyle, UnreadTextIsEmptyBelowOneAndCapsAt99Plus) {
-    const std::pair<int64_t, const char*> cases[] = {
+    // The unread text is empty below one and caps at 99+.
+    const std::pair<int64_t, const char*> unread[] = {
         { std::numeric_limits<int64_t>::min(), "" }, { 0, "" }, { 1, "1" }, { 99, "99" }, { 100, "99+" },
         { std::numeric_limits<int64_t>::max(), "99+" },
     };
-    for (const auto& [unread, text] : cases)
-        EXPECT_EQ(unreadText(unread), text) << unread;
+    for (const auto& [count, text] : unread)
+        EXPECT_EQ(unreadText(count), text) << count;
 }
 
 } // namespace

@@ -22,7 +22,9 @@ std::optional<Message> parsed(const std::string& expression) {
     return NotificationRelay::parse(value.get());
 }
 
-TEST(NotificationRelayTest, MessagesNeedATextIDAndTheirTextsArriveBoundedAndPlain) {
+// Messages need a text id and their texts arrive bounded and plain; the
+// title, subtitle and identifier follow the page and the account.
+TEST(NotificationRelayTest, MessagesAreReadBoundedAndPlainAndNamedAfterThePageAndTheAccount) {
     for (const char* malformed : { "['1']", "null", "({})", "({ id: 1 })", "({ id: 'x'.repeat(65) })", "({ id: '1\\u0000' })" })
         EXPECT_FALSE(parsed(malformed)) << malformed;
     auto odd = parsed("({ id: '7', title: 5, body: ['a'] })");
@@ -38,9 +40,7 @@ TEST(NotificationRelayTest, MessagesNeedATextIDAndTheirTextsArriveBoundedAndPlai
     EXPECT_EQ(g_utf8_strlen(longer->title.c_str(), -1), long(NotificationRelay::kMaxTitleChars));
     EXPECT_TRUE(g_str_has_suffix(longer->title.c_str(), "é…"));
     EXPECT_EQ(longer->body, std::string(NotificationRelay::kMaxBodyChars, 'a')) << "a text at the limit is whole";
-}
 
-TEST(NotificationRelayTest, TitleSubtitleAndIdentifierFollowThePageAndTheAccount) {
     const std::string account = "0F8C2B6E-3C1D-4A57-9B0E-2D6A1F4E8C3B";
     auto content = [&](const Message& message, const std::string& label, bool markup = false) {
         return NotificationRelay::content(message, account, label, markup);

@@ -31,7 +31,6 @@ def check_install(build_dir):
             f"share/icons/hicolor/symbolic/apps/{APP_ID}-symbolic.svg",
             "share/doc/orvane/copyright",
             "share/locale/fr/LC_MESSAGES/orvane.mo",
-            "share/locale/fr/LC_MESSAGES/orvane.mo",
         ]
         missing = [path for path in expected if not os.path.isfile(os.path.join(prefix, path))]
         assert not missing, f"not installed: {missing}"

@@ -18,7 +18,9 @@ std::optional<SessionPreferences::WindowSize> windowFrom(const std::string& line
     return SessionPreferences(preferences).windowSize(820, 520);
 }
 
-TEST(SessionPreferencesTest, WindowSizeIsWithinTheMinimumAndTheLargestSide) {
+// The window's size is within the minimum and the largest side; the zoom
+// stays within its steps and belongs to one account.
+TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
     using Size = SessionPreferences::WindowSize;
     const std::pair<std::string, std::optional<Size>> cases[] = {
         { "window-width=1000\nwindow-height=640\nwindow-maximized=true\n", Size { 1000, 640, true } },
@@ -31,9 +33,7 @@ TEST(SessionPreferencesTest, WindowSizeIsWithinTheMinimumAndTheLargestSide) {
     };
     for (const auto& [lines, expected] : cases)
         EXPECT_EQ(windowFrom(lines), expected) << lines;
-}
 
-TEST(SessionPreferencesTest, ZoomStaysWithinItsStepsAndBelongsToOneAccount) {
     Preferences preferences(test::makeTempFolder("session") + "/preferences.ini");
     SessionPreferences session(preferences);
     const std::string id = "0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A098";

@@ -9,7 +9,9 @@ using namespace std::chrono_literals;
 using Activity = HibernationPolicy::Activity;
 using Limit = std::optional<HibernationPolicy::Seconds>;
 
-TEST(HibernationPolicyTest, AnAccountSleepsOnlyWhenIdleForTheLimitWithNothingKeepingItAwake) {
+// An account sleeps only when idle for the limit with nothing keeping it
+// awake; the environment replaces the preference and bad values fall back.
+TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayReplace) {
     struct Case {
         const char* what;
         Limit limit;
@@ -30,15 +32,13 @@ TEST(HibernationPolicyTest, AnAccountSleepsOnlyWhenIdleForTheLimitWithNothingKee
     };
     for (const auto& c : cases)
         EXPECT_EQ(HibernationPolicy(c.limit).maySleep(c.activity, c.idle), c.sleeps) << c.what;
-}
 
-TEST(HibernationPolicyTest, TheEnvironmentReplacesThePreferenceAndBadValuesFallBack) {
-    struct Case {
+    struct Limits {
         std::optional<double> preference;
         std::optional<std::string_view> environment;
         Limit limit;
     };
-    const Case cases[] = {
+    const Limits limits[] = {
         { std::nullopt, std::nullopt, 900s },
         { 300, std::nullopt, 300s },
         { 0, std::nullopt, std::nullopt },
@@ -55,7 +55,7 @@ TEST(HibernationPolicyTest, TheEnvironmentReplacesThePreferenceAndBadValuesFallB
         { 300, " 2", 300s },
         { 300, "", 300s },
     };
-    for (const auto& c : cases)
+    for (const auto& c : limits)
         EXPECT_EQ(HibernationPolicy::limitFrom(c.preference, c.environment), c.limit)
             << c.preference.value_or(-1) << " / " << c.environment.value_or("(unset)");
 }

@@ -25,7 +25,8 @@ MailtoComponents parsed(std::string_view url) {
     return components.value_or(MailtoComponents {});
 }
 
-TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndPassedOnUnchecked) {
+TEST(MailtoComponentsTest, AddressesSplitAtCommasToAccumulatesAndValuesAreDecoded) {
+    // Addresses are split at commas only and passed on unchecked.
     const std::pair<const char*, List> cases[] = {
         { "mailto:a@b.c%20,%20%20d@e.f%09", { "a@b.c", "d@e.f" } },
         { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } },
@@ -35,9 +36,8 @@ TEST(MailtoComponentsTest, AddressesAreSplitAtCommasOnlyAndPassedOnUnchecked) {
     };
     for (const auto& [url, to] : cases)
         EXPECT_EQ(parsed(url).to, to) << url;
-}
 
-TEST(MailtoComponentsTest, ToAccumulatesWhileOtherItemsKeepTheLastAndUnknownOnesAreIgnored) {
+    // To accumulates, other items keep the last, unknown ones are ignored.
     auto c = parsed("mailto:first@x.y?to=second@x.y,third@x.y&cc=a@x.y&cc=b@x.y,c@x.y&bcc=d@x.y"
                     "&SUBJECT=One&subject=Two&BoDy=Hi&To=fourth@x.y&attach=/etc/passwd&in-reply-to=x&=c@x.y");
     const MailtoComponents expected = { { "first@x.y", "second@x.y", "third@x.y", "fourth@x.y" },
@@ -46,9 +46,8 @@ TEST(MailtoComponentsTest, ToAccumulatesWhileOtherItemsKeepTheLastAndUnknownOnes
     // Items without a value are present but empty.
     EXPECT_EQ(parsed("mailto:a@b.c?subject&body&cc"), (MailtoComponents { { "a@b.c" }, {}, {}, "", "" }));
     EXPECT_FALSE(parsed("mailto:").subject);
-}
 
-TEST(MailtoComponentsTest, ValuesAreDecodedButPlusAndBrokenEscapesStayText) {
+    // Values are decoded, but "+" and broken escapes stay text.
     const std::pair<const char*, const char*> subjects[] = {
         { "mailto:?subject=Hello%20World+again%21", "Hello World+again!" },
         { "mailto:?subject=a=b=c", "a=b=c" },

@@ -9,7 +9,9 @@ namespace {
 using namespace std::chrono_literals;
 using Kind = PageFailure::Kind;
 
-TEST(PageFailureTest, OnlyRealFailuresOfTheMainLoadShowTheStatusPage) {
+// Only real failures of the main load show the status page, and a page comes
+// back by itself only where a reload can help.
+TEST(PageFailureTest, OnlyRealFailuresShowTheStatusPageAndOnlySomeReloadByThemselves) {
     struct Case {
         const char* what;
         std::string domain;
@@ -41,20 +43,14 @@ TEST(PageFailureTest, OnlyRealFailuresOfTheMainLoadShowTheStatusPage) {
     for (auto [status, kind] : { Status { 200, {} }, { 404, {} }, { 499, {} }, { 500, Kind::ServerError },
              { 503, Kind::ServerError }, { 599, Kind::ServerError }, { 600, {} }, { 0, {} } })
         EXPECT_EQ(PageFailure::ofStatus(status), kind) << status;
-}
 
-TEST(PageFailureTest, APageComesBackByItselfOnlyWhereAReloadCanHelp) {
-    struct Case {
-        Kind kind;
-        bool reloadsWhenOnline;
-    };
-    const Case cases[] = {
+    const std::pair<Kind, bool> reloads[] = { // the kind, and whether it reloads when online
         { Kind::NoNetwork, true }, { Kind::NameNotResolved, true }, { Kind::TimedOut, true }, { Kind::Other, true },
         { Kind::ServerError, false }, { Kind::Insecure, false }, { Kind::Crashed, false },
         { Kind::OutOfMemory, false }, { Kind::NotResponding, false },
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(PageFailure::reloadsWhenOnline(c.kind), c.reloadsWhenOnline) << PageFailure::text(c.kind).title;
+    for (const auto& [kind, reloadsWhenOnline] : reloads)
+        EXPECT_EQ(PageFailure::reloadsWhenOnline(kind), reloadsWhenOnline) << PageFailure::text(kind).title;
 
     const auto now = PageFailure::Clock::now();
     struct Crash {

@@ -20,25 +20,6 @@ std::string fixtureBytes(const std::string& path) {
 }
 std::string avatarPath(const std::string& name) { return AppPaths::avatarsDir() + "/" + name; }
 
-// Base64 decoding itself is ImageBytesTest's; the names of photos that are
-// stored, AvatarWebTest's below.
-TEST(AvatarPhoto, OnlyCanonicalAccountsAndImagesOfASensibleSizeAreStored) {
-    EXPECT_EQ(AvatarPhoto::identity("DATA:image/png;base64,aGk="), "DATA:image/png;base64,aGk=");
-    EXPECT_FALSE(AvatarPhoto::fileName("3f2504e0-4f89-11d3-9a0c-0305e82c3301", "x")) << "only the canonical form";
-    EXPECT_FALSE(AvatarPhoto::fileName("../../etc/passwd", "x"));
-
-    std::string png = fixtureBytes("/gmail/photo.png");
-    auto tooWide = adopt(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, AvatarRefresher::kMaxPhotoSide + 1, 1));
-    gdk_pixbuf_fill(tooWide.get(), 0x336699ff);
-    gchar* buffer = nullptr;
-    gsize size = 0;
-    ASSERT_TRUE(gdk_pixbuf_save_to_buffer(tooWide.get(), &buffer, &size, "png", nullptr, nullptr));
-    GCharPtr wide(buffer);
-    EXPECT_TRUE(AvatarRefresher::isImage(png));
-    for (const std::string& bad : { std::string(), png.substr(0, png.size() / 2), std::string(wide.get(), size) })
-        EXPECT_FALSE(AvatarRefresher::isImage(bad)) << bad.size();
-}
-
 class AvatarWebTest : public ManagerWebFixture {
 protected:
     void SetUp() override {
@@ -185,6 +166,21 @@ TEST_F(AvatarWebTest, OutlookPhotoComesInlineAndBadPhotosAreRefused) {
     EXPECT_EQ(avatars(), (std::map<std::string, std::string> { { name, avatar } }));
     EXPECT_TRUE(ownRequests("/outlook/mail/avatar.png").empty()) << "Orvane fetched nothing itself";
     ASSERT_TRUE(Files::removeTree(avatarPath(name)));
+
+    // Only canonical account ids name a photo file, and only whole images of a
+    // sensible size are kept. (Base64 decoding itself is ImageBytesTest's.)
+    EXPECT_FALSE(AvatarPhoto::fileName("3f2504e0-4f89-11d3-9a0c-0305e82c3301", "x"))
+        << "only the canonical form";
+    EXPECT_FALSE(AvatarPhoto::fileName("../../etc/passwd", "x"));
+    auto tooWide = adopt(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, AvatarRefresher::kMaxPhotoSide + 1, 1));
+    gdk_pixbuf_fill(tooWide.get(), 0x336699ff);
+    gchar* buffer = nullptr;
+    gsize size = 0;
+    ASSERT_TRUE(gdk_pixbuf_save_to_buffer(tooWide.get(), &buffer, &size, "png", nullptr, nullptr));
+    GCharPtr wide(buffer);
+    const std::string half = avatar.substr(0, avatar.size() / 2);
+    for (const std::string& bad : { std::string(), half, std::string(wide.get(), size) })
+        EXPECT_FALSE(AvatarRefresher::isImage(bad)) << bad.size();
 
     // Bytes that are not an image, and an address too long to record: nothing
     // written or recorded. (Error statuses are HTTPFetchTest's.)

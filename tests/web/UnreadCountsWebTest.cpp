@@ -1,8 +1,9 @@
 // Unread counts from the pages' titles, Outlook's poll and a sleeping Gmail
-// account's feed, and their total on the launcher icon. Reading the titles is TitleParsersTest's, the poll
-// script's answers PageScriptsWebTest's.
+// account's feed, and their total on the launcher icon. Reading the titles is
+// TitleParsersTest's.
 #include "AppPaths.h"
 #include "DockBadge.h"
+#include "FeedWatcher.h"
 #include "SessionPreferences.h"
 
 #include "ManagerWebFixture.h"
@@ -107,15 +108,16 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
         return waitForJS(outlookView, "window.polls > " + std::to_string(before + 1));
     };
     // No inbox folder: -1, which records nothing; a folder without a count:
-    // 0 is a count; gone again, -1 keeps the count.
-    ASSERT_TRUE(pollsAfter("0"));
-    EXPECT_FALSE(count(outlook.id));
-    ASSERT_TRUE(pollsAfter("showInbox('Inbox')"));
-    EXPECT_EQ(count(outlook.id), 0);
-    ASSERT_TRUE(pollsAfter("showInbox('Inbox (4 unread)')"));
-    EXPECT_EQ(count(outlook.id), 4);
-    ASSERT_TRUE(pollsAfter("hideInbox()"));
-    EXPECT_EQ(count(outlook.id), 4);
+    // 0 is a count; any spaces and letter case around the count, separators
+    // end it; gone again, -1 keeps the count.
+    const std::pair<const char*, std::optional<int64_t>> polls[] = { { "0", std::nullopt },
+        { "showInbox('Inbox')", 0 }, { "showInbox('Inbox (7  UNREAD)')", 7 },
+        { "showInbox('Inbox (1,234 unread)')", 0 }, { "showInbox('Inbox (4 unread)')", 4 },
+        { "hideInbox()", 4 } };
+    for (const auto& [change, unread] : polls) {
+        ASSERT_TRUE(pollsAfter(change)) << change;
+        EXPECT_EQ(count(outlook.id), unread) << change;
+    }
     EXPECT_EQ(runJS(gmailView, "window.polls").value, 0) << "the Gmail page is never asked";
     EXPECT_FALSE(count(gmail.id));
 
@@ -165,6 +167,68 @@ TEST_F(UnreadCountsWebTest, ASleepingGmailAccountCountsFromItsFeedUntilItWakes) 
     EXPECT_TRUE(waitUntil([&] { return count(sleeper.id) == 4; }));
     ASSERT_TRUE(waitLoaded(show(sleeper)));
     EXPECT_FALSE(manager->isAsleep(sleeper.id));
+}
+
+Ref<WebKitNetworkSession> sessionWithCookie(const char* value) {
+    auto session = adopt(webkit_network_session_new_ephemeral());
+    SoupCookie* cookie = soup_cookie_new("SID", value, "127.0.0.1", "/", -1);
+    bool added = false;
+    webkit_cookie_manager_add_cookie(webkit_network_session_get_cookie_manager(session.get()), cookie, nullptr,
+        +[](GObject*, GAsyncResult*, gpointer done) { *static_cast<bool*>(done) = true; }, &added);
+    EXPECT_TRUE(waitUntil([&] { return added; }));
+    soup_cookie_free(cookie);
+    return session;
+}
+
+// A sleeping account's feed read through real WebKit network sessions; what
+// the feed means is tests/services/AtomFeedTest's.
+TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterTheBaseline) {
+    freshXDGFolders();
+    FixtureServer server;
+    StandInFeed feed(server);
+    feed.unread = { { "m2", "Grace", "Minutes", "2026-11-25T09:00:00Z" }, { "m1", "Shop", "Sale", "2026-11-25T08:00:00Z", false } };
+    TestWebHost host;
+    AccountStore store;
+    Account account = store.addAccount();
+    account.label = "Work";
+    store.setNotificationsEnabled(true);
+    auto own = sessionWithCookie("own");
+    auto other = sessionWithCookie("other");
+
+    std::vector<int64_t> counts;
+    std::vector<std::vector<AtomFeed::Entry>> news;
+    const std::string address = server.uri("/gmail/feed/atom");
+    std::make_unique<FeedWatcher>(account, other.get(), address,
+        FeedWatcher::Callbacks { [&](int64_t) { ADD_FAILURE() << "a dropped watcher reported"; }, nullptr },
+        FeedWatcher::Options { .interval = 50ms }).reset();
+    // The page showed 2: the whole inbox, not the Primary tab's 1.
+    FeedWatcher watcher(account, own.get(), address,
+        { [&](int64_t count) { counts.push_back(count); }, [&](const auto& fresh) { news.push_back(fresh); } },
+        { .interval = 100ms, .pageCount = 2 });
+    ASSERT_TRUE(waitUntil([&] { return !counts.empty(); }));
+    EXPECT_EQ(watcher.inbox(), FeedNews::Inbox::Plain);
+
+    feed.unread.insert(feed.unread.begin(), { "m3", "Ada", "Lunch <Thu> & more", "2026-11-25T10:00:00Z" });
+    ASSERT_TRUE(waitUntil([&] { return !news.empty(); }));
+    EXPECT_EQ(counts, std::vector<int64_t>({ 2, 3 }));
+    ASSERT_TRUE(news.size() == 1 && news[0].size() == 1) << "the first reading is the baseline";
+
+    auto requests = server.requests("/gmail/feed/atom");
+    auto primary = server.requests("/gmail/feed/atom/^sq_ig_i_personal");
+    EXPECT_EQ(primary.size(), 1u) << "only the first round reads the Primary feed, to tell the inbox's kind";
+    requests.insert(requests.end(), primary.begin(), primary.end());
+    for (auto& request : requests)
+        EXPECT_EQ(request.headers["cookie"], "SID=own") << request.path;
+
+    host.bodyIsMarkup = true;
+    FeedWatcher::notify(host, store, account, news[0]);
+    auto shown = FeedWatcher::content(news[0][0], account, true);
+    EXPECT_EQ(shown.title + " | " + shown.body, "Ada | Work\nLunch &lt;Thu&gt; &amp; more");
+    ASSERT_EQ(host.notifications.size(), 1u);
+    EXPECT_EQ(host.notifications[0].id, shown.id);
+    store.setNotificationsEnabled(false);
+    FeedWatcher::notify(host, store, account, news[0]);
+    EXPECT_EQ(host.notifications.size(), 1u) << "nothing while notifications are off";
 }
 
 } // namespace

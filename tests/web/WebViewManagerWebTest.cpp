@@ -1,4 +1,7 @@
+// One view and session per account, where its links and pop-ups go, and
+// which view a page's message came from.
 #include "AppPaths.h"
+#include "PopupWindows.h"
 #include "SpellChecking.h"
 
 #include "ManagerWebFixture.h"
@@ -27,9 +30,9 @@ TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItI
         ASSERT_TRUE(waitLoaded(view));
     EXPECT_EQ(server.requestCount("/web/plain.html"), 2);
 
-    // The providers' pages see Safari; developer extras are on (HACKING.md's
-    // way to the page scripts).
+    // The providers' pages see Safari.
     EXPECT_EQ(runJS(mailView, "navigator.userAgent").value, kSafari);
+    // Developer extras are on (HACKING.md's way to the page scripts); no background behind the page.
     EXPECT_TRUE(webkit_settings_get_enable_developer_extras(webkit_web_view_get_settings(mailView)));
     GdkRGBA background { 1, 1, 1, 1 };
     webkit_web_view_get_background_color(mailView, &background);
@@ -62,6 +65,189 @@ TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItI
     EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(other.dataStoreID)));
     EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(mail.dataStoreID)));
     EXPECT_EQ(manager->networkSession(mail.dataStoreID), webkit_web_view_get_network_session(mailView));
+}
+
+// Where an account page's links and pop-ups go. Which addresses leave and
+// what they become are LinkPolicyTest's and ExternalLinkTest's; a clicked
+// outside link reaching the browser is tests/e2e/PrintTest's, a clicked
+// mailto: link reaching the picker tests/e2e/MailtoTest's.
+TEST_F(WebViewManagerWebTest, OutsideLinksGoToTheBrowserFramesStayFreeAndPopupsOpenAndClose) {
+    useServices("/web/links.html");
+    const Account account = store->addAccount();
+    WebKitWebView* view = show(account);
+    ASSERT_TRUE(waitLoaded(view));
+    const std::string frame = "document.getElementById('frame').contentDocument";
+    ASSERT_TRUE(waitForJS(view, frame + ".readyState === 'complete'"));
+    const std::string links = webkit_web_view_get_uri(view);
+    const auto& browserURIs = host.browserURIs;
+    const auto& mailURIs = host.mailURIs;
+
+    // An outside address inside the embedded frame loads there, as does a
+    // link of the page that targets the frame by name.
+    run(view, frame + ".getElementById('outside').click()");
+    ASSERT_TRUE(waitUntil([&] { return server.requestCount("/web/frame-target.html") == 1; }));
+    ASSERT_TRUE(waitForJS(view, frame + " === null")); // another origin now
+    run(view, "document.getElementById('into-frame').click()");
+    ASSERT_TRUE(waitUntil([&] { return server.requestCount("/web/frame-target.html") == 2; }));
+    EXPECT_EQ(webkit_web_view_get_uri(view), links);
+
+    // A pop-up of the service: created, shown, closed, in that order, in a
+    // window of its own with the account's user agent.
+    std::vector<std::string> events;
+    auto recordEvents = manager->observePopups([&](const std::string& id, WebKitWebView* popup) {
+        EXPECT_EQ(id, account.id);
+        events.push_back("create");
+        g_signal_connect_swapped(popup, "ready-to-show", G_CALLBACK(+[](std::vector<std::string>* e) {
+            e->push_back("ready-to-show");
+        }), &events);
+        g_signal_connect_swapped(popup, "close", G_CALLBACK(+[](std::vector<std::string>* e) {
+            e->push_back("close");
+        }), &events);
+    });
+    auto popups = [&] { return manager->popupViews(account.id); };
+    auto windowOf = [](WebKitWebView* popup) { return GTK_WINDOW(gtk_widget_get_root(GTK_WIDGET(popup))); };
+    WebKitWebView* popup = nextPopup(view, "window.open('/web/popup.html', 'popup')");
+    ASSERT_TRUE(popup);
+    EXPECT_EQ(popups(), std::vector<WebKitWebView*> { popup });
+    EXPECT_STREQ(gtk_window_get_title(windowOf(popup)), "Orvane");
+    ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(GTK_WIDGET(windowOf(popup))); }));
+    ASSERT_TRUE(waitForJS(popup, "document.title === 'Popup'"));
+    EXPECT_STREQ(webkit_settings_get_user_agent(webkit_web_view_get_settings(popup)),
+        webkit_settings_get_user_agent(webkit_web_view_get_settings(view)));
+    EXPECT_FALSE(manager->accountID(popup));
+    run(popup, "window.close()");
+    ASSERT_TRUE(waitUntil([&] { return popups().empty(); }));
+    EXPECT_EQ(events, (std::vector<std::string> { "create", "ready-to-show", "close" }));
+
+    // An outside address goes to the browser, once, with no window: by
+    // window.open or a target=_blank link; mailto: is routed.
+    std::string outside = server.uriOnHost("localhost", "/web/popup.html?outside");
+    run(view, "window.open('" + outside + "'); window.open('mailto:someone@example.org')");
+    run(view, "document.getElementById('blank').click()");
+    ASSERT_TRUE(waitUntil([&] { return browserURIs.size() == 2 && mailURIs.size() == 1; }));
+    EXPECT_EQ(browserURIs[0], outside);
+    EXPECT_EQ(browserURIs[1], server.uriOnHost("localhost", "/web/target.html?outside&blank"));
+    EXPECT_EQ(mailURIs[0], "mailto:someone@example.org");
+    EXPECT_TRUE(popups().empty());
+    EXPECT_EQ(server.requestCount("/web/target.html"), 0);
+
+    // A pop-up whose page leaves the service's hosts says where it is.
+    WebKitWebView* moving = nextPopup(view, "window.open('/web/popup.html', 'moving')");
+    ASSERT_TRUE(moving && waitForJS(moving, "document.title === 'Popup'"));
+    run(moving, "location.href = '" + outside + "'");
+    ASSERT_TRUE(waitUntil([&] { return std::string(gtk_window_get_title(windowOf(moving))) == "Orvane — localhost"; }));
+
+    // One gesture opens at most five pop-ups per account; discarding the
+    // account closes them and their windows.
+    run(view, "for (let i = 0; i < 7; i++) window.open('/web/popup.html?' + i, 'many' + i)");
+    EXPECT_EQ(popups().size(), PopupWindows::kMaxPopups);
+    // An in-app link navigates the page itself.
+    run(view, "document.getElementById('inside').click()");
+    ASSERT_TRUE(waitForJS(view, "document.title === 'Target'"));
+    EXPECT_EQ(webkit_web_view_get_uri(view), server.uri("/web/target.html?inside"));
+    EXPECT_EQ(browserURIs.size(), 2u);
+    for (WebKitWebView* open : popups()) {
+        expectDeletedAtEnd(open);
+        expectDeletedAtEnd(windowOf(open));
+    }
+    expectDeletedAtEnd(view);
+    manager->discard(account);
+    EXPECT_TRUE(popups().empty());
+}
+
+// Which view a page's script message came from: the stamp Orvane's web
+// extension puts in every frame names the exact view, and nothing a page can
+// make or learn names another one. Pages of other sites may load in an
+// account's view (sign-in redirects) and in frames of the service's pages;
+// they are served nothing.
+class MessageSenderWebTest : public ManagerWebFixture {
+protected:
+    // Posts {tag, orvanePage: <stamp expression>} to orvaneNotify.
+    static void post(WebKitWebView* view, const std::string& tag, const std::string& stamp = "window.__orvanePage") {
+        run(view, "window.webkit.messageHandlers.orvaneNotify.postMessage({ tag: '" + tag + "', orvanePage: "
+            + stamp + " })");
+    }
+    // The view the message tagged so was attributed to (null: none), once it came.
+    WebKitWebView* senderOf(const std::string& tag) {
+        EXPECT_TRUE(waitUntil([&] { return senders.contains(tag); })) << tag;
+        return senders.contains(tag) ? senders[tag] : reinterpret_cast<WebKitWebView*>(-1);
+    }
+    std::string stampOf(WebKitWebView* view) { return runJS(view, "window.__orvanePage").value.get<std::string>(); }
+
+    std::map<std::string, WebKitWebView*> senders;
+};
+
+TEST_F(MessageSenderWebTest, MessagesNameTheExactSendingViewOfTheServiceAndForgedStampsNone) {
+    useServices("/web/links.html");
+    manager->setMessageReceiver("orvaneNotify", [this](WebKitWebView* sender, JSCValue* body) {
+        senders.emplace(resultFromJSC(body, nullptr).value.value("tag", ""), sender);
+    });
+    const Account account = store->addAccount();
+    WebKitWebView* second = showNewAccount();
+    WebKitWebView* main = show(account);
+    ASSERT_TRUE(waitLoaded(main));
+    WebKitWebView* popup = nextPopup(main, "window.open('/web/popup.html', 'popup')");
+    ASSERT_TRUE(popup && waitForJS(popup, "document.title === 'Popup'"));
+
+    // A pop-up shares the opener's content manager, and is told apart.
+    post(popup, "genuine");
+    post(second, "from-other-account");
+    EXPECT_EQ(senderOf("genuine"), popup);
+    EXPECT_EQ(senderOf("from-other-account"), second);
+
+    // The stamp cannot be replaced, deleted or redefined by the page.
+    auto tamper = runJS(popup, R"JS(
+        const before = window.__orvanePage;
+        window.__orvanePage = 'x';
+        try { delete window.__orvanePage; } catch (e) {}
+        let redefined = true;
+        try { Object.defineProperty(window, '__orvanePage', { value: 'y' }); } catch (e) { redefined = false; }
+        [window.__orvanePage === before, redefined]
+    )JS");
+    EXPECT_EQ(tamper.value, nlohmann::json({ true, false })) << tamper.error;
+
+    // Claiming the opener's page id with the pop-up's own signature, a
+    // made-up one or none names no view; nor does this account's genuine
+    // stamp posted to another account's handlers, nor a closed pop-up's.
+    const std::string mainStamp = stampOf(main), popupStamp = stampOf(popup);
+    const std::string claim = std::to_string(webkit_web_view_get_page_id(main)) + "."
+        + runJS(main, "location.origin").value.get<std::string>();
+    post(popup, "own-signature", "'" + claim + "." + popupStamp.substr(popupStamp.rfind('.') + 1) + "'");
+    post(popup, "made-up", "'" + claim + "." + std::string(64, 'a') + "'");
+    post(popup, "bare-id", "'" + std::to_string(webkit_web_view_get_page_id(main)) + "'");
+    post(popup, "unstamped", "undefined");
+    post(second, "other-account", "'" + mainStamp + "'");
+    run(popup, "window.close()");
+    ASSERT_TRUE(waitUntil([&] { return manager->popupViews(account.id).empty(); }));
+    post(main, "closed-popup", "'" + popupStamp + "'");
+    for (const char* tag : { "own-signature", "made-up", "bare-id", "unstamped", "other-account", "closed-popup" })
+        EXPECT_EQ(senderOf(tag), nullptr) << tag;
+
+    // Frames: a srcdoc document takes its parent's origin, unless sandboxed:
+    // then it is opaque.
+    auto poster = [](const std::string& tag) {
+        return "<script>window.webkit.messageHandlers.orvaneNotify.postMessage({ tag: " + tag
+            + ", orvanePage: window.__orvanePage });</script>";
+    };
+    server.serve("/posted", "<!DOCTYPE html><title>Posted</title>" + poster("location.hash.slice(1)"));
+    const std::tuple<std::string, std::string, std::string, std::string, bool> frames[] = {
+        { "same-origin", "src", server.uri("/posted#same-origin"), "", true },
+        { "cross-origin", "src", server.uriOnHost("localhost", "/posted#cross-origin"), "", false },
+        { "srcdoc", "srcdoc", poster("'srcdoc'"), "", true },
+        { "sandboxed", "srcdoc", poster("'sandboxed'"), "f.sandbox = 'allow-scripts';", false },
+    };
+    for (const auto& [tag, property, value, sandbox, served] : frames)
+        run(main, "{ const f = document.createElement('iframe'); f." + property + " = " + jsonLiteral(value) + ";"
+            + sandbox + "document.body.append(f); }");
+    for (const auto& [tag, property, value, sandbox, served] : frames)
+        EXPECT_EQ(senderOf(tag), served ? main : nullptr) << tag;
+
+    // The view sent to another site by a script: neither that site's own
+    // stamp nor one it learned from the service's page makes it the account.
+    run(main, "location = " + jsonLiteral(server.uriOnHost("localhost", "/posted#foreign-page")));
+    EXPECT_EQ(senderOf("foreign-page"), nullptr);
+    post(main, "learned-stamp", "'" + mainStamp + "'");
+    EXPECT_EQ(senderOf("learned-stamp"), nullptr);
 }
 
 // Spelling is checked in the locale's languages that have a dictionary
