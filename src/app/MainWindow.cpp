@@ -47,7 +47,7 @@ void MainWindow::showToast(AdwToast* toast) {
     if (m_window)
         adw_toast_overlay_add_toast(m_toasts, toast);
     else
-        g_object_unref(g_object_ref_sink(toast));
+        g_object_unref(toast);
 }
 
 void MainWindow::activeChanged(GObject* window, GParamSpec*, gpointer data) {

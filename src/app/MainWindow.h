@@ -29,7 +29,7 @@ public:
     ContentView& content() const { return *m_content; }
     AdwHeaderBar* headerBar() const { return m_headerBar; }
 
-    // Shows a toast over the window's content (takes the floating reference).
+    // Shows a toast over the window's content; takes the caller's reference.
     void showToast(AdwToast* toast);
     // The toast that offers to undo removing accounts; removals still
     // pending when the window goes are committed then.

@@ -73,7 +73,7 @@ void OrvaneApp::onStartup(GApplication*, gpointer data) {
         if (self->m_mainWindow)
             self->m_mainWindow->showToast(toast);
         else
-            g_object_unref(g_object_ref_sink(toast));
+            g_object_unref(toast);
     });
     self->m_services.emplace(ServiceCatalog::fromEnvironment());
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
