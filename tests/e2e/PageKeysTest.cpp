@@ -3,8 +3,6 @@
 // Ctrl+R reloads it.
 #include "E2ETest.h"
 
-#include "Account.h"
-
 namespace orvane::test {
 
 class PageKeysTest : public E2ETest {
@@ -19,10 +17,7 @@ protected:
 };
 
 TEST_F(PageKeysTest, SwitchesPutTheKeyboardInThePageAndFindSelectsTheWordInIt) {
-    Account gmail { newUUID(), "one@example.com", newUUID() };
-    Account other { newUUID(), "two@example.com", newUUID() };
-    other.service = AccountService::Outlook;
-    orvane.writeAccountsFile({ { "accounts", { gmail.toJSON(), other.toJSON() } }, { "selectedAccountID", gmail.id } });
+    writeAccounts({ newAccount(), newAccount("outlook") });
     const std::string keys = "addEventListener('keydown', e => report('key', e.key));"
                              "document.body.insertAdjacentHTML('afterbegin', '<p>hay needle hay needle hay needle</p>');";
     serveWithRemote("/e2e/keys-red.html", "/e2e/red.html", keys);

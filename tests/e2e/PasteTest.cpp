@@ -3,8 +3,6 @@
 // formatting it was copied with, in the main window and in a pop-up.
 #include "E2ETest.h"
 
-#include "Account.h"
-
 namespace orvane::test {
 
 class PasteTest : public E2ETest {
@@ -19,8 +17,7 @@ protected:
 };
 
 TEST_F(PasteTest, TypingNeedsNoClickAndTheActionAndBothShortcutsPastePlainText) {
-    Account account { newUUID(), "someone@example.com", newUUID() };
-    orvane.writeAccountsFile({ { "accounts", { account.toJSON() } }, { "selectedAccountID", account.id } });
+    writeAccounts({ newAccount() });
     ASSERT_TRUE(startOrvane("/e2e/paste.html?who=paste"));
     ASSERT_TRUE(waitForEvents("paste", "loaded"));
     ASSERT_TRUE(waitForColor(webAreaPoint(), kGreen, "paste-page"));

@@ -2,8 +2,6 @@
 // account's zoom.
 #include "E2ETest.h"
 
-#include "Account.h"
-
 #include <cmath>
 
 namespace orvane::test {
@@ -11,8 +9,7 @@ namespace orvane::test {
 using RestartTest = E2ETest;
 
 TEST_F(RestartTest, WindowSizeAndPageZoomComeBack) {
-    Account account { newUUID(), "someone@example.com", newUUID() };
-    orvane.writeAccountsFile({ { "accounts", { account.toJSON() } }, { "selectedAccountID", account.id } });
+    writeAccounts({ newAccount() });
     serveWithRemote("/e2e/width.html", "/e2e/red.html", "addEventListener('load', () => report('width', innerWidth));"
                                                          "addEventListener('resize', () => report('width', innerWidth));");
     auto lastWidth = [&] { auto widths = events("gmail", "width"); return widths.empty() ? 0 : widths.back().data.get<int>(); };
