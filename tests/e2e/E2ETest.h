@@ -183,7 +183,7 @@ setInterval(() => {
     // A point of the window at these fractions of its size (in the web area
     // for the defaults).
     std::pair<int, int> pointIn(unsigned long window, double x = 0.7, double y = 0.6) {
-        auto geometry = orvane.geometry(window).value_or(OrvaneProcess::Geometry { -1, -1, 0, 0 });
+        auto geometry = orvane.geometry(window).value_or(Screenshot::Rect { -1, -1, 0, 0 });
         return { geometry.x + int(geometry.width * x), geometry.y + int(geometry.height * y) };
     }
     std::pair<int, int> webAreaPoint() { return pointIn(mainWindow()); }

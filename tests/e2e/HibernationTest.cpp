@@ -32,7 +32,8 @@ protected:
         int middle = (runs[tile].first + runs[tile].second) / 2, total = 0;
         for (int y = middle - 10; y < middle + 10; ++y) {
             Screenshot::Color c = shot.pixel(x, y);
-            total += std::abs(c.red - background.red) + std::abs(c.green - background.green) + std::abs(c.blue - background.blue);
+            total += std::abs(c.red - background.red) + std::abs(c.green - background.green)
+                + std::abs(c.blue - background.blue);
         }
         return total / 20;
     }
@@ -52,7 +53,8 @@ TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake
 
     // Typed into the selected Gmail page's compose form.
     runInPage("gmail", "document.querySelector('[gh=cm]').click()");
-    ASSERT_TRUE(waitUntil([&] { return !events("gmail", "form").empty() && events("gmail", "form").back().data.is_object(); }, 10s));
+    auto forms = [&] { return events("gmail", "form"); };
+    ASSERT_TRUE(waitUntil([&] { return !forms().empty() && forms().back().data.is_object(); }, 10s));
     auto [x, y] = webAreaPoint();
     ASSERT_TRUE(orvane.click(x - 400, y));
     runInPage("gmail", "document.querySelector('[aria-label=\"To recipients\"]').focus(); report('focused')");
@@ -73,9 +75,9 @@ TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake
 
     // Gmail, idle now but with text in its form, is asked and stays awake.
     auto asked = [&] {
-        std::string log = orvane.log();
+        std::string log = orvane.log(), line = "holds typed text";
         size_t count = 0;
-        for (size_t at = log.find("holds typed text"); at != std::string::npos; at = log.find("holds typed text", at + 1))
+        for (size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1))
             ++count;
         return count;
     };

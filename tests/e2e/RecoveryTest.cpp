@@ -14,8 +14,7 @@ protected:
     // stand-in pages fill the web area with theirs.
     static constexpr Screenshot::Color kAccent { 0x35, 0x84, 0xe4 };
     bool waitForStatusPage(const std::string& name, Screenshot::Color page) {
-        auto geometry = orvane.geometry(mainWindow()).value_or(OrvaneProcess::Geometry {});
-        Screenshot::Rect window { geometry.x, geometry.y, geometry.width, geometry.height };
+        auto window = orvane.geometry(mainWindow()).value_or(Screenshot::Rect {});
         return waitForScreenshot(name, [&](auto& shot) {
             return shot.share(window, kAccent) > 0.002 && shot.share(window, page) < 0.01;
         });
