@@ -107,6 +107,20 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
         view, "<title>Inbox (7) - other@example.com - Gmail</title>", "http://127.0.0.1:9/");
     EXPECT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(other)) == 7; }));
     EXPECT_STREQ(gtk_widget_get_tooltip_text(GTK_WIDGET(tile(other))), "other@example.com");
+    // What a screen reader finds: the "Accounts" tab list, each tile a tab
+    // named by its label, described by its service and count, and selected or not.
+    EXPECT_EQ(accessibleMismatch(stack(), GTK_ACCESSIBLE_PROPERTY_LABEL, "Accounts"), "");
+    EXPECT_EQ(accessibleMismatch(GTK_WIDGET(tile(other)), GTK_ACCESSIBLE_PROPERTY_LABEL, "other@example.com"), "");
+    for (const auto& [account, text] : { std::pair { other, "Gmail, 7 unread" }, { home, "Outlook" },
+             { calendar, "Google Calendar" } }) {
+        GtkWidget* widget = GTK_WIDGET(tile(account));
+        EXPECT_TRUE(gtk_test_accessible_has_role(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_ROLE_TAB));
+        EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, text), "") << text;
+        EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
+            GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_STATE_SELECTED, FALSE))) << text;
+    }
+    EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
+        GTK_ACCESSIBLE(tile(work)), GTK_ACCESSIBLE_STATE_SELECTED, TRUE)));
 
     // Moving swaps in the store; past the ends nothing moves.
     for (const auto& [action, account] : { std::pair { "sidebar.move-down", work },

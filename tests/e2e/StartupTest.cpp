@@ -1,6 +1,6 @@
-// Orvane's start: the usage ping with the install id kept in the preferences
-// file, links handed to the running instance, and "Check for Updates…"
-// reading its feed only when chosen. (Return in the empty state adds the
+// Orvane's start, in the user's language (LANGUAGE=fr): the usage ping with
+// the install id kept in the preferences file, links handed to the running
+// instance, and "Check for Updates…" reading its feed only when chosen. (Return in the empty state adds the
 // first account: ContentViewTest; a new account's page on screen:
 // AccountSwitchTest.)
 #include "E2ETest.h"
@@ -9,7 +9,7 @@ namespace orvane::test {
 
 using StartupTest = E2ETest;
 
-TEST_F(StartupTest, FirstStartPingsTakesLinksAndChecksForUpdatesOnlyWhenAsked) {
+TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndChecksForUpdatesOnlyWhenAsked) {
     server.serve("/ping.txt", "ok", "text/plain");
     server.serve("/appcast.xml", R"(<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
 <channel><item><enclosure url="https://example.com/orvane-99.tar.gz" sparkle:version="99.0"/></item>
@@ -17,6 +17,8 @@ TEST_F(StartupTest, FirstStartPingsTakesLinksAndChecksForUpdatesOnlyWhenAsked) {
         "application/rss+xml");
     orvane.setEnvironment("ORVANE_PING_URL", server.uri("/ping.txt"));
     orvane.setEnvironment("ORVANE_APPCAST_URL", server.uri("/appcast.xml"));
+    orvane.setEnvironment("LC_ALL", "C.UTF-8");
+    orvane.setEnvironment("LANGUAGE", "fr");
     ASSERT_TRUE(startOrvane());
     unsigned long window = mainWindow();
     ASSERT_NE(window, 0u);
@@ -36,6 +38,8 @@ TEST_F(StartupTest, FirstStartPingsTakesLinksAndChecksForUpdatesOnlyWhenAsked) {
     EXPECT_EQ(orvane.pid(), pid);
     EXPECT_EQ(orvane.windowsTitled("Orvane").size(), 1u);
     EXPECT_TRUE(orvane.accountIDs().empty());
+    ASSERT_TRUE(orvane.activateAction("preferences"));
+    EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Préférences").size() == 1; })) << "translated";
 
     EXPECT_EQ(orvane.actionEnabled("check-for-updates"), true);
     EXPECT_EQ(server.requestCount("/appcast.xml"), 0) << "nothing is fetched until the user asks";
