@@ -68,8 +68,9 @@ protected:
     }
     Color at(double dx, double dy) const { return shot->pixel(int(kMargin + dx), int(kMargin + dy)); }
     bool anyNear(Color color, double left, double top, double right, double bottom, int tolerance) const {
-        Screenshot::Rect area { int(kMargin + left), int(kMargin + top), int(right - left), int(bottom - top) };
-        return shot->share(area, color, tolerance) > 0;
+        return shot->share({ int(kMargin + left), int(kMargin + top), int(right - left), int(bottom - top) },
+                   color, tolerance)
+            > 0;
     }
 
     OrvaneAvatarView* tile = nullptr;

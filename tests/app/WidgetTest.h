@@ -43,7 +43,8 @@ inline Strings menuItems(GMenuModel* model, bool withTargets = false) {
 
 // What GTK tells screen readers of the widget's property, when it is not
 // `expected`; "" when it is.
-inline std::string accessibleMismatch(GtkWidget* widget, GtkAccessibleProperty property, const char* expected) {
+inline std::string accessibleMismatch(
+    GtkWidget* widget, GtkAccessibleProperty property, const char* expected) {
     GCharPtr actual(gtk_test_accessible_check_property(GTK_ACCESSIBLE(widget), property, expected));
     return actual ? actual.get() : "";
 }

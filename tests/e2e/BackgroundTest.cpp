@@ -16,7 +16,7 @@ using BackgroundTest = E2ETest;
 TEST_F(BackgroundTest, ClosedWindowKeepsPagesLiveUntilQuitAndTheNextRunKeepsSizeAndZoom) {
     writeAccounts({ newAccount() });
     serveWithRemote("/e2e/live.html", "/e2e/red.html",
-        "for (const event of ['load', 'resize']) addEventListener(event, () => report('width', innerWidth));");
+        "for (const type of ['load', 'resize']) addEventListener(type, () => report('width', innerWidth));");
     auto zoomedWidth = [&](int expected) {
         auto width = [&] { return events("gmail", "width").back().data.get<int>(); };
         return waitUntil([&] { return std::abs(width() * 1.25 - expected) <= 2; }, 10s);
@@ -47,8 +47,8 @@ TEST_F(BackgroundTest, ClosedWindowKeepsPagesLiveUntilQuitAndTheNextRunKeepsSize
                 = "/org/freedesktop/portal/desktop/request/" + std::string(sender + 1) + "/" + token;
             std::replace(path.begin(), path.end(), '.', '_');
             auto granted = g_variant_new_parsed("(@u 0, {'background': <true>, 'autostart': <false>})");
-            g_dbus_connection_emit_signal(
-                orvane.bus(), sender, path.c_str(), "org.freedesktop.portal.Request", "Response", granted, nullptr);
+            const char* request = "org.freedesktop.portal.Request";
+            g_dbus_connection_emit_signal(orvane.bus(), sender, path.c_str(), request, "Response", granted, nullptr);
             return g_variant_new("(o)", path.c_str());
         });
 

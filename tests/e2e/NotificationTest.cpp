@@ -113,8 +113,9 @@ protected:
         if (!startOrvane(page + "gmail", page + "outlook", page + "calendar"))
             return nullptr;
         auto server = std::make_unique<FakeNotifications>(orvane.bus(), capabilities);
-        bool ready = server->owned() && waitForEvents("gmail", "loaded")
-            && waitForEvents("calendar", "loaded") && waitUntil([&] { return label() == "notify@example.com"; });
+        bool ready = server->owned() && waitForEvents("gmail", "loaded");
+        ready = ready && waitForEvents("calendar", "loaded")
+            && waitUntil([&] { return label() == "notify@example.com"; });
         return ready ? std::move(server) : nullptr;
     }
 
