@@ -1,5 +1,5 @@
-// Photos and pictures handed over by pages: base64, data: addresses and the
-// first bytes of images.
+// Photos and pictures handed over by pages: data: addresses and the first
+// bytes of images.
 
 #include "AvatarPhoto.h"
 #include "FileNames.h"
@@ -25,28 +25,11 @@ std::string encoded(std::string_view bytes) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view input = orvane::fuzz::text(data, size);
 
-    // Strict base64 takes only canonical lengths and alphabet, and what it
-    // takes decodes to what GLib's own decoder gives.
-    auto decoded = ImageBytes::decodeBase64(input);
-    if (decoded) {
-        FUZZ_CHECK(size % 4 == 0);
-        size_t padding = input.ends_with("==") ? 2 : input.ends_with("=") ? 1 : 0;
-        FUZZ_CHECK(decoded->size() == size / 4 * 3 - padding);
-        FUZZ_CHECK(encoded(*decoded).size() == size);
-        std::string copy(input);
-        gsize length = 0;
-        guchar* glib = g_base64_decode(copy.c_str(), &length);
-        FUZZ_CHECK(std::string_view(reinterpret_cast<char*>(glib), length) == *decoded);
-        g_free(glib);
-    }
-    // Any bytes survive the trip through base64.
-    FUZZ_CHECK(ImageBytes::decodeBase64(encoded(input)) == std::string(input));
-
+    // Any bytes survive the trip through a base64 data: address.
+    auto back = ImageBytes::fromDataURL("data:image/png;base64," + encoded(input));
+    FUZZ_CHECK(input.empty() ? !back : back && back->data == input && back->meta == "image/png");
     auto fromURL = ImageBytes::fromDataURL(input);
-    if (fromURL) {
-        FUZZ_CHECK(input.starts_with("data:") && !fromURL->data.empty());
-        FUZZ_CHECK(fromURL->meta.find(',') == std::string::npos && input.starts_with(fromURL->meta + ","));
-    }
+    FUZZ_CHECK(!fromURL || (input.starts_with("data:") && !fromURL->data.empty()));
 
     std::string extension = ImageBytes::extension(input.substr(0, size / 2), input.substr(size / 2));
     FUZZ_CHECK(extension == ".jpg" || extension == ".png" || extension == ".gif" || extension == ".webp"

@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config
-  libglib2.0-dev libglib2.0-dev-bin libgtk-4-dev libadwaita-1-dev
+  libglib2.0-dev libglib2.0-dev-bin libgtk-4-dev libadwaita-1-dev libepoxy-dev
   libwebkitgtk-6.0-dev libsoup-3.0-dev libxml2-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev
   xvfb xauth dbus dbus-x11 at-spi2-core xdotool x11-utils imagemagick xdg-utils

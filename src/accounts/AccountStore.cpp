@@ -8,6 +8,8 @@
 #include <glib/gi18n-lib.h>
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 namespace orvane {
 
@@ -36,6 +38,12 @@ AccountStore::AccountStore()
     load();
 }
 
+// Quitting commits what is still pending; nobody is told any more.
+AccountStore::~AccountStore() {
+    for (const PendingRemoval& pending : std::exchange(m_pending, {}))
+        deleteLeftovers(pending.account);
+}
+
 void AccountStore::load() {
     const std::string path = AppPaths::accountsFile();
     Files::removeLeftoverTemporaries(path);
@@ -45,6 +53,7 @@ void AccountStore::load() {
     auto file = bytes ? AccountsFile::decode(*bytes) : std::nullopt;
     // Whatever could not be read is kept aside before the next save replaces it.
     m_keepFileOnDisk = !file || file->skippedRecords > 0;
+    m_readWhole = !m_keepFileOnDisk;
     if (!file) {
         g_warning("Could not %s %s; it is kept aside when Orvane next saves", bytes ? "decode" : "read", path.c_str());
         return;
@@ -154,35 +163,128 @@ const Account& AccountStore::addCalendar(const Account& mail) {
 }
 
 void AccountStore::remove(const Account& account) {
+    auto it = std::find_if(m_accounts.begin(), m_accounts.end(), [&](const Account& a) { return a.id == account.id; });
+    if (it == m_accounts.end())
+        return;
     // Work on the stored record: `account` may refer into the list, and only
     // what the store holds (bounded, names checked) may name files.
-    const Account* stored = this->account(account.id);
-    if (!stored)
-        return;
-    const Account removed = *stored;
-    std::erase_if(m_accounts, [&](const Account& a) { return a.id == removed.id; });
-    unsigned change = StoreChangeAccounts;
-    if (m_selectedAccountID == removed.id) {
+    PendingRemoval pending { *it, {}, m_selectedAccountID == it->id, m_defaultMailtoAccountID == it->id };
+    std::transform(it + 1, m_accounts.end(), std::back_inserter(pending.followers), [](const Account& a) { return a.id; });
+    m_accounts.erase(it);
+    unsigned change = StoreChangeAccounts | StoreChangeRemovals;
+    if (pending.wasSelected) {
         m_selectedAccountID = m_accounts.empty() ? std::nullopt : std::optional(m_accounts.front().id);
         change |= StoreChangeSelection;
     }
-    if (m_defaultMailtoAccountID == removed.id) {
+    if (pending.wasDefaultMailto) {
         m_defaultMailtoAccountID.reset();
         change |= StoreChangeSettings;
     }
+    m_pending.push_back(std::move(pending));
     notify(change);
-
-    if (removed.avatarFileName) {
-        bool shared = std::any_of(m_accounts.begin(), m_accounts.end(),
-            [&](const Account& a) { return a.avatarFileName == removed.avatarFileName; });
-        if (!shared)
-            Files::removeFile(AppPaths::avatarsDir(), *removed.avatarFileName);
-    }
-    bool storeShared = std::any_of(m_accounts.begin(), m_accounts.end(),
-        [&](const Account& a) { return a.dataStoreID == removed.dataStoreID; });
-    if (!storeShared && m_removeDataStore)
-        m_removeDataStore(removed.dataStoreID);
     save();
+}
+
+bool AccountStore::undoRemoval(const std::string& accountID) {
+    auto it = std::find_if(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.id == accountID; });
+    if (it == m_pending.end())
+        return false;
+    PendingRemoval pending = std::move(*it);
+    m_pending.erase(it);
+    // Before the first of its followers still there: undoing in any order
+    // gives back the order the removals started from.
+    auto at = m_accounts.end();
+    for (const std::string& follower : pending.followers) {
+        at = std::find_if(m_accounts.begin(), m_accounts.end(), [&](const Account& a) { return a.id == follower; });
+        if (at != m_accounts.end())
+            break;
+    }
+    m_accounts.insert(at, pending.account);
+    std::stable_partition(m_accounts.begin(), m_accounts.end(), [](const Account& a) { return a.isMailSide(); });
+    unsigned change = StoreChangeAccounts | StoreChangeRemovals;
+    if (pending.wasSelected || !m_selectedAccountID) {
+        m_selectedAccountID = accountID;
+        change |= StoreChangeSelection;
+    }
+    if (pending.wasDefaultMailto && !m_defaultMailtoAccountID) {
+        m_defaultMailtoAccountID = accountID;
+        change |= StoreChangeSettings;
+    }
+    notify(change);
+    save();
+    return true;
+}
+
+void AccountStore::commitRemoval(const std::string& accountID) {
+    auto it = std::find_if(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.id == accountID; });
+    if (it == m_pending.end())
+        return;
+    const Account removed = std::move(it->account);
+    m_pending.erase(it);
+    deleteLeftovers(removed);
+    notify(StoreChangeRemovals);
+}
+
+void AccountStore::commitRemovals() {
+    while (!m_pending.empty())
+        commitRemoval(m_pending.front().account.id);
+}
+
+std::vector<Account> AccountStore::pendingRemovals() const {
+    std::vector<Account> accounts;
+    std::transform(m_pending.begin(), m_pending.end(), std::back_inserter(accounts), [](const PendingRemoval& p) { return p.account; });
+    return accounts;
+}
+
+// A pending removal may still come back: what it shares stays too.
+void AccountStore::deleteLeftovers(const Account& removed) {
+    auto used = [&](auto member) {
+        return std::any_of(m_accounts.begin(), m_accounts.end(), [&](const Account& a) { return a.*member == removed.*member; })
+            || std::any_of(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.*member == removed.*member; });
+    };
+    if (removed.avatarFileName && !used(&Account::avatarFileName))
+        Files::removeFile(AppPaths::avatarsDir(), *removed.avatarFileName);
+    if (!used(&Account::dataStoreID) && m_removeDataStore)
+        m_removeDataStore(removed.dataStoreID);
+    if (m_forgetAccount)
+        m_forgetAccount(removed.id);
+}
+
+bool AccountStore::removeOrphans() {
+    if (!m_readWhole)
+        return false;
+    std::set<std::string> stores, photos;
+    for (const Account& a : m_accounts) {
+        stores.insert(a.dataStoreID);
+        if (a.avatarFileName)
+            photos.insert(*a.avatarFileName);
+    }
+    for (const PendingRemoval& p : m_pending) {
+        stores.insert(p.account.dataStoreID);
+        if (p.account.avatarFileName)
+            photos.insert(*p.account.avatarFileName);
+    }
+    auto isUUID = [](std::string_view name) { return canonicalUUID(name) == name; };
+    std::set<std::string> orphans;
+    for (const std::string& home : { AppPaths::dataHome(), AppPaths::cacheHome() }) {
+        for (const std::string& name : Files::names(home + "/Orvane/WebsiteData"))
+            if (isUUID(name) && !stores.contains(name))
+                orphans.insert(name);
+    }
+    for (const std::string& dataStoreID : orphans) {
+        g_debug("Deleting the website data of a removed account");
+        if (m_removeDataStore)
+            m_removeDataStore(dataStoreID);
+    }
+    const std::string avatars = AppPaths::avatarsDir();
+    for (const std::string& name : Files::names(avatars)) {
+        constexpr size_t kUUIDLength = 36;
+        bool ours = name.size() > kUUIDLength + 5 && name[kUUIDLength] == '-' && name.ends_with(".png")
+            && isUUID(std::string_view(name).substr(0, kUUIDLength));
+        if (ours && !photos.contains(name))
+            Files::removeFile(avatars, name);
+    }
+    return true;
 }
 
 void AccountStore::update(const Account& account) {

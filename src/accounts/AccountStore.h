@@ -16,6 +16,7 @@ enum StoreChange : unsigned {
     StoreChangeAccounts = 1u << 0,
     StoreChangeSelection = 1u << 1,
     StoreChangeSettings = 1u << 2,
+    StoreChangeRemovals = 1u << 3, // pendingRemovals() changed
 };
 
 // The single source of truth for the accounts, the selection and the
@@ -28,13 +29,23 @@ enum StoreChange : unsigned {
 // that load() could not read (wholly or in part) is kept aside as
 // accounts.json.unreadable-<UTC time> before the next save replaces it.
 // Failures are logged as warnings and leave the file on disk as it was.
+//
+// Removing an account can be undone: remove() takes it out of the list and
+// saves accounts.json without it at once, but its photo, its website data and
+// what others keep for it (the forgetter) stay until the removal is committed;
+// undoRemoval() puts it back where it was. A removal neither committed nor
+// undone when the store goes is committed then; the leftovers of one that a
+// crash cut short go at the next start (removeOrphans()).
 class AccountStore {
 public:
     // Called with a dataStoreID whose website data no remaining account uses.
     using DataStoreRemover = std::function<void(const std::string& dataStoreID)>;
+    // Called with the id of an account removed for good.
+    using AccountForgetter = std::function<void(const std::string& accountID)>;
 
     // Loads accounts.json; never saves.
     AccountStore();
+    ~AccountStore();
     AccountStore(const AccountStore&) = delete;
     AccountStore& operator=(const AccountStore&) = delete;
 
@@ -45,6 +56,24 @@ public:
     const Account& addOutlookAccount();
     const Account& addCalendar(const Account& mail);
     void remove(const Account& account);
+    // Puts a pending removal back: the same account at its place among those
+    // that followed it, selected and the default for email links again if it
+    // was. False when the id names no pending removal.
+    bool undoRemoval(const std::string& accountID);
+    // Deletes what the removed account alone used (its photo and website
+    // data, unless a remaining or pending account shares them) and tells the
+    // forgetter.
+    void commitRemoval(const std::string& accountID);
+    void commitRemovals();
+    // The removed accounts neither committed nor undone, oldest first.
+    std::vector<Account> pendingRemovals() const;
+
+    // At start, before any session is made: deletes the website data folders
+    // and photos that no account in accounts.json names, among the names
+    // Orvane gives them (WebsiteData/<canonical UUID>, Avatars/<UUID>-*.png).
+    // Only when accounts.json was read whole: otherwise nothing is deleted
+    // and it gives false.
+    bool removeOrphans();
     void update(const Account& account);
     void move(const Account& account, int offset);
     void select(int index);
@@ -74,6 +103,7 @@ public:
     // Deletes the website data and cache folders of a data store; an id that
     // is not a canonical UUID names no folder and nothing is deleted.
     static void removeWebsiteData(const std::string& dataStoreID);
+    void setAccountForgetter(AccountForgetter forgetter) { m_forgetAccount = std::move(forgetter); }
 
     using ChangeObservers = Observers<unsigned /* StoreChange flags */>;
     [[nodiscard]] ChangeObservers::Subscription observe(ChangeObservers::Callback callback) {
@@ -84,7 +114,15 @@ public:
     static constexpr size_t kMaxFileBytes = AccountsFile::kMaxBytes;
 
 private:
+    struct PendingRemoval {
+        Account account;
+        std::vector<std::string> followers; // the ids after it when it went
+        bool wasSelected = false;
+        bool wasDefaultMailto = false;
+    };
+
     void normalizeOrder();
+    void deleteLeftovers(const Account& removed);
     const Account& insertNew(Account account, std::optional<size_t> after);
     void notify(unsigned change) { m_observers.notify(change); }
 
@@ -97,8 +135,11 @@ private:
     bool m_showDockBadge = false;
     bool m_notificationsEnabled = false;
     bool m_keepFileOnDisk = false; // the file on disk could not be read
+    bool m_readWhole = false;       // the file existed and every account in it was read
+    std::vector<PendingRemoval> m_pending; // oldest first
 
     DataStoreRemover m_removeDataStore;
+    AccountForgetter m_forgetAccount;
     ChangeObservers m_observers;
 };
 

@@ -21,27 +21,8 @@ double hueForSeed(int64_t colorSeed) {
     return static_cast<double>(degrees) / 360.0;
 }
 
-RGB fromHSB(double hue, double saturation, double brightness) {
-    double h = hue - std::floor(hue);
-    double sector = h * 6.0;
-    int index = static_cast<int>(sector) % 6;
-    double f = sector - std::floor(sector);
-    double v = brightness;
-    double p = v * (1.0 - saturation);
-    double q = v * (1.0 - saturation * f);
-    double t = v * (1.0 - saturation * (1.0 - f));
-    switch (index) {
-    case 0: return { v, t, p };
-    case 1: return { q, v, p };
-    case 2: return { p, v, t };
-    case 3: return { p, q, v };
-    case 4: return { t, p, v };
-    default: return { v, p, q };
-    }
-}
-
-RGB colorForSeed(int64_t colorSeed) {
-    return fromHSB(hueForSeed(colorSeed), 0.5, 0.8);
+HSV colorForSeed(int64_t colorSeed) {
+    return { hueForSeed(colorSeed), 0.5, 0.8 };
 }
 
 // Byte length of the first grapheme cluster of valid UTF-8 text.

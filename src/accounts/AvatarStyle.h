@@ -25,12 +25,17 @@ inline constexpr RGB kCalendarColor { 0.26, 0.52, 0.96 };
 // wraps around the colour wheel, so -30 gives the hue of 330.
 double hueForSeed(int64_t colorSeed);
 
-// Hue, saturation and brightness (all 0 to 1) to sRGB.
-RGB fromHSB(double hue, double saturation, double brightness);
+// A colour as hue, saturation and value (all 0 to 1); the drawing turns it
+// into sRGB with gtk_hsv_to_rgb.
+struct HSV {
+    double hue = 0;
+    double saturation = 0;
+    double value = 0;
+};
 
 // The disc colour of an account without a photo: its hue at saturation 0.5
-// and brightness 0.8.
-RGB colorForSeed(int64_t colorSeed);
+// and value 0.8.
+HSV colorForSeed(int64_t colorSeed);
 
 // The letter drawn for a label: the first user-perceived character after
 // trimming spaces and tabs, upper-cased with the full Unicode mapping; "+"

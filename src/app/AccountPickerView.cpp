@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "AvatarView.h"
 #include "SenderChoice.h"
+#include "HeapBox.h"
 
 #include <adwaita.h>
 
@@ -149,7 +150,7 @@ void AccountPickerView::scheduleRebuild() {
         if (deferred->alive.alive() && deferred->picker->m_rebuildScheduled)
             deferred->picker->rebuildButtons();
         return G_SOURCE_REMOVE;
-    }, new Deferred { m_lifetime.watch(), this }, [](gpointer data) { delete static_cast<Deferred*>(data); });
+    }, HeapBox::make<Deferred>(Deferred { m_lifetime.watch(), this }), HeapBox::free<Deferred>);
 }
 
 void AccountPickerView::rebuildButtons() {

@@ -1,7 +1,10 @@
 #include "AppWebHost.h"
 
 #include "GRef.h"
+#include "DownloadsFolder.h"
 #include "MessageDialogPresenter.h"
+
+#include <glib/gi18n-lib.h>
 
 #include <string>
 
@@ -10,6 +13,7 @@ namespace orvane {
 namespace {
 
 constexpr int kBusTimeoutMs = 1000;
+constexpr guint kFinishedToastSeconds = 10;
 
 bool nameHasOwner(GDBusConnection* bus, const char* name) {
     GVariantPtr reply(g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -63,7 +67,82 @@ bool decideBodyIsMarkup(GApplication* app) {
 }
 
 
+// "“report.pdf” downloaded", with "Show in Files" beside it and "Open" as
+// the toast's button (the window's downloads.* actions).
+AdwToast* finishedToast(const std::string& name, const std::string& path, bool saved) {
+    AdwToast* toast = adw_toast_new("");
+    GtkWidget* title = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 12);
+    GCharPtr text(g_strdup_printf(saved ? _("“%s” saved") : _("“%s” downloaded"), name.c_str()));
+    GtkWidget* label = gtk_label_new(text.get());
+    gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_MIDDLE);
+    gtk_label_set_max_width_chars(GTK_LABEL(label), 40);
+    gtk_widget_add_css_class(label, "heading");
+    GtkWidget* show = gtk_button_new_with_label(_("Show in Files"));
+    gtk_widget_set_valign(show, GTK_ALIGN_CENTER);
+    gtk_actionable_set_action_name(GTK_ACTIONABLE(show), "downloads.show-in-files");
+    gtk_actionable_set_action_target_value(GTK_ACTIONABLE(show), g_variant_new_string(path.c_str()));
+    gtk_box_append(GTK_BOX(title), label);
+    gtk_box_append(GTK_BOX(title), show);
+    adw_toast_set_custom_title(toast, title);
+    adw_toast_set_button_label(toast, _("Open"));
+    adw_toast_set_action_name(toast, "downloads.open");
+    adw_toast_set_action_target_value(toast, g_variant_new_string(path.c_str()));
+    adw_toast_set_timeout(toast, kFinishedToastSeconds);
+    return toast;
+}
+
+// A toast's title is markup: the text is escaped to show as written.
+AdwToast* textToast(const std::string& text) {
+    GCharPtr escaped(g_markup_escape_text(text.c_str(), -1));
+    return adw_toast_new(escaped.get());
+}
+
+std::string failureText(WebHost::DownloadEnd end, const std::string& name) {
+    const char* format = nullptr;
+    switch (end) {
+    case WebHost::DownloadEnd::NetworkFailed:
+        format = _("Could not download “%s”: the connection broke off");
+        break;
+    case WebHost::DownloadEnd::WriteFailed:
+        format = _("Could not save “%s”: the file could not be written (is the disk full?)");
+        break;
+    case WebHost::DownloadEnd::NoPlace:
+        format = DownloadsFolder::path() ? _("Could not save “%s”: no free name for it in the Downloads folder")
+                                         : _("Could not save “%s”: there is no Downloads folder");
+        break;
+    case WebHost::DownloadEnd::Finished:
+    case WebHost::DownloadEnd::Cancelled:
+        return "";
+    }
+    return GCharPtr(g_strdup_printf(format, name.c_str())).get();
+}
+
 } // namespace
+
+void AppWebHost::downloadStarted(WebKitDownload* download, WebKitWebView*) {
+    m_downloads.started(download);
+}
+
+void AppWebHost::downloadEnded(WebKitDownload* download, DownloadEnd end, const std::string& path) {
+    auto item = m_downloads.ended(download, path);
+    if (!item || !m_showToast)
+        return;
+    if (end == DownloadEnd::Finished && !path.empty())
+        m_showToast(finishedToast(item->name, path, false));
+    else if (std::string text = failureText(end, item->name); !text.empty())
+        m_showToast(textToast(text));
+}
+
+void AppWebHost::fileSaved(const std::string& path, WebKitWebView*) {
+    m_downloads.saved(path);
+    if (m_showToast)
+        m_showToast(finishedToast(GCharPtr(g_filename_display_basename(path.c_str())).get(), path, true));
+}
+
+void AppWebHost::reportFailure(const std::string& message, WebKitWebView*) {
+    if (m_showToast)
+        m_showToast(textToast(message));
+}
 
 void AppWebHost::openInBrowser(const std::string& address, WebKitWebView* from) {
     // Launched for the window the link left, so that the desktop may bring

@@ -3,6 +3,7 @@
 #include "AppPaths.h"
 #include "AvatarStyle.h"
 #include "GRef.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 #include <cmath>
@@ -141,7 +142,10 @@ static void snapshotPicture(OrvaneAvatarView* self, GtkSnapshot* snapshot, const
             float(tile.origin.y + (tile.size.height - h) / 2), float(w), float(h));
         gtk_snapshot_append_texture(snapshot, s.photo.get(), &bounds);
     } else {
-        GdkRGBA disc = rgba(AvatarStyle::colorForSeed(s.account.colorSeed));
+        AvatarStyle::HSV hsv = AvatarStyle::colorForSeed(s.account.colorSeed);
+        float red = 0, green = 0, blue = 0;
+        gtk_hsv_to_rgb(float(hsv.hue), float(hsv.saturation), float(hsv.value), &red, &green, &blue);
+        GdkRGBA disc = { red, green, blue, 1 };
         gtk_snapshot_append_color(snapshot, &disc, &tile);
         auto layout = makeLayout(GTK_WIDGET(self), AvatarStyle::initialForLabel(s.account.label), s.size * 0.42,
             PANGO_WEIGHT_SEMIBOLD);
@@ -289,7 +293,7 @@ static void orvane_avatar_view_dispose(GObject* object) {
 }
 
 static void orvane_avatar_view_finalize(GObject* object) {
-    delete ORVANE_AVATAR_VIEW(object)->state;
+    HeapBox::free<State>(ORVANE_AVATAR_VIEW(object)->state);
     G_OBJECT_CLASS(orvane_avatar_view_parent_class)->finalize(object);
 }
 
@@ -320,7 +324,7 @@ static void orvane_avatar_view_class_init(OrvaneAvatarViewClass* klass) {
 }
 
 static void orvane_avatar_view_init(OrvaneAvatarView* self) {
-    self->state = new State();
+    self->state = HeapBox::make<State>();
     gtk_widget_set_overflow(GTK_WIDGET(self), GTK_OVERFLOW_VISIBLE);
 }
 

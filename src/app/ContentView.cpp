@@ -5,6 +5,7 @@
 #include "WebViewContainer.h"
 #include "AccountPickerView.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
 
 namespace orvane {
 
@@ -126,8 +127,8 @@ void ContentView::openComposeForm(const Account& account, const MailtoComponents
         g_signal_handlers_disconnect_by_data(view, data); // deletes data
         if (deferred.alive.alive())
             deferred.content->m_manager.compose(deferred.account, deferred.mailto);
-    }), new Deferred { m_lifetime.watch(), this, account, mailto },
-        [](gpointer data, GClosure*) { delete static_cast<Deferred*>(data); }, GConnectFlags(0));
+    }), HeapBox::make<Deferred>(Deferred { m_lifetime.watch(), this, account, mailto }),
+        [](gpointer data, GClosure*) { HeapBox::free<Deferred>(data); }, GConnectFlags(0));
 }
 
 // Brings the main window to the front.

@@ -3,6 +3,7 @@
 #include "AppResources.h"
 #include "ContentView.h"
 #include "GRef.h"
+#include "RemovalToast.h"
 
 namespace orvane {
 
@@ -13,11 +14,13 @@ MainWindow::MainWindow(GtkApplication* application, AccountStore& store, WebView
     auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/MainWindow.ui"));
     m_window = GTK_WINDOW(gtk_builder_get_object(builder.get(), "window"));
     m_toasts = ADW_TOAST_OVERLAY(gtk_builder_get_object(builder.get(), "toasts"));
+    m_headerBar = ADW_HEADER_BAR(gtk_builder_get_object(builder.get(), "header_bar"));
     g_object_add_weak_pointer(G_OBJECT(m_window), reinterpret_cast<gpointer*>(&m_window));
     gtk_window_set_application(m_window, application);
     gtk_widget_set_size_request(GTK_WIDGET(m_window), kMinimumWidth, kMinimumHeight);
     gtk_menu_button_set_menu_model(GTK_MENU_BUTTON(gtk_builder_get_object(builder.get(), "menu_button")), primaryMenu);
 
+    m_removals = std::make_unique<RemovalToast>(store, [this](AdwToast* toast) { showToast(toast); });
     m_content = std::make_unique<ContentView>(store, manager);
     gtk_box_append(GTK_BOX(gtk_builder_get_object(builder.get(), "layout")), m_content->widget());
     m_content->refresh();
@@ -31,6 +34,7 @@ MainWindow::MainWindow(GtkApplication* application, AccountStore& store, WebView
 
 MainWindow::~MainWindow() {
     m_activeChanged.disconnect();
+    m_removals.reset();
     m_content.reset();
     if (m_window) {
         g_object_remove_weak_pointer(G_OBJECT(m_window), reinterpret_cast<gpointer*>(&m_window));

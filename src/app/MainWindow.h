@@ -11,6 +11,7 @@
 namespace orvane {
 
 class ContentView;
+class RemovalToast;
 class WebViewManager;
 
 // The one main window: an AdwApplicationWindow titled "Orvane" with a header
@@ -26,9 +27,13 @@ public:
 
     GtkWindow* window() const { return m_window; }
     ContentView& content() const { return *m_content; }
+    AdwHeaderBar* headerBar() const { return m_headerBar; }
 
     // Shows a toast over the window's content (takes the floating reference).
     void showToast(AdwToast* toast);
+    // The toast that offers to undo removing accounts; removals still
+    // pending when the window goes are committed then.
+    RemovalToast& removals() const { return *m_removals; }
 
     // Called each time the window becomes the active one.
     void setOnBecameActive(std::function<void()> callback) { m_onBecameActive = std::move(callback); }
@@ -43,9 +48,11 @@ private:
     // when the window is finalized.
     GtkWindow* m_window = nullptr;
     AdwToastOverlay* m_toasts = nullptr; // a child of the window
+    AdwHeaderBar* m_headerBar = nullptr; // a child of the window
 
     // Owned references
     std::unique_ptr<ContentView> m_content;
+    std::unique_ptr<RemovalToast> m_removals;
     std::function<void()> m_onBecameActive;
     SignalConnection m_activeChanged;
 };

@@ -1,6 +1,7 @@
 #include "MessageDialogPresenter.h"
 
 #include "ScriptDialogs.h"
+#include "HeapBox.h"
 
 #include <adwaita.h>
 
@@ -39,7 +40,7 @@ void present(GtkWindow* parent, const ScriptDialogs::Request& request, ScriptDia
     adw_message_dialog_set_default_response(dialog, request.defaultResponse.c_str());
     adw_message_dialog_set_close_response(dialog, request.closeResponse.c_str());
 
-    auto* pending = new Pending { std::move(completion), request.closeResponse };
+    auto* pending = HeapBox::make<Pending>(Pending { std::move(completion), request.closeResponse });
     if (request.entryText) {
         pending->entry = GTK_ENTRY(gtk_entry_new());
         gtk_widget_set_size_request(GTK_WIDGET(pending->entry), ScriptDialogs::kEntryWidth, ScriptDialogs::kEntryHeight);
@@ -49,10 +50,9 @@ void present(GtkWindow* parent, const ScriptDialogs::Request& request, ScriptDia
         adw_message_dialog_set_extra_child(dialog, GTK_WIDGET(pending->entry));
     }
     g_object_set_data_full(G_OBJECT(dialog), kPendingKey, pending, [](gpointer data) {
-        auto* p = static_cast<Pending*>(data);
+        auto p = HeapBox::take<Pending>(data);
         p->entry = nullptr; // already gone with the dialog
         p->answer(p->closeResponse);
-        delete p;
     });
     g_signal_connect(dialog, "response", G_CALLBACK(+[](AdwMessageDialog* d, const char* response, gpointer) {
         if (auto* p = static_cast<Pending*>(g_object_get_data(G_OBJECT(d), kPendingKey)))

@@ -1,6 +1,7 @@
 #include "OrvaneApp.h"
 
 #include "Beacon.h"
+#include "RendererChoice.h"
 
 #include "Autostart.h"
 #include "ContentView.h"
@@ -54,12 +55,26 @@ int OrvaneApp::run(int argc, char** argv) {
 // arguments over and exits without ever building these.
 void OrvaneApp::onStartup(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
+    RendererChoice::apply(gdk_display_get_default());
     useIconFromSourceTree();
     gtk_window_set_default_icon_name(build::kAppID);
     self->m_preferences.emplace();
     self->m_session.emplace(*self->m_preferences);
     self->m_store.emplace();
+    SessionPreferences* session = &*self->m_session;
+    self->m_store->setAccountForgetter([session](const std::string& accountID) {
+        session->forgetAccounts([&](const std::string& id) { return id == accountID; });
+    });
+    // What a removal cut short by a crash left: the accounts file already went without it.
+    if (self->m_store->removeOrphans())
+        session->forgetAccounts([store = &*self->m_store](const std::string& id) { return !store->account(id); });
     self->m_webHost.emplace(GTK_APPLICATION(self->m_app.get()));
+    self->m_webHost->setToastShower([self](AdwToast* toast) {
+        if (self->m_mainWindow)
+            self->m_mainWindow->showToast(toast);
+        else
+            g_object_unref(g_object_ref_sink(toast));
+    });
     self->m_services.emplace(ServiceCatalog::fromEnvironment());
     self->m_manager.emplace(*self->m_webHost, *self->m_services);
     self->m_bridges = &self->m_manager->addExtension(std::make_unique<AccountBridges>(*self->m_manager));
@@ -117,6 +132,7 @@ void OrvaneApp::onShutdown(GApplication*, gpointer data) {
     auto* self = static_cast<OrvaneApp*>(data);
     self->m_checkForUpdates.reset();
     self->mainWindowGone();
+    self->m_store->commitRemovals();
     self->m_background.reset();
 }
 
@@ -132,6 +148,8 @@ MainWindow& OrvaneApp::ensureMainWindow() {
         });
         GtkWindow* window = m_mainWindow->window();
         m_pageTools = std::make_unique<PageTools>(*m_mainWindow, *m_store, *m_manager, *m_session);
+        m_downloadsButton = std::make_unique<DownloadsButton>(m_webHost->downloads(), window);
+        adw_header_bar_pack_end(m_mainWindow->headerBar(), m_downloadsButton->widget());
         WindowGeometry::restore(window, *m_session, MainWindow::kMinimumWidth, MainWindow::kMinimumHeight);
         WindowGeometry::keepOnClose(window, *m_session);
         m_background->attach(window);
@@ -151,6 +169,7 @@ MainWindow& OrvaneApp::presentMainWindow() {
 void OrvaneApp::mainWindowGone() {
     m_mainWindowDestroyed.disconnect();
     m_pageTools.reset();
+    m_downloadsButton.reset();
     m_mainWindow.reset();
 }
 

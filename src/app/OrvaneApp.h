@@ -12,6 +12,7 @@
 #include "SignalConnection.h"
 #include "UpdaterController.h"
 #include "CheckForUpdatesAction.h"
+#include "DownloadsButton.h"
 #include "WebViewManager.h"
 
 #include <adwaita.h>
@@ -92,6 +93,7 @@ private:
     std::unique_ptr<BackgroundRunning> m_background;
     std::unique_ptr<MainWindow> m_mainWindow;
     std::unique_ptr<PageTools> m_pageTools; // goes before the window
+    std::unique_ptr<DownloadsButton> m_downloadsButton; // goes before the window
     bool m_startHidden = false; // --background, until the first activation
     SignalConnection m_mainWindowDestroyed;
     SignalConnection m_startup;

@@ -5,6 +5,7 @@
 #include "GRef.h"
 #include "Preferences.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 
@@ -30,7 +31,7 @@ std::string menuLabel(const std::string& text) {
 SettingsView& SettingsView::open(AccountStore& store, WebViewManager& manager, GtkWindow* parent, GtkApplication* application) {
     SettingsView* view = find(application);
     if (!view)
-        view = new SettingsView(store, manager, application);
+        view = HeapBox::make<SettingsView>(store, manager, application);
     view->present(parent);
     return *view;
 }
@@ -59,7 +60,7 @@ SettingsView::SettingsView(AccountStore& store, WebViewManager& manager, GtkAppl
     g_object_set_data(G_OBJECT(window), kViewKey, this);
     g_signal_connect(window, "destroy", G_CALLBACK(+[](GtkWidget* window, gpointer self) {
         g_object_set_data(G_OBJECT(window), kViewKey, nullptr);
-        delete static_cast<SettingsView*>(self);
+        HeapBox::free<SettingsView>(self);
     }), this);
     build(builder.get());
     m_storeSubscription = m_store.observe([this](unsigned) { syncFromStore(); });

@@ -4,6 +4,7 @@
 #include "HibernationPolicy.h"
 #include "GRef.h"
 #include "SignalConnection.h"
+#include "HeapBox.h"
 
 #include <adwaita.h>
 #include <glib/gi18n-lib.h>
@@ -68,6 +69,7 @@ public:
         "Applications settings.");
 
 private:
+    friend struct HeapBox::Access;
     SettingsView(AccountStore& store, WebViewManager& manager, GtkApplication* application);
     ~SettingsView();
 

@@ -1,7 +1,9 @@
 #include "UpdateDialog.h"
 
+#include "AppResources.h"
 #include "GRef.h"
 #include "ExternalLink.h"
+#include "HeapBox.h"
 
 #include <glib/gi18n-lib.h>
 
@@ -11,38 +13,12 @@ namespace orvane {
 
 namespace {
 
-constexpr int kNotesMinHeight = 140;
-constexpr int kNotesMaxHeight = 220;
-
 // What the buttons open, kept with the dialog.
 struct Links {
     std::string download;
     std::string releaseNotes;
     UpdateDialog::Opener open;
 };
-
-GtkWidget* notesView(const std::string& notes) {
-    GtkWidget* label = gtk_label_new(notes.c_str());
-    gtk_label_set_wrap(GTK_LABEL(label), TRUE);
-    gtk_label_set_wrap_mode(GTK_LABEL(label), PANGO_WRAP_WORD_CHAR);
-    gtk_label_set_xalign(GTK_LABEL(label), 0);
-    gtk_label_set_yalign(GTK_LABEL(label), 0);
-    gtk_label_set_selectable(GTK_LABEL(label), TRUE);
-    gtk_label_set_width_chars(GTK_LABEL(label), 44);
-    gtk_widget_set_margin_start(label, 12);
-    gtk_widget_set_margin_end(label, 12);
-    gtk_widget_set_margin_top(label, 8);
-    gtk_widget_set_margin_bottom(label, 8);
-
-    GtkWidget* scroller = gtk_scrolled_window_new();
-    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scroller), GTK_POLICY_NEVER, GTK_POLICY_AUTOMATIC);
-    gtk_scrolled_window_set_propagate_natural_height(GTK_SCROLLED_WINDOW(scroller), TRUE);
-    gtk_scrolled_window_set_min_content_height(GTK_SCROLLED_WINDOW(scroller), kNotesMinHeight);
-    gtk_scrolled_window_set_max_content_height(GTK_SCROLLED_WINDOW(scroller), kNotesMaxHeight);
-    gtk_scrolled_window_set_child(GTK_SCROLLED_WINDOW(scroller), label);
-    gtk_widget_add_css_class(scroller, "card");
-    return scroller;
-}
 
 void onResponse(AdwMessageDialog*, const char* response, gpointer data) {
     auto* links = static_cast<Links*>(data);
@@ -52,7 +28,7 @@ void onResponse(AdwMessageDialog*, const char* response, gpointer data) {
         links->open(links->releaseNotes);
 }
 
-void describeNewer(AdwMessageDialog* dialog, const UpdaterController::Result& result, Links& links) {
+void describeNewer(AdwMessageDialog* dialog, GtkBuilder* builder, const UpdaterController::Result& result, Links& links) {
     const Appcast::Item& item = *result.item;
     GCharPtr heading(g_strdup_printf(_("Orvane %s Is Available"), item.displayVersion.c_str()));
     GCharPtr body(g_strdup_printf(_("You have version %s. Install the new version with your package manager "
@@ -60,8 +36,10 @@ void describeNewer(AdwMessageDialog* dialog, const UpdaterController::Result& re
         result.currentVersion.c_str()));
     adw_message_dialog_set_heading(dialog, heading.get());
     adw_message_dialog_set_body(dialog, body.get());
-    if (!result.notes.empty())
-        adw_message_dialog_set_extra_child(dialog, notesView(result.notes));
+    if (!result.notes.empty()) {
+        gtk_label_set_text(GTK_LABEL(gtk_builder_get_object(builder, "notes_label")), result.notes.c_str());
+        adw_message_dialog_set_extra_child(dialog, GTK_WIDGET(gtk_builder_get_object(builder, "notes")));
+    }
 
     if (Appcast::isWebAddress(item.downloadURL))
         links.download = item.downloadURL;
@@ -94,23 +72,25 @@ void describeFailure(AdwMessageDialog* dialog, const UpdaterController::Result& 
 } // namespace
 
 AdwMessageDialog* UpdateDialog::create(GtkWindow* parent, const UpdaterController::Result& result, Opener open) {
-    auto* dialog = ADW_MESSAGE_DIALOG(adw_message_dialog_new(parent, nullptr, nullptr));
-    gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
-    auto* links = new Links {{}, {}, open ? std::move(open) : Opener(openInBrowser)};
+    adw_init();
+    ensureUIResources();
+    auto builder = adopt(gtk_builder_new_from_resource("/app/orvane/Orvane/app/UpdateDialog.ui"));
+    auto* dialog = ADW_MESSAGE_DIALOG(gtk_builder_get_object(builder.get(), "dialog"));
+    gtk_window_set_transient_for(GTK_WINDOW(dialog), parent);
+    auto* links = HeapBox::make<Links>(Links {{}, {}, open ? std::move(open) : Opener(openInBrowser)});
 
     using Kind = UpdaterController::Result::Kind;
     if (result.kind == Kind::UpdateAvailable && result.item)
-        describeNewer(dialog, result, *links);
+        describeNewer(dialog, builder.get(), result, *links);
     else if (result.kind == Kind::UpToDate)
         describeUpToDate(dialog, result);
     else
         describeFailure(dialog, result);
-    adw_message_dialog_set_close_response(dialog, kClose);
     if (!adw_message_dialog_get_default_response(dialog))
         adw_message_dialog_set_default_response(dialog, kClose);
 
     g_object_set_data_full(G_OBJECT(dialog), "orvane-update-links", links,
-        [](gpointer data) { delete static_cast<Links*>(data); });
+        HeapBox::free<Links>);
     g_signal_connect(dialog, "response", G_CALLBACK(onResponse), links);
     return dialog;
 }
@@ -123,9 +103,9 @@ AdwMessageDialog* UpdateDialog::present(GtkWindow* parent, const UpdaterControll
 
 void UpdateDialog::checkAndPresent(UpdaterController& updater, GtkWindow* parent) {
     // Cleared when the callback goes away, called or not.
-    std::shared_ptr<GWeakRef> weakParent(new GWeakRef, [](GWeakRef* ref) {
+    std::shared_ptr<GWeakRef> weakParent(HeapBox::make<GWeakRef>(), [](GWeakRef* ref) {
         g_weak_ref_clear(ref);
-        delete ref;
+        HeapBox::free<GWeakRef>(ref);
     });
     g_weak_ref_init(weakParent.get(), parent);
     bool hasParent = parent != nullptr;

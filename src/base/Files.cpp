@@ -200,4 +200,14 @@ bool exists(const std::string& path) {
     return g_file_test(path.c_str(), G_FILE_TEST_EXISTS);
 }
 
+std::vector<std::string> names(const std::string& folder) {
+    std::vector<std::string> found;
+    if (GDir* dir = g_dir_open(folder.c_str(), 0, nullptr)) {
+        while (const char* name = g_dir_read_name(dir))
+            found.emplace_back(name);
+        g_dir_close(dir);
+    }
+    return found;
+}
+
 } // namespace orvane::Files

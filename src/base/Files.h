@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orvane::Files {
 
@@ -44,5 +45,8 @@ bool removeTree(const std::string& path);
 bool removeFile(const std::string& folder, std::string_view name);
 
 bool exists(const std::string& path);
+
+// The names directly inside the folder, in no order; none when it cannot be read.
+std::vector<std::string> names(const std::string& folder);
 
 } // namespace orvane::Files

@@ -2,6 +2,7 @@
 
 #include "GRef.h"
 #include "HTTPSession.h"
+#include "HeapBox.h"
 
 #include <memory>
 
@@ -90,10 +91,9 @@ namespace {
 
 using TaskPtr = std::shared_ptr<FetchTask>;
 
-gpointer hold(const TaskPtr& task) { return new TaskPtr(task); }
+gpointer hold(const TaskPtr& task) { return HeapBox::make<TaskPtr>(task); }
 TaskPtr take(gpointer data) {
-    std::unique_ptr<TaskPtr> holder(static_cast<TaskPtr*>(data));
-    return *holder;
+    return *HeapBox::take<TaskPtr>(data);
 }
 
 void sendHop(const TaskPtr& task);
@@ -212,7 +212,7 @@ void HTTPFetch::start(Request request, GCancellable* cancellable, Completion com
             g_cancellable_cancel(task->cancellable.get());
         }
         return G_SOURCE_REMOVE;
-    }, new std::weak_ptr<FetchTask>(weak), +[](gpointer data) { delete static_cast<std::weak_ptr<FetchTask>*>(data); });
+    }, HeapBox::make<std::weak_ptr<FetchTask>>(weak), HeapBox::free<std::weak_ptr<FetchTask>>);
     task->current.reset(g_uri_ref(task->first.get()));
     sendHop(task);
 }

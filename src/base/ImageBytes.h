@@ -11,18 +11,14 @@ namespace orvane::ImageBytes {
 // ".jpg", ".png", ".gif", ".webp" or ".heic"; ".jpg" when nothing matches.
 std::string extension(std::string_view meta, std::string_view data);
 
-// A data URL split into its head (everything before the first ",") and its
-// payload decoded as strict standard base64 (any character outside the
-// alphabet, misplaced padding or a length that is not a multiple of 4 fails).
-// Nothing when the text is no "data:" URL, the decode fails or the data is
-// empty.
+// A data: address decoded by libsoup (base64 when it says ";base64",
+// percent-encoded otherwise): its MIME type ("text/plain;charset=US-ASCII"
+// when it names none) and its bytes. Nothing when the text is no "data:"
+// address, cannot be decoded or holds no bytes.
 struct Decoded {
     std::string meta;
     std::string data;
 };
 std::optional<Decoded> fromDataURL(std::string_view text);
-
-// Strict standard base64, as above.
-std::optional<std::string> decodeBase64(std::string_view text);
 
 } // namespace orvane::ImageBytes

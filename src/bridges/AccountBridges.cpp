@@ -33,14 +33,14 @@ void AccountBridges::prepareContent(WebKitUserContentManager* content, const Acc
 }
 
 void AccountBridges::viewCreated(WebKitWebView* view, const Account& account, const MailService& service) {
-    SaveImageWebView::enable(view, account.service);
-    DropAttach::attach(view, service, m_drops);
+    SaveImageWebView::enable(view, account.service, m_manager.host());
+    DropAttach::attach(view, service, m_drops, m_manager.host());
 }
 
 void AccountBridges::popupOpened(WebKitWebView* popup, WebKitWebView* owner, const Account&, const MailService& service) {
     // Files dropped on a pop-up attach in the pop-up's page; files dropped
     // on the account's main view may attach there too.
-    DropAttach::attach(popup, service, m_drops, owner);
+    DropAttach::attach(popup, service, m_drops, m_manager.host(), owner);
 }
 
 void AccountBridges::printSelected() {

@@ -6,6 +6,10 @@
 #include "MailService.h"
 #include "FileChooserInterceptor.h"
 #include "ScriptResult.h"
+#include "HeapBox.h"
+#include "WebHost.h"
+
+#include <glib/gi18n-lib.h>
 
 #include <cmath>
 #include <utility>
@@ -62,8 +66,9 @@ struct DropAttach::Task {
 };
 
 DropAttach::DropAttach(WebKitWebView* view, const MailService& service,
-    const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner)
+    const std::shared_ptr<PendingDrops>& drops, WebHost& host, WebKitWebView* owner)
     : m_view(view)
+    , m_host(host)
     , m_service(service)
     , m_drops(drops)
     , m_cancellable(adopt(g_cancellable_new())) {
@@ -96,12 +101,12 @@ DropAttach::~DropAttach() {
 }
 
 void DropAttach::attach(WebKitWebView* view, const MailService& service,
-    const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner) {
+    const std::shared_ptr<PendingDrops>& drops, WebHost& host, WebKitWebView* owner) {
     if (!view || of(view))
         return;
-    auto* attachment = new DropAttach(view, service, drops, owner);
+    auto* attachment = HeapBox::make<DropAttach>(view, service, drops, host, owner);
     g_object_set_data_full(G_OBJECT(view), kDataKey, attachment,
-        +[](gpointer data) { delete static_cast<DropAttach*>(data); });
+        HeapBox::free<DropAttach>);
     // Both live as long as the view; the interceptor finds the attachment anew.
     FileChooserInterceptor::set(view, [view](WebKitFileChooserRequest* request) {
         DropAttach* attached = of(view);
@@ -183,7 +188,7 @@ bool DropAttach::drop(const GValue* value) {
 void DropAttach::beginDropAttach(std::vector<std::string> paths) {
     if (auto drops = m_drops.lock())
         drops->add(m_view, std::move(paths));
-    auto* task = new Task(m_view);
+    auto* task = HeapBox::make<Task>(m_view);
     g_idle_add_full(G_PRIORITY_DEFAULT, +[](gpointer data) -> gboolean {
         openComposeAndClickAttach(static_cast<Task*>(data));
         return G_SOURCE_REMOVE;
@@ -193,13 +198,13 @@ void DropAttach::beginDropAttach(std::vector<std::string> paths) {
 void DropAttach::openComposeAndClickAttach(Task* task) {
     auto [view, attachment] = task->resolve();
     if (!attachment) {
-        delete task;
+        HeapBox::free<Task>(task);
         return;
     }
     const MailService& service = attachment->m_service;
     if (!service.attachClickJS || service.attachClickJS->empty()) {
         // Nothing to click (Google Calendar): the files wait and expire.
-        delete task;
+        HeapBox::free<Task>(task);
         return;
     }
     if (GtkWindow* window = windowOf(view.get()))
@@ -210,7 +215,7 @@ void DropAttach::openComposeAndClickAttach(Task* task) {
 void DropAttach::waitForActiveWindow(Task* task) {
     auto [view, attachment] = task->resolve();
     if (!attachment) {
-        delete task;
+        HeapBox::free<Task>(task);
         return;
     }
     GtkWindow* window = windowOf(view.get());
@@ -227,7 +232,7 @@ void DropAttach::waitForActiveWindow(Task* task) {
 
 void DropAttach::runAttachScript(Task* task) {
     auto [view, attachment] = task->resolve();
-    delete task;
+    HeapBox::free<Task>(task);
     if (!attachment)
         return;
     const MailService& service = attachment->m_service;
@@ -259,10 +264,24 @@ void DropAttach::attachScriptFinished(GObject* source, GAsyncResult* result, gpo
     attachment->clickAt(point->first, point->second);
 }
 
+// The page showed no attach button to click.
 void DropAttach::attachFailed() {
     gtk_widget_error_bell(GTK_WIDGET(m_view));
-    if (auto drops = m_drops.lock())
+    auto drops = m_drops.lock();
+    auto paths = drops ? drops->pending(m_view) : std::nullopt;
+    if (drops)
         drops->clear(m_view);
+    if (!paths || paths->empty())
+        return;
+    std::string message;
+    if (paths->size() == 1) {
+        GCharPtr name(g_filename_display_basename(paths->front().c_str()));
+        message = GCharPtr(g_strdup_printf(_("Could not attach “%s”: the page has no place for attachments"), name.get())).get();
+    } else {
+        message = GCharPtr(g_strdup_printf(ngettext("Could not attach %u file: the page has no place for attachments",
+            "Could not attach %u files: the page has no place for attachments", paths->size()), unsigned(paths->size()))).get();
+    }
+    m_host.reportFailure(message, m_view);
 }
 
 void DropAttach::clickAt(double x, double y) {

@@ -3,6 +3,7 @@
 #include "MailService.h"
 #include "GRef.h"
 #include "SignalConnection.h"
+#include "HeapBox.h"
 
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>
@@ -15,6 +16,7 @@
 namespace orvane {
 
 class PendingDrops;
+class WebHost;
 
 // Files dropped on an account's page (its main view or one of its pop-ups)
 // become attachments of a message in that page. A drop target for file lists
@@ -41,8 +43,9 @@ public:
     // the hosts whose choosers may take dropped files. `drops` keeps the
     // files; `owner` is the account's main view when `view` is a pop-up,
     // whose dropped files the pop-up's choosers may take as well.
+    // A drop that cannot attach is told to `host`, which outlives the view.
     static void attach(WebKitWebView* view, const MailService& service,
-        const std::shared_ptr<PendingDrops>& drops, WebKitWebView* owner = nullptr);
+        const std::shared_ptr<PendingDrops>& drops, WebHost& host, WebKitWebView* owner = nullptr);
     // The view's drop attachment, or null.
     static DropAttach* of(WebKitWebView* view);
 
@@ -75,6 +78,7 @@ public:
     static constexpr gint64 kFileInputClickLifetimeUs = 1000000;
 
 private:
+    friend struct HeapBox::Access;
     struct Task;
     // The extension's report of a click on a file input.
     struct FileInputClick {
@@ -83,7 +87,7 @@ private:
     };
 
     DropAttach(WebKitWebView* view, const MailService& service, const std::shared_ptr<PendingDrops>& drops,
-        WebKitWebView* owner);
+        WebHost& host, WebKitWebView* owner);
     static gboolean onUserMessage(WebKitWebView*, WebKitUserMessage*, gpointer self);
     WebKitWebView* owner();
 
@@ -97,6 +101,7 @@ private:
     // Borrowed references
     WebKitWebView* m_view; // the owner
     GtkDropTarget* m_target = nullptr; // owned by the view
+    WebHost& m_host;
 
     // Owned references
     const MailService& m_service; // the application's catalogue outlives every view

@@ -6,6 +6,7 @@
 #include "MailService.h"
 #include "WebHost.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
 
 #include <gio/gio.h>
 
@@ -123,7 +124,7 @@ void NotificationRelay::offer(const std::string& accountID, Message message) {
             timer->relay->postWaiting(timer->accountID);
             return G_SOURCE_REMOVE;
         },
-        new TimerData { this, accountID }, +[](gpointer data) { delete static_cast<TimerData*>(data); });
+        HeapBox::make<TimerData>(TimerData { this, accountID }), HeapBox::free<TimerData>);
 }
 
 void NotificationRelay::postWaiting(const std::string& accountID) {

@@ -1,6 +1,7 @@
 #include "PendingDrops.h"
 
 #include "GRef.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 
@@ -72,7 +73,7 @@ uint64_t PendingDrops::add(WebKitWebView* view, std::vector<std::string> paths) 
         m_views.push_back(std::make_unique<ViewFiles>(view, std::move(paths), token));
     }
 
-    auto* expiry = new Expiry { this, m_lifetime.watch(), token };
+    auto* expiry = HeapBox::make<Expiry>(Expiry { this, m_lifetime.watch(), token });
     guint interval = static_cast<guint>(std::clamp<int64_t>(m_expiry.count(), 0, G_MAXUINT));
     expiry->id = g_timeout_add_full(G_PRIORITY_DEFAULT, interval, +[](gpointer data) -> gboolean {
         auto* expiry = static_cast<Expiry*>(data);
@@ -81,7 +82,7 @@ uint64_t PendingDrops::add(WebKitWebView* view, std::vector<std::string> paths) 
             expiry->owner->expire(expiry->token);
         }
         return G_SOURCE_REMOVE;
-    }, expiry, +[](gpointer data) { delete static_cast<Expiry*>(data); });
+    }, expiry, HeapBox::free<Expiry>);
     m_timers.push_back(expiry->id);
     return token;
 }

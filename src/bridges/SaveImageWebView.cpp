@@ -8,6 +8,10 @@
 #include "NativeImageFetch.h"
 #include "PageBridges.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
+#include "WebHost.h"
+
+#include <glib/gi18n-lib.h>
 
 #include <cstring>
 #include <memory>
@@ -71,8 +75,9 @@ struct SaveImageWebView::SaveTask {
     SaveCompletion completion;
 };
 
-SaveImageWebView::SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service)
+SaveImageWebView::SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service, WebHost& host)
     : m_view(view)
+    , m_host(host)
     , m_service(service)
     , m_saveImageAction(adopt(g_simple_action_new("orvane-save-image", G_VARIANT_TYPE_STRING)))
     , m_downloadLinkAction(adopt(g_simple_action_new("orvane-download-linked-file", G_VARIANT_TYPE_STRING)))
@@ -99,11 +104,11 @@ void SaveImageWebView::serve(WebViewManager& manager) {
     });
 }
 
-void SaveImageWebView::enable(WebKitWebView* view, std::optional<AccountService> service) {
+void SaveImageWebView::enable(WebKitWebView* view, std::optional<AccountService> service, WebHost& host) {
     if (!view || of(view))
         return;
-    g_object_set_data_full(G_OBJECT(view), kCompanionKey, new SaveImageWebView(view, service),
-        [](gpointer data) { delete static_cast<SaveImageWebView*>(data); });
+    g_object_set_data_full(G_OBJECT(view), kCompanionKey, HeapBox::make<SaveImageWebView>(view, service, host),
+        HeapBox::free<SaveImageWebView>);
 }
 
 SaveImageWebView* SaveImageWebView::of(WebKitWebView* view) {
@@ -173,8 +178,7 @@ void SaveImageWebView::fetchInPage(std::shared_ptr<SaveTask> task) {
     webkit_web_view_call_async_javascript_function(view.get(), body.data(), static_cast<gssize>(body.size()),
         g_variant_builder_end(&arguments), nullptr, sourceURI.c_str(), self->m_cancellable.get(),
         +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::shared_ptr<SaveTask> task(std::move(*static_cast<std::shared_ptr<SaveTask>*>(data)));
-            delete static_cast<std::shared_ptr<SaveTask>*>(data);
+            std::shared_ptr<SaveTask> task = *HeapBox::take<std::shared_ptr<SaveTask>>(data);
             GErrorPtr error;
             Ref<JSCValue> value = adopt(webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source),
                 result, GErrorOut(error)));
@@ -192,7 +196,7 @@ void SaveImageWebView::fetchInPage(std::shared_ptr<SaveTask> task) {
             }
             finishSave(task, decoded->data, kFallbackName + ImageBytes::extension(decoded->meta, decoded->data));
         },
-        new std::shared_ptr<SaveTask>(std::move(task)));
+        HeapBox::make<std::shared_ptr<SaveTask>>(std::move(task)));
 }
 
 void SaveImageWebView::fetchNative(std::shared_ptr<SaveTask> task) {
@@ -218,10 +222,16 @@ void SaveImageWebView::finishSave(const std::shared_ptr<SaveTask>& task, std::st
     std::optional<std::string> path;
     if (!data.empty())
         path = write(data, name);
-    // Neither fetch worked, or there is no Downloads folder to save into. (A
-    // write that fails otherwise is only logged.)
-    if (data.empty() || (!path && !DownloadsFolder::path()))
+    WebHost& host = of(view.get())->m_host;
+    if (path) {
+        host.fileSaved(*path, view.get());
+    } else {
         gtk_widget_error_bell(GTK_WIDGET(view.get()));
+        host.reportFailure(data.empty() ? _("Could not save the image: it could not be fetched")
+                : !DownloadsFolder::path() ? _("Could not save the image: there is no Downloads folder")
+                                           : _("Could not save the image: the file could not be written"),
+            view.get());
+    }
     if (task->completion)
         task->completion(path);
 }

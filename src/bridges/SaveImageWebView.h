@@ -4,6 +4,7 @@
 #include "GRef.h"
 #include "SignalConnection.h"
 #include "ImageCapturer.h"
+#include "HeapBox.h"
 
 #include <webkit/webkit.h>
 
@@ -15,6 +16,7 @@
 
 namespace orvane {
 
+class WebHost;
 class WebViewManager;
 
 // What makes an account's main view save images and linked files from its
@@ -24,7 +26,8 @@ class WebViewManager;
 // the same labels, by Orvane's actions carrying the target's address. The
 // image is saved straight into the Downloads folder: fetched inside the page
 // first (its own session), else natively with the account's cookies for the
-// image's host (NativeImageFetch); a failed save sounds the error bell. The
+// image's host (NativeImageFetch). The host hears of each saved file; a
+// failed save sounds the error bell and the host hears why. The
 // linked file becomes a regular WebKit download of the view, which the
 // account's NavigationDelegate places (DownloadDestination). Pop-ups are
 // plain views and get none of this. One per view, owned by the view. Main
@@ -35,7 +38,8 @@ public:
     // capturer from now on.
     static void serve(WebViewManager& manager);
     // Makes the view image-saving (once; later calls do nothing).
-    static void enable(WebKitWebView* view, std::optional<AccountService> service);
+    // The saves' outcomes are told to `host`, which outlives the view.
+    static void enable(WebKitWebView* view, std::optional<AccountService> service, WebHost& host);
     // The view's image saving, or null (pop-ups, other views).
     static SaveImageWebView* of(WebKitWebView* view);
 
@@ -64,7 +68,7 @@ public:
 
     // Saves the image at `src` into the Downloads folder. The completion (for
     // tests) gets the saved file's path, or nothing when the save failed (the
-    // error bell has sounded then). Not called when the view goes away first.
+    // error bell has sounded and the host has been told then). Not called when the view goes away first.
     using SaveCompletion = std::function<void(const std::optional<std::string>& path)>;
     void save(const std::string& src, SaveCompletion completion = {});
 
@@ -80,9 +84,10 @@ public:
     static constexpr const char* kFetchScript = "bridges/image-fetch.js";
 
 private:
+    friend struct HeapBox::Access;
     struct SaveTask;
 
-    SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service);
+    SaveImageWebView(WebKitWebView* view, std::optional<AccountService> service, WebHost& host);
     static gboolean onContextMenu(WebKitWebView*, WebKitContextMenu*, WebKitHitTestResult*, gpointer self);
     static void fetchInPage(std::shared_ptr<SaveTask> task);
     static void fetchNative(std::shared_ptr<SaveTask> task);
@@ -90,6 +95,7 @@ private:
 
     // Borrowed references
     WebKitWebView* m_view; // owns this object
+    WebHost& m_host;
 
     // Owned references
     ImageCapturer m_capturer;

@@ -3,6 +3,7 @@
 #include "BuildConfig.h"
 #include "HTTPSession.h"
 #include "SystemVersion.h"
+#include "HeapBox.h"
 
 #include <glib.h>
 #include <libsoup/soup.h>
@@ -55,14 +56,13 @@ struct PingRequest {
     }
 
     static void finished(GObject* session, GAsyncResult* result, gpointer data) {
-        auto* request = static_cast<PingRequest*>(data);
+        auto request = HeapBox::take<PingRequest>(data);
         // The answer, its status and any error are of no interest.
         Ref<GInputStream> body = adopt(soup_session_send_finish(SOUP_SESSION(session), result, nullptr));
         if (body)
             g_input_stream_close_async(body.get(), G_PRIORITY_DEFAULT, nullptr, nullptr, nullptr);
         g_clear_handle_id(&request->timeout, g_source_remove);
         g_cancellable_disconnect(request->owner.get(), request->ownerHandler);
-        delete request;
     }
 };
 
@@ -160,7 +160,7 @@ void Beacon::send(const std::string& uri) {
         return;
     // Always asks the server, never a cached answer.
     soup_message_disable_feature(message.get(), SOUP_TYPE_CACHE);
-    auto* request = new PingRequest;
+    auto* request = HeapBox::make<PingRequest>();
     request->owner = m_cancellable;
     request->ownerHandler = g_cancellable_connect(m_cancellable.get(), G_CALLBACK(PingRequest::cancel), request, nullptr);
     request->timeout = g_timeout_add(m_configuration.timeoutMilliseconds, PingRequest::timedOut, request);

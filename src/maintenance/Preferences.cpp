@@ -122,6 +122,27 @@ bool Preferences::setNumber(const std::string& key, double value) {
     return store(key, value);
 }
 
+bool Preferences::removeKeys(const std::function<bool(const std::string& key)>& which) {
+    std::erase_if(m_setThisRun, [&](const auto& entry) { return which(entry.first); });
+    auto text = fileText(m_path);
+    KeyFilePtr file = text ? parsed(*text) : nullptr;
+    if (!file) {
+        g_warning("Not writing %s, which cannot be read: it stays as it is", m_path.c_str());
+        return false;
+    }
+    bool removed = false;
+    StrvPtr keys(g_key_file_get_keys(file.get(), kGroup, nullptr, nullptr));
+    for (char** key = keys.get(); key && *key; ++key) {
+        if (which(*key))
+            removed = g_key_file_remove_key(file.get(), kGroup, *key, nullptr) || removed;
+    }
+    if (!removed)
+        return true;
+    gsize length = 0;
+    GCharPtr data(g_key_file_to_data(file.get(), &length, nullptr));
+    return data && Files::replaceAtomically(m_path, std::string(data.get(), length));
+}
+
 bool Preferences::store(const std::string& key, const Value& value) {
     m_setThisRun[key] = value;
     auto text = fileText(m_path);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,6 +28,9 @@ public:
     // False when the value could only be kept in memory.
     bool setString(const std::string& key, const std::string& value);
     bool setNumber(const std::string& key, double value);
+    // Removes every key of the group that `which` picks, in the file and in
+    // memory. False when the file could not be read or written.
+    bool removeKeys(const std::function<bool(const std::string& key)>& which);
 
     const std::string& path() const { return m_path; }
 

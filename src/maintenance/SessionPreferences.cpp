@@ -98,6 +98,16 @@ bool SessionPreferences::setNotificationsMuted(const std::string& id, bool on) {
 bool SessionPreferences::leftOutOfBadge(const std::string& id) const { return accountFlag(kLeftOutOfBadge, id); }
 bool SessionPreferences::setLeftOutOfBadge(const std::string& id, bool on) { return setAccountFlag(kLeftOutOfBadge, id, on); }
 
+bool SessionPreferences::forgetAccounts(const std::function<bool(const std::string& accountID)>& gone) {
+    return m_preferences.removeKeys([&](const std::string& key) {
+        for (std::string_view prefix : { kZoom, kMuted, kLeftOutOfBadge }) {
+            if (key.starts_with(prefix))
+                return gone(key.substr(prefix.size()));
+        }
+        return false;
+    });
+}
+
 double SessionPreferences::boundedZoom(double level) {
     if (!std::isfinite(level))
         return 1.0;

@@ -2,6 +2,7 @@
 
 #include "Preferences.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -50,6 +51,8 @@ public:
     bool setNotificationsMuted(const std::string& accountID, bool on);
     bool leftOutOfBadge(const std::string& accountID) const;
     bool setLeftOutOfBadge(const std::string& accountID, bool on);
+    // Removes the keys above of every account `gone` picks by its id.
+    bool forgetAccounts(const std::function<bool(const std::string& accountID)>& gone);
 
     // The next zoom step up or down from a level (the steps browsers use,
     // from 30 % to 300 %); the last step stays where it is.

@@ -9,6 +9,7 @@
 #include "AvatarPhoto.h"
 #include "PageProbe.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 #include <gdk/gdk.h>
@@ -60,7 +61,7 @@ void AvatarRefresher::refresh(const std::string& accountID, WebKitWebView* view)
     // WebKit reports a finished load before the title that came with it; once
     // that title has renamed the account, the Outlook script can pick the
     // photo labelled with the account's name.
-    auto* task = new DeferredProbe(this, m_lifetime.watch(), accountID, view);
+    auto* task = HeapBox::make<DeferredProbe>(this, m_lifetime.watch(), accountID, view);
     g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, +[](gpointer data) -> gboolean {
         auto* task = static_cast<DeferredProbe*>(data);
         if (!task->alive.alive())
@@ -71,7 +72,7 @@ void AvatarRefresher::refresh(const std::string& accountID, WebKitWebView* view)
         else
             task->refresher->probe(task->accountID, view.get());
         return G_SOURCE_REMOVE;
-    }, task, +[](gpointer data) { delete static_cast<DeferredProbe*>(data); });
+    }, task, HeapBox::free<DeferredProbe>);
 }
 
 void AvatarRefresher::probe(const std::string& accountID, WebKitWebView* view) {

@@ -2,6 +2,7 @@
 
 #include "DownloadsFolder.h"
 #include "UniqueFile.h"
+#include "HeapBox.h"
 
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ struct Reservation {
     std::optional<UniqueFile::Identity> file;
     bool decided = false;
     bool held = false;
+    bool unplaced = false;
     std::optional<std::string> waitingName; // asked for while held
 };
 
@@ -36,6 +38,7 @@ void decide(WebKitDownload* download, Reservation* reservation, const std::strin
     reservation->decided = true;
     auto file = reserveFile(suggestedName);
     if (!file) {
+        reservation->unplaced = true;
         webkit_download_cancel(download);
         return;
     }
@@ -72,8 +75,7 @@ void removeLeftover(WebKitDownload* download) {
 void adopt(WebKitDownload* download) {
     if (!download || reservationOf(download))
         return;
-    g_object_set_data_full(G_OBJECT(download), kReservationKey, new Reservation,
-        [](gpointer data) { delete static_cast<Reservation*>(data); });
+    g_object_set_data_full(G_OBJECT(download), kReservationKey, HeapBox::make<Reservation>(), HeapBox::free<Reservation>);
     g_signal_connect(download, "decide-destination", G_CALLBACK(onDecideDestination), nullptr);
     g_signal_connect(download, "failed", G_CALLBACK(+[](WebKitDownload* d, GError*, gpointer) {
         removeLeftover(d);
@@ -92,6 +94,11 @@ void release(WebKitDownload* download) {
     reservation->held = false;
     if (reservation->waitingName && !reservation->decided)
         decide(download, reservation, *reservation->waitingName);
+}
+
+bool unplaced(WebKitDownload* download) {
+    Reservation* reservation = download ? reservationOf(download) : nullptr;
+    return reservation && reservation->unplaced;
 }
 
 } // namespace orvane::DownloadDestination

@@ -24,4 +24,8 @@ void adopt(WebKitDownload* download);
 void hold(WebKitDownload* download);
 void release(WebKitDownload* download);
 
+// Whether Orvane cancelled the download for want of a place: no Downloads
+// folder, or no name could be reserved there.
+bool unplaced(WebKitDownload* download);
+
 } // namespace orvane::DownloadDestination

@@ -4,9 +4,11 @@
 #include "WebHost.h"
 
 #include <glib/gi18n-lib.h>
+#include <libsoup/soup.h>
 #include <gtk/gtk.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace orvane {
 
@@ -30,12 +32,41 @@ SignalConnection DownloadGuard::watch(WebKitWebView* view) {
         }, this);
 }
 
+namespace {
+
+WebHost::DownloadEnd failureOf(WebKitDownload* download, const GError* error) {
+    if (DownloadDestination::unplaced(download))
+        return WebHost::DownloadEnd::NoPlace;
+    if (g_error_matches(error, WEBKIT_DOWNLOAD_ERROR, WEBKIT_DOWNLOAD_ERROR_NETWORK))
+        return WebHost::DownloadEnd::NetworkFailed;
+    if (g_error_matches(error, WEBKIT_DOWNLOAD_ERROR, WEBKIT_DOWNLOAD_ERROR_DESTINATION))
+        return WebHost::DownloadEnd::WriteFailed;
+    return WebHost::DownloadEnd::Cancelled;
+}
+
+// WebKit reports a download whose connection closed early as finished. A
+// response without a content coding says how many bytes it has; with one,
+// the decoded size may be smaller or larger, and nothing is known.
+bool truncated(WebKitDownload* download) {
+    WebKitURIResponse* response = webkit_download_get_response(download);
+    guint64 expected = response ? webkit_uri_response_get_content_length(response) : 0;
+    SoupMessageHeaders* headers = response ? webkit_uri_response_get_http_headers(response) : nullptr;
+    const char* coding = headers ? soup_message_headers_get_one(headers, "Content-Encoding") : nullptr;
+    if (!expected || (coding && g_ascii_strcasecmp(coding, "identity") != 0))
+        return false;
+    return webkit_download_get_received_data_length(download) < expected;
+}
+
+} // namespace
+
 void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* parentView) {
     DownloadDestination::adopt(download);
     track(download);
     DownloadGate::Verdict verdict = m_gate.arrive(DownloadGate::Clock::now());
-    if (verdict == DownloadGate::Verdict::Start)
+    if (verdict == DownloadGate::Verdict::Start) {
+        start(download);
         return;
+    }
     // Held before WebKit asks where it goes, so nothing is written meanwhile.
     DownloadDestination::hold(download);
     if (verdict == DownloadGate::Verdict::Drop) {
@@ -49,16 +80,45 @@ void DownloadGuard::admit(WebKitDownload* download, WebKitWebView* parentView) {
         ask(parentView);
 }
 
-// WebKit emits "finished" after a success, a failure and a cancellation alike.
+// WebKit emits "failed" and then "finished" after a failure or a
+// cancellation, "finished" alone after a success.
 void DownloadGuard::track(WebKitDownload* download) {
-    m_running.emplace_back(Ref<WebKitDownload>(download), SignalConnection::connect(download, "finished",
-        +[](WebKitDownload* done, gpointer self) {
-            auto& running = static_cast<DownloadGuard*>(self)->m_running;
-            auto it = std::find_if(running.begin(), running.end(), [&](const auto& entry) { return entry.first.get() == done; });
-            // GObject lets a handler disconnect itself while it runs.
-            if (it != running.end())
-                running.erase(it);
-        }, this));
+    auto tracked = std::make_unique<Tracked>(this, Ref<WebKitDownload>(download));
+    tracked->failed = SignalConnection::connect(download, "failed",
+        +[](WebKitDownload* failed, GError* error, gpointer data) {
+            static_cast<Tracked*>(data)->failure = failureOf(failed, error);
+        }, tracked.get());
+    tracked->finished = SignalConnection::connect(download, "finished",
+        +[](WebKitDownload*, gpointer data) {
+            auto* tracked = static_cast<Tracked*>(data);
+            tracked->guard->ended(tracked);
+        }, tracked.get());
+    m_running.push_back(std::move(tracked));
+}
+
+void DownloadGuard::start(WebKitDownload* download) {
+    auto it = std::find_if(m_running.begin(), m_running.end(), [&](const auto& t) { return t->download.get() == download; });
+    if (it == m_running.end() || (*it)->started)
+        return;
+    (*it)->started = true;
+    m_host.downloadStarted(download, webkit_download_get_web_view(download));
+}
+
+void DownloadGuard::ended(Tracked* tracked) {
+    auto it = std::find_if(m_running.begin(), m_running.end(), [&](const auto& t) { return t.get() == tracked; });
+    if (it == m_running.end())
+        return;
+    // GObject lets a handler disconnect itself while it runs.
+    std::unique_ptr<Tracked> done = std::move(*it);
+    m_running.erase(it);
+    if (!done->started)
+        return;
+    WebHost::DownloadEnd end = done->failure.value_or(WebHost::DownloadEnd::Finished);
+    if (end == WebHost::DownloadEnd::Finished && truncated(done->download.get()))
+        end = WebHost::DownloadEnd::NetworkFailed; // what came is kept
+    const char* destination = webkit_download_get_destination(done->download.get());
+    std::string path = end == WebHost::DownloadEnd::Finished && destination ? destination : "";
+    m_host.downloadEnded(done->download.get(), end, path);
 }
 
 void DownloadGuard::ask(WebKitWebView* parentView) {
@@ -85,9 +145,10 @@ void DownloadGuard::answer(bool allow) {
     auto held = std::move(m_held);
     m_held.clear();
     for (auto& download : held) {
-        if (allow)
+        if (allow) {
+            start(download.get());
             DownloadDestination::release(download.get());
-        else
+        } else
             webkit_download_cancel(download.get());
     }
 }

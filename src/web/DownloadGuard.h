@@ -4,21 +4,23 @@
 #include "DownloadGate.h"
 #include "GRef.h"
 #include "SignalConnection.h"
+#include "WebHost.h"
 
 #include <webkit/webkit.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace orvane {
 
-class WebHost;
 
 // Applies DownloadGate to one account's downloads. It notes the user's input
 // on the account's views (real GTK events, which no page can make), starts,
 // holds or cancels each download they start, and asks once per flood
 // whether the held ones may go (through the host's dialogs; a host without
-// dialogs blocks them). Owned by the account's NavigationDelegate. Main
+// dialogs blocks them). It tells the host of each download it lets run and
+// of how that one ended. Owned by the account's NavigationDelegate. Main
 // thread only.
 class DownloadGuard {
 public:
@@ -46,7 +48,18 @@ public:
 private:
     void ask(WebKitWebView* parentView);
     void answer(bool allow);
+    // One download from admission to WebKit's "finished".
+    struct Tracked {
+        DownloadGuard* guard;
+        Ref<WebKitDownload> download;
+        bool started = false; // told to the host
+        std::optional<WebHost::DownloadEnd> failure;
+        SignalConnection failed;
+        SignalConnection finished;
+    };
     void track(WebKitDownload* download);
+    void start(WebKitDownload* download);
+    void ended(Tracked* tracked);
 
     // Borrowed references
     WebHost& m_host;
@@ -54,7 +67,7 @@ private:
     // Owned references
     DownloadGate m_gate;
     std::vector<Ref<WebKitDownload>> m_held;
-    std::vector<std::pair<Ref<WebKitDownload>, SignalConnection>> m_running; // until "finished"
+    std::vector<std::unique_ptr<Tracked>> m_running; // until "finished"
     Lifetime m_lifetime; // for the question's answer
 };
 

@@ -5,6 +5,7 @@
 #include "HTTPFetch.h"
 #include "NotificationFields.h"
 #include "WebHost.h"
+#include "HeapBox.h"
 
 #include <glib/gi18n-lib.h>
 
@@ -81,7 +82,7 @@ void FeedWatcher::fetch(Feed feed) {
     webkit_cookie_manager_get_cookies(webkit_network_session_get_cookie_manager(m_session.get()), address.c_str(),
         m_cancellable.get(),
         +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::unique_ptr<CookieStep> step(static_cast<CookieStep*>(data));
+            auto step = HeapBox::take<CookieStep>(data);
             GErrorPtr error;
             GList* cookies = webkit_cookie_manager_get_cookies_finish(WEBKIT_COOKIE_MANAGER(source), result,
                 GErrorOut(error));
@@ -108,7 +109,7 @@ void FeedWatcher::fetch(Feed feed) {
                 });
             freeCookies(cookies);
         },
-        new CookieStep { m_lifetime.watch(), this, feed, address });
+        HeapBox::make<CookieStep>(CookieStep { m_lifetime.watch(), this, feed, address }));
 }
 
 void FeedWatcher::landed(Feed feed, bool refused, std::optional<AtomFeed> read) {

@@ -1,4 +1,5 @@
 #include "FileChooserInterceptor.h"
+#include "HeapBox.h"
 
 namespace orvane::FileChooserInterceptor {
 
@@ -11,8 +12,8 @@ void set(WebKitWebView* view, Interceptor interceptor) {
         g_object_set_data(G_OBJECT(view), kDataKey, nullptr);
         return;
     }
-    g_object_set_data_full(G_OBJECT(view), kDataKey, new Interceptor(std::move(interceptor)),
-        +[](gpointer data) { delete static_cast<Interceptor*>(data); });
+    g_object_set_data_full(G_OBJECT(view), kDataKey, HeapBox::make<Interceptor>(std::move(interceptor)),
+        HeapBox::free<Interceptor>);
 }
 
 bool intercept(WebKitWebView* view, WebKitFileChooserRequest* request) {

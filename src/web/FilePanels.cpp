@@ -2,6 +2,7 @@
 
 #include "GRef.h"
 #include "FileChooserInterceptor.h"
+#include "HeapBox.h"
 
 #include <glib/gi18n-lib.h>
 
@@ -71,12 +72,10 @@ bool run(WebKitWebView* view, WebKitFileChooserRequest* request) {
         GTK_FILE_CHOOSER_ACTION_OPEN, nullptr, nullptr);
     gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(chooser), parent != nullptr);
     gtk_file_chooser_set_select_multiple(GTK_FILE_CHOOSER(chooser), multiple);
-    auto* pending = new PendingChoice { Ref<WebKitFileChooserRequest>(request) };
+    auto* pending = HeapBox::make<PendingChoice>(PendingChoice { Ref<WebKitFileChooserRequest>(request) });
     // A chooser closed without an answer (never expected) still answers the page.
     g_object_set_data_full(G_OBJECT(chooser), "orvane-pending-choice", pending, [](gpointer data) {
-        auto* choice = static_cast<PendingChoice*>(data);
-        choice->answer({});
-        delete choice;
+        HeapBox::take<PendingChoice>(data)->answer({});
     });
     g_signal_connect(chooser, "response", G_CALLBACK(onResponse), pending);
     gtk_native_dialog_show(GTK_NATIVE_DIALOG(chooser));

@@ -3,6 +3,7 @@
 #include "PageProbe.h"
 #include "PageScripts.h"
 #include "WebViewManager.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 
@@ -133,7 +134,7 @@ void Hibernator::takeSnapshot(WebKitWebView* view, Snapshot done) {
     };
     webkit_web_view_get_snapshot(view, WEBKIT_SNAPSHOT_REGION_VISIBLE, WEBKIT_SNAPSHOT_OPTIONS_NONE, m_cancellable.get(),
         +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::unique_ptr<Pending> pending(static_cast<Pending*>(data));
+            auto pending = HeapBox::take<Pending>(data);
             GErrorPtr error;
             auto snapshot = adopt(webkit_web_view_get_snapshot_finish(WEBKIT_WEB_VIEW(source), result, GErrorOut(error)));
             if (g_cancellable_is_cancelled(pending->cancellable.get()))
@@ -142,7 +143,7 @@ void Hibernator::takeSnapshot(WebKitWebView* view, Snapshot done) {
                 g_debug("No snapshot of a page: %s", error->message);
             pending->done(std::move(snapshot));
         },
-        new Pending { std::move(done), m_cancellable });
+        HeapBox::make<Pending>(Pending { std::move(done), m_cancellable }));
 }
 
 void Hibernator::snapshotThenSleep(const std::string& accountID, bool ignoreIdleTime) {

@@ -1,6 +1,7 @@
 #include "PageProbe.h"
 
 #include "GRef.h"
+#include "HeapBox.h"
 
 #include <cstring>
 #include <memory>
@@ -40,11 +41,11 @@ void PageProbe::photoURL(WebKitWebView* view, const std::string& body,
     }
 
     // WebKit's task keeps the view alive until the callback has run.
-    auto* pending = new Completion(std::move(completion));
+    auto* pending = HeapBox::make<Completion>(std::move(completion));
     webkit_web_view_call_async_javascript_function(view, body.c_str(), static_cast<gssize>(body.size()),
         g_variant_builder_end(&builder), nullptr, sourceURI.empty() ? nullptr : sourceURI.c_str(), cancellable,
         +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::unique_ptr<Completion> completion(static_cast<Completion*>(data));
+            auto completion = HeapBox::take<Completion>(data);
             GErrorPtr error;
             auto value = adopt(webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source), result,
                 GErrorOut(error)));

@@ -2,12 +2,14 @@
 
 namespace orvane {
 
-PageRecovery::PageRecovery(WebKitWebView* view, Carried carried, std::function<void()> changed, std::function<void()> restart)
+PageRecovery::PageRecovery(WebKitWebView* view, Carried carried, std::function<void()> changed, std::function<void()> restart,
+    std::chrono::milliseconds loadBound)
     : m_view(view)
     , m_changed(std::move(changed))
     , m_restart(std::move(restart))
     , m_failure(carried.failure)
-    , m_lastCrash(carried.lastCrash) {
+    , m_lastCrash(carried.lastCrash)
+    , m_loadBoundInterval(loadBound) {
     m_connections.push_back(SignalConnection::connect(view, "load-changed", onLoadChanged, this));
     m_connections.push_back(SignalConnection::connect(view, "load-failed", onLoadFailed, this));
     m_connections.push_back(SignalConnection::connect(view, "load-failed-with-tls-errors", onLoadFailedWithTLSErrors, this));
@@ -37,7 +39,7 @@ void PageRecovery::onLoadChanged(WebKitWebView* view, WebKitLoadEvent event, gpo
     switch (event) {
     case WEBKIT_LOAD_STARTED:
         self->stopLoadBound();
-        self->m_loadBound = g_timeout_add_seconds(guint(PageFailure::kLoadBound.count()), +[](gpointer data) -> gboolean {
+        self->m_loadBound = g_timeout_add(guint(self->m_loadBoundInterval.count()), +[](gpointer data) -> gboolean {
             auto* self = static_cast<PageRecovery*>(data);
             self->m_loadBound = 0;
             const char* uri = webkit_web_view_get_uri(self->m_view);

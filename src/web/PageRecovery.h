@@ -29,8 +29,10 @@ public:
     };
     // `changed` is called whenever failure() changes; `restart` makes the
     // account's view again after a crash (a crashed view reloaded in place
-    // can stay blank), and may destroy this recovery.
-    PageRecovery(WebKitWebView* view, Carried carried, std::function<void()> changed, std::function<void()> restart);
+    // can stay blank), and may destroy this recovery. A load that has not
+    // finished within `loadBound` is given up.
+    PageRecovery(WebKitWebView* view, Carried carried, std::function<void()> changed, std::function<void()> restart,
+        std::chrono::milliseconds loadBound = PageFailure::kLoadBound);
     ~PageRecovery();
     PageRecovery(const PageRecovery&) = delete;
     PageRecovery& operator=(const PageRecovery&) = delete;
@@ -64,6 +66,7 @@ private:
     std::optional<PageFailure::Kind> m_failure;
     std::string m_failedAddress;
     std::optional<PageFailure::Clock::time_point> m_lastCrash;
+    std::chrono::milliseconds m_loadBoundInterval;
     guint m_loadBound = 0;
     guint m_crashRestart = 0;
     guint m_crashReload = 0;

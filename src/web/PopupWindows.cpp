@@ -1,6 +1,7 @@
 #include "PopupWindows.h"
 
 #include "WebHost.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 
@@ -85,7 +86,7 @@ void PopupWindows::closeSoon(WebKitWebView* view) {
         if (closing->alive.alive())
             closing->popups->forget(closing->window.get(), true);
         return G_SOURCE_REMOVE;
-    }, new Closing { m_lifetime.watch(), this, it->window }, +[](gpointer data) { delete static_cast<Closing*>(data); });
+    }, HeapBox::make<Closing>(Closing { m_lifetime.watch(), this, it->window }), HeapBox::free<Closing>);
 }
 
 gboolean PopupWindows::onCloseRequest(GtkWindow* window, gpointer self) {

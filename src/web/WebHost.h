@@ -42,6 +42,26 @@ public:
     // Whether the notification server reads bodies as markup, so that a
     // page's text must be escaped to show as written.
     virtual bool notificationBodyIsMarkup() = 0;
+
+    // How a download of an account's pages ended.
+    enum class DownloadEnd {
+        Finished,      // complete in the Downloads folder
+        NetworkFailed, // the transfer broke off
+        WriteFailed,   // the file could not be written (disk full, no permission)
+        NoPlace,       // Orvane found no Downloads folder or no free name
+        Cancelled,     // by the page, WebKit or the flood guard: nothing to say
+    };
+    // A download that Orvane lets run (at once, or once the user allowed a
+    // flood of them); `from` is the view it came from (or null). The host
+    // may follow its progress until downloadEnded.
+    virtual void downloadStarted(WebKitDownload*, WebKitWebView* from) { }
+    // `path` is the complete file for Finished, else empty.
+    virtual void downloadEnded(WebKitDownload*, DownloadEnd, const std::string& path) { }
+    // A file that Orvane itself saved into Downloads for a page (an image).
+    virtual void fileSaved(const std::string& path, WebKitWebView* from) { }
+    // Something the user asked of a page failed (the error bell has sounded):
+    // `message` says what, in the user's words.
+    virtual void reportFailure(const std::string& message, WebKitWebView* from) { }
 };
 
 // A host with nothing around it: addresses go to the desktop's default

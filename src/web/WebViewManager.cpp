@@ -16,6 +16,7 @@
 #include "PageStamp.h"
 #include "UnreadPoller.h"
 #include "ViewExtension.h"
+#include "HeapBox.h"
 
 #include <algorithm>
 #include <cmath>
@@ -571,7 +572,7 @@ void WebViewManager::measureMemory(const std::string& accountID,
     using Completion = std::function<void(std::optional<uint64_t>)>;
     webkit_web_view_send_message_to_page(view, webkit_user_message_new("orvane.memory", nullptr), m_cancellable.get(),
         +[](GObject* source, GAsyncResult* result, gpointer data) {
-            std::unique_ptr<Completion> completion(static_cast<Completion*>(data));
+            auto completion = HeapBox::take<Completion>(data);
             GErrorPtr error;
             auto reply = adopt(webkit_web_view_send_message_to_page_finish(WEBKIT_WEB_VIEW(source), result, GErrorOut(error)));
             if (isCancelled(error.get()))
@@ -584,7 +585,7 @@ void WebViewManager::measureMemory(const std::string& accountID,
             else
                 (*completion)(std::nullopt);
         },
-        new Completion(std::move(completion)));
+        HeapBox::make<Completion>(std::move(completion)));
 }
 
 } // namespace orvane

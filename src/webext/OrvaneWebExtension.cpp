@@ -40,6 +40,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 
 namespace {
@@ -182,15 +183,14 @@ constexpr const char* kClickWatcher = R"JS(
 )JS";
 
 FrameReporter* newReporter(WebKitWebPage* page, const std::string& origin) {
-    auto* reporter = new FrameReporter { {}, origin };
+    auto* reporter = std::make_unique<FrameReporter>(FrameReporter { {}, origin }).release();
     g_weak_ref_init(&reporter->page, page);
     return reporter;
 }
 
 void freeReporter(gpointer data) {
-    auto* reporter = static_cast<FrameReporter*>(data);
+    std::unique_ptr<FrameReporter> reporter(static_cast<FrameReporter*>(data));
     g_weak_ref_clear(&reporter->page);
-    delete reporter;
 }
 
 void watchClicks(WebKitWebPage* page, WebKitFrame* frame, const std::string& origin) {

@@ -4,6 +4,7 @@
 #include "Files.h"
 #include "GRef.h"
 #include "Preferences.h"
+#include "SessionPreferences.h"
 #include "UniqueFile.h"
 #include "support/LoggedWarnings.h"
 #include "support/TestEnvironment.h"
@@ -178,9 +179,10 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     EXPECT_EQ(keptCopies(), newest);
 }
 
-// Removal deletes what the account alone used: its photo and session while
-// no companion shares them, only as regular files and folders of its own.
-TEST_F(AccountStoreTest, RemovalDeletesOnlyWhatTheAccountAloneUsed) {
+// A removal is saved at once and can be undone until committed, which deletes what the account alone
+// used (photo and session while no companion, remaining or pending, shares them, only as regular
+// files and folders of its own) and forgets its preferences; the store's end commits.
+TEST_F(AccountStoreTest, RemovalCanBeUndoneUntilCommittedThenDeletesOnlyWhatTheAccountAloneUsed) {
     const std::string outside = test::makeTempFolder("outside");
     const std::string avatars = AppPaths::avatarsDir();
     ASSERT_TRUE(Files::replaceAtomically(outside + "/keep", "keep"));
@@ -198,31 +200,64 @@ TEST_F(AccountStoreTest, RemovalDeletesOnlyWhatTheAccountAloneUsed) {
         list.push_back(record(uuid(i), uuid(i), nullptr, names[i]));
     writeText(json({ { "accounts", list }, { "selectedAccountID", M1 }, { "defaultMailtoAccountID", M1 } })
                   .dump());
-    AccountStore store;
-    store.setLastUsedSenderID(std::string(M1));
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    ASSERT_TRUE(session.setZoom(M1, 2) && session.setNotificationsMuted(M1, true) && session.setZoom(M2, 3));
+    auto store = std::make_unique<AccountStore>();
+    store->setAccountForgetter([&](const std::string& id) { session.forgetAccounts([&](auto& gone) { return gone == id; }); });
+    const IDs before = ids(*store);
 
-    store.remove(*store.account(M1));
-    EXPECT_EQ(store.selectedAccountID(), M2) << "the selection moves to the first remaining account";
+    store->remove(*store->account(M1));
+    EXPECT_EQ(store->selectedAccountID(), M2) << "the selection moves to the first remaining account";
     EXPECT_FALSE(readFile().contains("defaultMailtoAccountID"));
-    EXPECT_EQ(store.lastUsedSenderID(), M1) << "the last sender is left as it was";
-    EXPECT_TRUE(Files::exists(avatars + "/shared.png")) << "the companion still shows the photo";
-    EXPECT_TRUE(Files::exists(AppPaths::websiteCacheDir(DS1))) << "the companion still uses the session";
-    store.remove(*store.account(C1));
-    EXPECT_FALSE(Files::exists(avatars + "/shared.png"));
-    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(DS1)));
-    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(DS1)));
+    store->remove(*store->account(C1));
+    EXPECT_EQ(readFile()["accounts"].size(), before.size() - 2) << "saved without them";
+    EXPECT_TRUE(store->undoRemoval(M1) && store->undoRemoval(C1) && !store->undoRemoval(M1));
+    EXPECT_EQ(ids(AccountStore()), before) << "saved back in their places, undone in any order";
+    EXPECT_EQ(std::tie(store->selectedAccountID(), store->defaultMailtoAccountID()), std::tie(M1, M1));
+    store->remove(*store->account(M1));
+    store->remove(*store->account(C1));
+    store->commitRemoval(M1);
+    EXPECT_TRUE(Files::exists(avatars + "/shared.png") && Files::exists(AppPaths::websiteCacheDir(DS1)))
+        << "the pending companion may still come back";
+    EXPECT_EQ(std::tuple(session.zoom(M1), session.notificationsMuted(M1), session.zoom(M2)), std::tuple(1., false, 3.));
+    store->commitRemoval(C1);
+    for (const std::string& gone : { avatars + "/shared.png", AppPaths::websiteCacheDir(DS1), AppPaths::websiteDataDir(DS1) })
+        EXPECT_FALSE(Files::exists(gone)) << gone;
     for (unsigned i = 0; i < names.size(); ++i)
-        store.remove(*store.account(uuid(i)));
-    EXPECT_EQ(ids(store), IDs { M2 });
+        store->remove(*store->account(uuid(i)));
+    store->commitRemovals();
+    EXPECT_EQ(ids(*store), IDs { M2 });
     for (const std::string& kept : { AppPaths::accountsFile(), outside + "/keep",
              AppPaths::websiteDataDir(DS2) + "/cookies", avatars + "/folder.png/inner" })
         EXPECT_TRUE(Files::exists(kept)) << kept;
     EXPECT_TRUE(g_file_test((avatars + "/link.png").c_str(), G_FILE_TEST_IS_SYMLINK));
     EXPECT_FALSE(g_file_test(AppPaths::websiteDataDir(uuid(1)).c_str(), G_FILE_TEST_IS_SYMLINK))
         << "the link went, not its target";
-    store.remove(*store.account(M2));
+    store->remove(*store->account(M2));
     EXPECT_FALSE(readFile().contains("selectedAccountID"));
+    store.reset();
+    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(DS2)));
+
+    // After a crash, what no account names goes: only Orvane's names, only after reading the whole file.
+    const std::string kept = std::string(M1) + "-kept.png", orphan = std::string(M2) + "-gone.png";
+    const json whole = { record(M1, DS1, nullptr, kept) }, partly = { record(M1, DS1, nullptr, kept), 42 };
+    for (const auto& [accounts, cleaned] : { std::pair { whole, true }, { partly, false } }) {
+        writeText(json({ { "accounts", accounts } }).dump());
+        for (const std::string& folder : { AppPaths::websiteDataDir(DS1), AppPaths::websiteDataDir(DS2),
+                 AppPaths::websiteCacheDir(DS2), AppPaths::websiteDataDir("Other"), AppPaths::websiteDataDir(uuid(1) + "x") })
+            ASSERT_TRUE(Files::makeFolder(folder));
+        for (const std::string& name : { kept, orphan, std::string("photo.png") })
+            ASSERT_TRUE(Files::replaceAtomically(avatars + "/" + name, "png"));
+        EXPECT_EQ(AccountStore().removeOrphans(), cleaned) << accounts;
+        for (const std::string& path : { AppPaths::websiteDataDir(DS2), AppPaths::websiteCacheDir(DS2), avatars + "/" + orphan })
+            EXPECT_EQ(Files::exists(path), !cleaned) << accounts << path;
+        for (const std::string& path : { AppPaths::websiteDataDir(DS1), AppPaths::websiteDataDir("Other"),
+                 AppPaths::websiteDataDir(uuid(1) + "x"), avatars + "/" + kept, avatars + "/photo.png" })
+            EXPECT_TRUE(Files::exists(path)) << accounts << path;
+    }
 }
+
 
 // However the accounts grew, a file its own loader would refuse is never
 // written: the old file stays. Labels and photo addresses from pages are

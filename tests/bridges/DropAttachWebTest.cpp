@@ -167,6 +167,7 @@ TEST_F(DropAttachWebTest, AFailedAttachClearsTheFilesAndCalendarDropsOnlyWait) {
     ASSERT_TRUE(waitUntil([&] { return !bridges->pendingDrops().pending(mailView); }, 15s));
     EXPECT_LT(g_get_monotonic_time() - dropped, std::chrono::microseconds(PendingDrops::kExpiry).count() - 500000)
         << "cleared by the failure (the script gives up after 5 s), not by expiry";
+    EXPECT_EQ(host.failures, std::vector<std::string> { "Could not attach “notes.txt”: the page has no place for attachments" });
 }
 
 // Each drop on Gmail's page ends with its files in the page's file input.

@@ -94,6 +94,8 @@ TEST_F(SaveImageWebTest, ImagesSaveThroughThePageOrNativelyWithTheAccountsCookie
     server.serve("/files/huge.png", std::string(NativeImageFetch::kMaxBytes + 1, 'x'), "image/png");
     for (const char* path : { "/files/missing.png", "/files/huge.png" })
         EXPECT_EQ(saveAndWait(server.uriOnHost("localhost", path)), "") << path;
+    EXPECT_EQ(host.failures, std::vector<std::string>(2, "Could not save the image: it could not be fetched"));
+    EXPECT_EQ(host.savedFiles, (std::vector<std::string> { downloads + "/image.png", downloads + "/image 1.png", downloads + "/cross.png" }));
     const std::string cross = Files::read(FixtureServer::fixturesDir() + "/files/cross.png", 1 << 20).value_or("");
     EXPECT_EQ(filesIn(downloads),
         (std::map<std::string, std::string> { { "image.png", png }, { "image 1.png", png }, { "cross.png", cross } }));

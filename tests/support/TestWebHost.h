@@ -12,7 +12,8 @@ namespace orvane::test {
 // The web layer's host in tests: it records the addresses handed to the
 // browser and the mail-link routing and the notifications sent, answers
 // questions through `onAsk` (none set: the host has no dialogs), and makes
-// plain windows for pop-ups.
+// plain windows for pop-ups. It records how downloads ended, the files
+// saved and the failures reported.
 class TestWebHost final : public WebHost {
 public:
     struct Sent {
@@ -25,6 +26,8 @@ public:
     std::vector<std::string> mailURIs;
     std::vector<Sent> notifications;
     Ask onAsk;
+    std::vector<std::pair<DownloadEnd, std::string>> downloadEnds; // with the path
+    std::vector<std::string> savedFiles, failures;
     bool bodyIsMarkup = false;
 
     void openInBrowser(const std::string& address, WebKitWebView*) override { browserURIs.push_back(address); }
@@ -41,6 +44,9 @@ public:
         return true;
     }
     bool notificationBodyIsMarkup() override { return bodyIsMarkup; }
+    void downloadEnded(WebKitDownload*, DownloadEnd end, const std::string& path) override { downloadEnds.emplace_back(end, path); }
+    void fileSaved(const std::string& path, WebKitWebView*) override { savedFiles.push_back(path); }
+    void reportFailure(const std::string& message, WebKitWebView*) override { failures.push_back(message); }
 };
 
 } // namespace orvane::test

@@ -121,6 +121,9 @@ TEST_F(DownloadsWebTest, FilesLandOnlyInsideDownloadsAndNeverOverwriteAnything) 
         ASSERT_TRUE(waitUntil([&] { return watch.finished == before + 1; }, 20s)) << path;
     }
     EXPECT_EQ(watch.failed, 1);
+    using End = WebHost::DownloadEnd;
+    EXPECT_EQ(host.downloadEnds.back().first, End::NetworkFailed);
+    EXPECT_EQ(host.downloadEnds[2], std::pair(End::Finished, downloads + "/bashrc.pdf"));
     const std::map<std::string, std::string> expected = { { "report.pdf", "<link>" },
         { "report 1.pdf" + std::string(DownloadDestination::kPartialSuffix), "<link>" },
         { "report 2.pdf", "%PDF-1.4 report" }, { "report 3.pdf", "%PDF-1.4 report" }, { "bashrc.pdf", "dots" },
@@ -132,6 +135,7 @@ TEST_F(DownloadsWebTest, FilesLandOnlyInsideDownloadsAndNeverOverwriteAnything) 
     useDownloadsFolder(blocked);
     go(view, "/files/attachment.pdf");
     ASSERT_TRUE(waitUntil([&] { return watch.failed == 2; }));
+    EXPECT_EQ(host.downloadEnds.back().first, End::NoPlace);
     EXPECT_EQ(Files::read(blocked, 100).value_or(""), "a file");
     EXPECT_EQ(filesIn(root).size(), 3u) << "only Downloads, Blocked and the victim";
 }
@@ -153,6 +157,7 @@ TEST_F(DownloadsWebTest, AFloodOfDownloadsWithoutAClickWaitsForOneAnswer) {
     ASSERT_TRUE(waitUntil([&] { return watch.finished == 7; }));
     EXPECT_EQ(watch.failed, 4);
     EXPECT_EQ(filesIn(downloads).size(), 3u);
+    EXPECT_EQ(host.downloadEnds.size(), 3u) << "what Orvane dropped ends silently";
     // A real click on the page lets the next one through.
     ASSERT_TRUE(canSendXInput(GTK_WIDGET(view))) << "needs X11 and xdotool (tools/setup.sh installs them)";
     {

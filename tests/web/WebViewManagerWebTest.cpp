@@ -44,8 +44,8 @@ TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItI
     EXPECT_EQ(runJS(otherView, "document.cookie").value, "");
 
     // Discarding tears the view down; a later request builds and loads a new
-    // one. Removing the last account of a data store forgets its session and
-    // its folders; one a companion still uses stays.
+    // one. A committed removal of the last account of a data store forgets its
+    // session and its folders; one a companion still uses stays.
     EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
     expectDeletedAtEnd(otherView);
     manager->discard(other);
@@ -55,10 +55,11 @@ TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItI
     EXPECT_EQ(server.requestCount("/web/plain.html"), 4);
     manager->discard(other);
     store->remove(other);
-    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
-    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(other.dataStoreID)));
     manager->discard(calendar);
     store->remove(calendar);
+    store->commitRemovals();
+    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
+    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(other.dataStoreID)));
     EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(mail.dataStoreID)));
     EXPECT_EQ(manager->networkSession(mail.dataStoreID), webkit_web_view_get_network_session(mailView));
 }
