@@ -43,8 +43,9 @@ protected:
         };
         orvane_avatar_view_set_account(tile, shown);
     }
-    // Renders the window; pixels are then read at offsets from the tile's
-    // corner. A widget whose size is being recomputed has nothing to draw yet.
+    // Renders the window into a picture; pixels are then read at offsets
+    // from the tile's corner. A widget whose size is being recomputed has
+    // nothing to draw yet.
     void render() {
         drainEvents();
         GtkWidget* root = GTK_WIDGET(window);
@@ -60,28 +61,22 @@ protected:
         auto texture = adopt(
             gsk_renderer_render_texture(gtk_native_get_renderer(GTK_NATIVE(window)), node, &viewport));
         gsk_render_node_unref(node);
-        m_width = width;
-        m_bytes.resize(size_t(width * height) * 4);
-        gdk_texture_download(texture.get(), m_bytes.data(), size_t(width) * 4);
+        std::string path = makeTempFolder("avatar") + "/tile.png";
+        ASSERT_TRUE(gdk_texture_save_to_png(texture.get(), path.c_str()));
+        shot = Screenshot::load(path);
+        ASSERT_TRUE(shot);
     }
-    Color at(double dx, double dy) const {
-        const uint8_t* p
-            = m_bytes.data() + (size_t(kMargin + dy) * size_t(m_width) + size_t(kMargin + dx)) * 4;
-        return { p[2], p[1], p[0] }; // B G R A, opaque
-    }
+    Color at(double dx, double dy) const { return shot->pixel(int(kMargin + dx), int(kMargin + dy)); }
     bool anyNear(Color color, double left, double top, double right, double bottom, int tolerance) const {
-        for (double x = left; x < right; ++x)
-            for (double y = top; y < bottom; ++y)
-                if (at(x, y).near(color, tolerance))
-                    return true;
-        return false;
+        return shot->share({ int(kMargin + left), int(kMargin + top), int(right - left), int(bottom - top) },
+                   color, tolerance)
+            > 0;
     }
 
     OrvaneAvatarView* tile = nullptr;
     Account shown;
     int notified = 0; // outlives the tile
-    int m_width = 0;
-    std::vector<uint8_t> m_bytes;
+    std::optional<Screenshot> shot;
 };
 
 TEST_F(AvatarViewTest, DiscRingBadgeAndUnreadCapsuleAreDrawnWithoutResizingTheTile) {

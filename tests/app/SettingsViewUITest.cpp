@@ -1,9 +1,13 @@
 // The preferences window's state. Its notifications switch through the real
 // binary is NotificationTest's; the default-app request goes to a real GIO
-// registry (desktop files and mimeapps.list in the test's folders).
+// registry (desktop files and mimeapps.list in the test's folders). "Start at
+// login" writes and removes the autostart entry (closing the window with "Run
+// in background" on: BackgroundTest).
 #include "SettingsView.h"
 
 #include "AppPaths.h"
+#include "Autostart.h"
+#include "BackgroundRunning.h"
 #include "Files.h"
 #include "WidgetTest.h"
 
@@ -108,6 +112,34 @@ TEST_F(SettingsViewTest, AFailedDefaultAppRequestIsExplainedUntilOneWorks) {
     EXPECT_FALSE(gtk_widget_get_visible(view->failureRow()));
     EXPECT_TRUE(gtk_widget_get_visible(view->isDefaultLabel()));
     EXPECT_FALSE(gtk_widget_get_visible(view->makeDefaultButton()));
+}
+
+TEST_F(SettingsViewTest, BackgroundSwitchesKeepTheirChoiceAndStartAtLoginOwnsTheAutostartEntry) {
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    auto application = adopt(g_application_new("app.orvane.BackgroundTest", G_APPLICATION_DEFAULT_FLAGS));
+    BackgroundRunning background(application.get(), session, [] { });
+    open();
+    for (int time = 0; time < 2; ++time) // a second binding changes nothing
+        background.bindSwitches(view->runInBackgroundSwitch(), view->startAtLoginSwitch());
+    GtkSwitch* run = GTK_SWITCH(view->runInBackgroundSwitch());
+    GtkSwitch* start = GTK_SWITCH(view->startAtLoginSwitch());
+    EXPECT_TRUE(gtk_switch_get_active(run));
+    EXPECT_FALSE(gtk_switch_get_active(start));
+
+    auto fromFile = [] {
+        Preferences fresh;
+        SessionPreferences session(fresh);
+        return std::pair { session.runInBackground(), session.startAtLogin() };
+    };
+    gtk_switch_set_active(start, TRUE);
+    gtk_switch_set_active(run, FALSE);
+    EXPECT_EQ(fromFile(), std::pair(false, true));
+    auto entry = Autostart::entryText(Autostart::currentExecutable());
+    EXPECT_EQ(Files::read(Autostart::entryPath(), 1 << 16), entry);
+    gtk_switch_set_active(start, FALSE);
+    EXPECT_EQ(fromFile(), std::pair(false, false));
+    EXPECT_FALSE(Files::exists(Autostart::entryPath()));
 }
 
 } // namespace

@@ -114,6 +114,21 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
         ASSERT_TRUE(activate(action, account.id));
     EXPECT_EQ(column(), (Strings { "other@example.com", "Home", "Work", "|", "Work", "+" }));
     EXPECT_EQ(AccountStore().accounts(), store->accounts()) << "saved";
+    // What a screen reader finds: the "Accounts" tab list, each tile a tab
+    // named by its label, described by its service and count, and selected or not.
+    EXPECT_EQ(accessibleMismatch(stack(), GTK_ACCESSIBLE_PROPERTY_LABEL, "Accounts"), "");
+    EXPECT_EQ(accessibleMismatch(GTK_WIDGET(tile(other)), GTK_ACCESSIBLE_PROPERTY_LABEL, "other@example.com"),
+        "");
+    for (const auto& [account, text] : { std::pair { other, "Gmail, 7 unread" }, { home, "Outlook" },
+             { calendar, "Google Calendar" } }) {
+        GtkWidget* widget = GTK_WIDGET(tile(account));
+        EXPECT_TRUE(gtk_test_accessible_has_role(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_ROLE_TAB));
+        EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, text), "") << text;
+        EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
+            GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_STATE_SELECTED, FALSE))) << text;
+    }
+    EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
+        GTK_ACCESSIBLE(tile(work)), GTK_ACCESSIBLE_STATE_SELECTED, TRUE)));
 
     // Each kind's menu; the default account's item is a ticked, inert check
     // once shown, and removal is marked.

@@ -41,6 +41,14 @@ inline Strings menuItems(GMenuModel* model, bool withTargets = false) {
     return items;
 }
 
+// What GTK tells screen readers of the widget's property, when it is not
+// `expected`; "" when it is.
+inline std::string accessibleMismatch(
+    GtkWidget* widget, GtkAccessibleProperty property, const char* expected) {
+    GCharPtr actual(gtk_test_accessible_check_property(GTK_ACCESSIBLE(widget), property, expected));
+    return actual ? actual.get() : "";
+}
+
 class WidgetTest : public ::testing::Test {
 protected:
     void SetUp() override {

@@ -3,6 +3,7 @@
 // Real pointer and key input for widget and web tests, sent through the X
 // server (XTest, with xdotool) so that gestures and shortcut controllers see
 // exactly what a user's hardware would produce. Only on the X11 backend (Xvfb).
+// Tests that use it take turns with the display (ctest's RESOURCE_LOCK).
 
 #include "support/Wait.h"
 
@@ -16,10 +17,6 @@
 #undef True
 #undef False
 #undef Success
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <string>
@@ -37,34 +34,6 @@ inline bool runXdotool(std::vector<std::string> args) {
                nullptr, &status, nullptr)
         && g_spawn_check_wait_status(status, nullptr);
 }
-
-// Tests that move the shared pointer take turns: test processes run by hand
-// may share one X server (ctest gives web and widget tests turns with it
-// already). Held for the lifetime of the object; waits up to a minute for
-// the other holder.
-class XInputLock {
-public:
-    XInputLock() {
-        const char* display = g_getenv("DISPLAY");
-        std::string path
-            = std::string(g_get_tmp_dir()) + "/orvane-xinput-" + (display ? display : "none") + ".lock";
-        m_fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        if (m_fd >= 0)
-            waitUntil(
-                [this] { return (m_held = flock(m_fd, LOCK_EX | LOCK_NB) == 0); }, std::chrono::seconds(60));
-    }
-    ~XInputLock() {
-        if (m_fd >= 0)
-            close(m_fd); // releases the lock
-    }
-    XInputLock(const XInputLock&) = delete;
-    XInputLock& operator=(const XInputLock&) = delete;
-    bool held() const { return m_held; }
-
-private:
-    int m_fd = -1;
-    bool m_held = false;
-};
 
 inline bool canSendXInput(GtkWidget* widget) {
     GtkNative* native = gtk_widget_get_native(widget);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Account.h"
 #include "Files.h"
 #include "support/FixturePageScript.h"
 #include "support/FixtureServer.h"
@@ -24,6 +25,21 @@ class E2ETest : public ::testing::Test {
 protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
+    // Added to a Gmail or Outlook stand-in: reports every change of its
+    // compose form (Gmail's first dialog) as 'form'.
+    static constexpr const char* kFormReporter = R"JS(
+let lastForm = '';
+setInterval(() => {
+    let form;
+    try {
+        form = window.__fixture.dialogs ? window.__fixture.dialogs()[0] || null : window.__fixture.compose();
+    } catch (e) {
+        return;
+    }
+    if (JSON.stringify(form) !== lastForm)
+        report('form', form), lastForm = JSON.stringify(form);
+}, 100);
+)JS";
 
     // The live WebKit web processes below orvane (through the sandbox's own).
     std::set<int> webProcesses() const {
@@ -88,9 +104,37 @@ protected:
     }
 
     // An account as accounts.json holds it.
-    static nlohmann::json account(const std::string& id, const std::string& service) {
-        return { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 },
+    static nlohmann::json account(const std::string& id, const std::string& service,
+        const std::string& label = "", const std::string& dataStore = "") {
+        return { { "id", id }, { "label", label.empty() ? service : label },
+            { "dataStoreID", dataStore.empty() ? id : dataStore }, { "colorSeed", 1 },
             { "service", service } };
+    }
+    // accounts.json with these accounts, the first one selected unless
+    // `settings` says otherwise.
+    void writeAccounts(const std::vector<nlohmann::json>& accounts, nlohmann::json settings = {}) {
+        settings["accounts"] = accounts;
+        if (!settings.contains("selectedAccountID"))
+            settings["selectedAccountID"] = accounts.front()["id"];
+        orvane.writeAccountsFile(settings);
+    }
+    static nlohmann::json newAccount(const std::string& service = "mail") {
+        return account(newUUID(), service);
+    }
+
+    // Serves the fixture at `path`, and holds its second answer back in
+    // `held` until the test unpauses it.
+    void holdSecondAnswer(const std::string& path) {
+        server.handle(path, [this, path](SoupServerMessage* message, const std::string&) {
+            auto page = Files::read(FixtureServer::fixturesDir() + path, 1 << 20).value_or("");
+            soup_server_message_set_status(message, 200, nullptr);
+            soup_server_message_set_response(
+                message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
+            if (server.requestCount(path) == 2) {
+                held = Ref<SoupServerMessage>(message);
+                soup_server_message_pause(message);
+            }
+        });
     }
 
     // Serves a stand-in page (tests/fixtures/gmail/index.html…) at `path`
@@ -117,6 +161,12 @@ protected:
         return int(std::ranges::count_if(all, [&](auto& r) { return r.query.rfind(query, 0) == 0; }));
     }
     int loads(const std::string& page) const { return requests("/e2e/loaded", "page=" + page); }
+    // A text field of the page's compose form as kFormReporter last reported it, or "".
+    std::string formField(const std::string& who, const char* name = "subject") const {
+        auto forms = events(who, "form");
+        auto form = forms.empty() ? nlohmann::json() : forms.back().data;
+        return form.is_object() && form[name].is_string() ? form[name].get<std::string>() : "";
+    }
 
     // The windows titled "Orvane" once there are `count` of them, the main
     // window (the first one found) first.
@@ -133,7 +183,7 @@ protected:
     // A point of the window at these fractions of its size (in the web area
     // for the defaults).
     std::pair<int, int> pointIn(unsigned long window, double x = 0.7, double y = 0.6) {
-        auto geometry = orvane.geometry(window).value_or(OrvaneProcess::Geometry { -1, -1, 0, 0 });
+        auto geometry = orvane.geometry(window).value_or(Screenshot::Rect { -1, -1, 0, 0 });
         return { geometry.x + int(geometry.width * x), geometry.y + int(geometry.height * y) };
     }
     std::pair<int, int> webAreaPoint() { return pointIn(mainWindow()); }
@@ -153,6 +203,7 @@ protected:
 
     FixtureServer server;
     OrvaneProcess orvane;
+    Ref<SoupServerMessage> held;
 
 private:
     static std::string parameter(SoupServerMessage* message, const char* name) {

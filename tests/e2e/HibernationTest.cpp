@@ -9,24 +9,6 @@
 
 namespace orvane::test {
 
-namespace {
-
-constexpr const char* kGmailID = "6A2F3C1E-8D4B-4E7A-9C1D-2B3E4F5A6B7C";
-constexpr const char* kCalendarID = "3C4D5E6F-7A8B-4C9D-8E0F-1A2B3C4D5E6F";
-constexpr const char* kOutlookID = "1B2C3D4E-5F60-4172-8394-A5B6C7D8E9F0";
-
-// Reports the Gmail stand-in's first compose dialog whenever it changes.
-constexpr const char* kFormReporter = R"JS(
-let lastForm = '';
-setInterval(() => {
-    const form = JSON.stringify(window.__fixture.dialogs()[0] || null);
-    if (form !== lastForm)
-        report('form', JSON.parse(form)), lastForm = form;
-}, 100);
-)JS";
-
-} // namespace
-
 class HibernationTest : public E2ETest {
 protected:
     // How far the inside of a tile (0, 1: the mail tiles; 2: the calendar's)
@@ -50,45 +32,29 @@ protected:
         int middle = (runs[tile].first + runs[tile].second) / 2, total = 0;
         for (int y = middle - 10; y < middle + 10; ++y) {
             Screenshot::Color c = shot.pixel(x, y);
-            total += std::abs(c.red - background.red) + std::abs(c.green - background.green) + std::abs(c.blue - background.blue);
+            total += std::abs(c.red - background.red) + std::abs(c.green - background.green)
+                + std::abs(c.blue - background.blue);
         }
         return total / 20;
     }
-    std::string typedTo() const {
-        auto forms = events("gmail", "form");
-        auto form = forms.empty() ? nlohmann::json() : forms.back().data;
-        return form.is_object() ? form.value("toText", "") : "";
-    }
+    std::string typedTo() const { return formField("gmail", "toText"); }
 };
 
 TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake) {
-    auto account = [](const char* id, const char* service) {
-        return nlohmann::json { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 }, { "service", service } };
-    };
-    orvane.writeAccountsFile({ { "accounts", { account(kGmailID, "mail"), account(kOutlookID, "outlook"), account(kCalendarID, "calendar") } },
-        { "selectedAccountID", kGmailID } });
+    writeAccounts({ newAccount(), newAccount("outlook"), newAccount("calendar") });
     orvane.setEnvironment("ORVANE_HIBERNATE_AFTER", "2");
     orvane.setEnvironment("G_MESSAGES_DEBUG", "Orvane");
     serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
     // The calendar page's second load waits until the test lets it go.
-    int calendarRequests = 0;
-    Ref<SoupServerMessage> held;
-    server.handle("/e2e/blue.html", [&](SoupServerMessage* message, const std::string&) {
-        auto page = Files::read(FixtureServer::fixturesDir() + "/e2e/blue.html", 1 << 20).value_or("");
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
-        if (++calendarRequests == 2) {
-            held = Ref<SoupServerMessage>(message);
-            soup_server_message_pause(message);
-        }
-    });
+    holdSecondAnswer("/e2e/blue.html");
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded") && waitUntil([&] { return loads("green") == 1; }, 30s));
     unsigned long window = mainWindow();
 
     // Typed into the selected Gmail page's compose form.
     runInPage("gmail", "document.querySelector('[gh=cm]').click()");
-    ASSERT_TRUE(waitUntil([&] { return !events("gmail", "form").empty() && events("gmail", "form").back().data.is_object(); }, 10s));
+    auto forms = [&] { return events("gmail", "form"); };
+    ASSERT_TRUE(waitUntil([&] { return !forms().empty() && forms().back().data.is_object(); }, 10s));
     auto [x, y] = webAreaPoint();
     ASSERT_TRUE(orvane.click(x - 400, y));
     runInPage("gmail", "document.querySelector('[aria-label=\"To recipients\"]').focus(); report('focused')");
@@ -109,9 +75,9 @@ TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake
 
     // Gmail, idle now but with text in its form, is asked and stays awake.
     auto asked = [&] {
-        std::string log = orvane.log();
+        std::string log = orvane.log(), line = "holds typed text";
         size_t count = 0;
-        for (size_t at = log.find("holds typed text"); at != std::string::npos; at = log.find("holds typed text", at + 1))
+        for (size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1))
             ++count;
         return count;
     };

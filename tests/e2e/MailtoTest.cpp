@@ -5,37 +5,8 @@
 
 namespace orvane::test {
 
-namespace {
-
-constexpr const char* kGmailID = "6A2F3C1E-8D4B-4E7A-9C1D-2B3E4F5A6B7C";
-constexpr const char* kOutlookID = "1B2C3D4E-5F60-4172-8394-A5B6C7D8E9F0";
-
-// Reports every change of the page's compose form (Gmail's first dialog).
-constexpr const char* kFormReporter = R"JS(
-let lastForm = '';
-setInterval(() => {
-    let form;
-    try {
-        form = window.__fixture.dialogs ? window.__fixture.dialogs()[0] || null : window.__fixture.compose();
-    } catch (e) {
-        return;
-    }
-    if (JSON.stringify(form) !== lastForm)
-        report('form', form), lastForm = JSON.stringify(form);
-}, 100);
-)JS";
-
-} // namespace
-
 class MailtoTest : public E2ETest {
 protected:
-    // A text field of the page's form as last reported, or "".
-    std::string field(const std::string& who, const char* name = "subject") const {
-        auto forms = events(who, "form");
-        auto form = forms.empty() ? nlohmann::json() : forms.back().data;
-        return form.is_object() && form[name].is_string() ? form[name].get<std::string>() : "";
-    }
-
     // The picker's backdrop darkens the content; the point (lower left,
     // beside the account column) is well away from its card.
     bool pickerOnScreen(const std::string& name, bool shown) {
@@ -48,8 +19,9 @@ protected:
 };
 
 TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChosenAccount) {
-    orvane.writeAccountsFile({ { "accounts", { account(kGmailID, "mail"), account(kOutlookID, "outlook") } },
-        { "selectedAccountID", kGmailID }, { "alwaysAskOnMailto", true } });
+    const std::string kGmailID = newUUID(), kOutlookID = newUUID();
+    writeAccounts(
+        { account(kGmailID, "mail"), account(kOutlookID, "outlook") }, { { "alwaysAskOnMailto", true } });
     serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
     serveWithRemote("/outlook/mail/", "/outlook/mail/index.html", kFormReporter);
     // A cold start with a link: the picker waits for the choice.
@@ -61,14 +33,14 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
 
     // Its key 2 picks the second account, which composes the link and is shown.
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "2"));
-    auto composed = [&] { return field("outlook", "body").find("See you at 10") != std::string::npos; };
+    auto composed = [&] { return formField("outlook", "body").find("See you at 10") != std::string::npos; };
     ASSERT_TRUE(waitUntil(composed, 30s));
     auto outlook = events("outlook", "form").back().data;
     EXPECT_EQ(outlook["to"], nlohmann::json::array({ "tom@example.com", "eva@example.com" }));
     EXPECT_EQ(outlook["subject"], "Quarterly numbers");
     EXPECT_EQ(orvane.selectedAccountID(), kOutlookID);
     EXPECT_TRUE(pickerOnScreen("picked", false));
-    EXPECT_EQ(field("gmail"), "");
+    EXPECT_EQ(formField("gmail"), "");
 
     // A mailto: link the page follows is routed the same way.
     runInPage("outlook",
@@ -77,10 +49,10 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
         "document.body.append(link); link.click();");
     ASSERT_TRUE(pickerOnScreen("picker-for-the-page", true));
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "1"));
-    ASSERT_TRUE(waitUntil([&] { return field("gmail") == "From a page"; }, 20s));
+    ASSERT_TRUE(waitUntil([&] { return formField("gmail") == "From a page"; }, 20s));
     EXPECT_EQ(events("gmail", "form").back().data["to"], nlohmann::json::array({ "eva@example.com" }));
     EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
-    EXPECT_EQ(field("outlook"), "Quarterly numbers");
+    EXPECT_EQ(formField("outlook"), "Quarterly numbers");
 }
 
 } // namespace orvane::test

@@ -12,17 +12,15 @@ namespace {
 constexpr const char* kGmailID = "6B1F0C1E-2A53-4D0B-8E47-3C9A5D7E1F20";
 constexpr const char* kCalendarID = "9D4E2A7B-5C61-4F38-A0B9-7E2D1C3F4A56";
 
-// What GLib calls of each.
-constexpr const char* kInterfaces = R"XML(<node>
-  <interface name="org.gtk.Notifications">
-    <method name="AddNotification"><arg type="s"/><arg type="s"/><arg type="a{sv}"/></method>
-  </interface>
-  <interface name="org.freedesktop.Notifications">
-    <method name="GetCapabilities"><arg type="as" direction="out"/></method>
-    <method name="Notify"><arg type="s"/><arg type="u"/><arg type="s"/><arg type="s"/><arg type="s"/>
-      <arg type="as"/><arg type="a{sv}"/><arg type="i"/><arg type="u" direction="out"/></method>
-  </interface>
-</node>)XML";
+// What GLib calls of each server.
+constexpr const char* kGtkServer = R"XML(<node><interface name="org.gtk.Notifications">
+  <method name="AddNotification"><arg type="s"/><arg type="s"/><arg type="a{sv}"/></method>
+</interface></node>)XML";
+constexpr const char* kFreedesktopServer = R"XML(<node><interface name="org.freedesktop.Notifications">
+  <method name="GetCapabilities"><arg type="as" direction="out"/></method>
+  <method name="Notify"><arg type="s"/><arg type="u"/><arg type="s"/><arg type="s"/><arg type="s"/>
+    <arg type="as"/><arg type="a{sv}"/><arg type="i"/><arg type="u" direction="out"/></method>
+</interface></node>)XML";
 
 } // namespace
 
@@ -40,26 +38,12 @@ public:
     // org.gtk.Notifications.
     FakeNotifications(GDBusConnection* bus, const std::vector<std::string>& capabilities)
         : m_bus(bus)
-        , m_capabilities(capabilities) {
-        GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(kInterfaces, nullptr);
-        static const GDBusInterfaceVTable vtable = { &FakeNotifications::onCall, nullptr, nullptr, {} };
-        GDBusInterfaceInfo* interface = node->interfaces[m_capabilities.empty() ? 0 : 1];
-        std::string path = "/" + std::string(interface->name);
-        std::replace(path.begin(), path.end(), '.', '/');
-        m_registration = g_dbus_connection_register_object(
-            bus, path.c_str(), interface, &vtable, this, nullptr, nullptr);
-        auto acquired = +[](GDBusConnection*, const char*, gpointer self) {
-            static_cast<FakeNotifications*>(self)->owned = true;
-        };
-        m_ownership = g_bus_own_name_on_connection(
-            bus, interface->name, G_BUS_NAME_OWNER_FLAGS_NONE, acquired, nullptr, this, nullptr);
-        g_dbus_node_info_unref(node);
-        waitUntil([&] { return owned; });
-    }
-    ~FakeNotifications() {
-        g_bus_unown_name(m_ownership);
-        g_dbus_connection_unregister_object(m_bus, m_registration);
-    }
+        , m_service(bus, capabilities.empty() ? "org.gtk.Notifications" : "org.freedesktop.Notifications",
+              capabilities.empty() ? "/org/gtk/Notifications" : "/org/freedesktop/Notifications",
+              capabilities.empty() ? kGtkServer : kFreedesktopServer,
+              [this, capabilities](const std::string& method, GVariant* parameters, const char*) {
+                  return answer(method, parameters, capabilities);
+              }) { }
 
     // The first notification with this title, once shown.
     std::optional<Shown> waitFor(const std::string& title) {
@@ -79,16 +63,14 @@ public:
         return bool(callAndWait(m_bus, OrvaneProcess::kBusName, OrvaneProcess::kObjectPath,
             "org.freedesktop.Application", "ActivateAction", parameters, 30s));
     }
+    bool owned() const { return m_service.owned; }
 
     std::vector<Shown> shown;
-    bool owned = false;
 
 private:
-    static void onCall(GDBusConnection*, const char*, const char*, const char*, const char* method,
-        GVariant* parameters, GDBusMethodInvocation* invocation, gpointer data) {
-        auto* self = static_cast<FakeNotifications*>(data);
-        GVariant* reply = nullptr;
-        if (g_str_equal(method, "AddNotification")) {
+    GVariant* answer(
+        const std::string& method, GVariant* parameters, const std::vector<std::string>& capabilities) {
+        if (method == "AddNotification") {
             const char *id, *title = "", *body = "", *action = "", *account, *notif;
             GVariant* dictionary = nullptr;
             g_variant_get(parameters, "(&s&s@a{sv})", nullptr, &id, &dictionary);
@@ -96,29 +78,27 @@ private:
             g_variant_lookup(dictionary, "title", "&s", &title);
             g_variant_lookup(dictionary, "body", "&s", &body);
             g_variant_lookup(dictionary, "default-action", "&s", &action);
-            self->shown.push_back({ id, title, body, action, std::nullopt });
+            shown.push_back({ id, title, body, action, std::nullopt });
             if (g_variant_lookup(dictionary, "default-action-target", "(&s&s)", &account, &notif))
-                self->shown.back().target = { account, notif };
-        } else if (g_str_equal(method, "Notify")) {
+                shown.back().target = { account, notif };
+            return nullptr;
+        }
+        if (method == "Notify") {
             const char *title, *body;
             g_variant_get(parameters, "(&su&s&s&s@as@a{sv}i)", nullptr, nullptr, nullptr, &title, &body,
                 nullptr, nullptr, nullptr);
-            self->shown.push_back({ "", title, body, "", std::nullopt });
-            reply = g_variant_new("(u)", guint32(self->shown.size()));
-        } else {
-            std::vector<const char*> names;
-            for (const auto& name : self->m_capabilities)
-                names.push_back(name.c_str());
-            names.push_back(nullptr);
-            reply = g_variant_new("(^as)", names.data());
+            shown.push_back({ "", title, body, "", std::nullopt });
+            return g_variant_new("(u)", guint32(shown.size()));
         }
-        g_dbus_method_invocation_return_value(invocation, reply);
+        GVariantBuilder names;
+        g_variant_builder_init(&names, G_VARIANT_TYPE("as"));
+        for (const auto& name : capabilities)
+            g_variant_builder_add(&names, "s", name.c_str());
+        return g_variant_new("(as)", &names);
     }
 
     GDBusConnection* m_bus;
-    std::vector<std::string> m_capabilities;
-    guint m_registration = 0;
-    guint m_ownership = 0;
+    BusService m_service;
 };
 
 class NotificationTest : public E2ETest {
@@ -127,14 +107,14 @@ protected:
     // selected; orvane, then the server, once the pages have loaded and the
     // Gmail account has its label from its page's title.
     std::unique_ptr<FakeNotifications> start(bool enabled, std::vector<std::string> capabilities = {}) {
-        auto accounts = { account(kGmailID, "mail"), account(kCalendarID, "calendar") };
-        orvane.writeAccountsFile({ { "accounts", nlohmann::json(accounts) },
-            { "selectedAccountID", kCalendarID }, { "notificationsEnabled", enabled } });
+        writeAccounts({ account(kGmailID, "mail"), account(kCalendarID, "calendar") },
+            { { "selectedAccountID", kCalendarID }, { "notificationsEnabled", enabled } });
         const std::string page = "/notify/index.html?who=";
         if (!startOrvane(page + "gmail", page + "outlook", page + "calendar"))
             return nullptr;
         auto server = std::make_unique<FakeNotifications>(orvane.bus(), capabilities);
-        bool ready = server->owned && waitForEvents("gmail", "loaded") && waitForEvents("calendar", "loaded")
+        bool ready = server->owned() && waitForEvents("gmail", "loaded");
+        ready = ready && waitForEvents("calendar", "loaded")
             && waitUntil([&] { return label() == "notify@example.com"; });
         return ready ? std::move(server) : nullptr;
     }

@@ -14,8 +14,7 @@ protected:
     // stand-in pages fill the web area with theirs.
     static constexpr Screenshot::Color kAccent { 0x35, 0x84, 0xe4 };
     bool waitForStatusPage(const std::string& name, Screenshot::Color page) {
-        auto geometry = orvane.geometry(mainWindow()).value_or(OrvaneProcess::Geometry {});
-        Screenshot::Rect window { geometry.x, geometry.y, geometry.width, geometry.height };
+        auto window = orvane.geometry(mainWindow()).value_or(Screenshot::Rect {});
         return waitForScreenshot(name, [&](auto& shot) {
             return shot.share(window, kAccent) > 0.002 && shot.share(window, page) < 0.01;
         });
@@ -24,17 +23,7 @@ protected:
 
 TEST_F(RecoveryTest, AKilledPageComesBackByItselfAndTheOtherAccountIsUntouched) {
     // The Outlook page's second load waits until the test lets it go.
-    int greenRequests = 0;
-    Ref<SoupServerMessage> held;
-    server.handle("/e2e/green.html", [&](SoupServerMessage* message, const std::string&) {
-        auto page = Files::read(FixtureServer::fixturesDir() + "/e2e/green.html", 1 << 20).value_or("");
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
-        if (++greenRequests == 2) {
-            held = Ref<SoupServerMessage>(message);
-            soup_server_message_pause(message);
-        }
-    });
+    holdSecondAnswer("/e2e/green.html");
     ASSERT_TRUE(startOrvane());
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitUntil([&] { return loads("red") == 1; }, 30s));
@@ -49,7 +38,7 @@ TEST_F(RecoveryTest, AKilledPageComesBackByItselfAndTheOtherAccountIsUntouched) 
     ASSERT_EQ(added.size(), 1u);
     ASSERT_EQ(kill(*added.begin(), SIGKILL), 0);
     EXPECT_TRUE(waitForStatusPage("killed", kGreen));
-    ASSERT_TRUE(waitUntil([&] { return greenRequests == 2; }, 20s)) << "no reload by itself";
+    ASSERT_TRUE(waitUntil([&] { return bool(held); }, 20s)) << "no reload by itself";
 
     soup_server_message_unpause(held.get());
     EXPECT_TRUE(waitForColor(point, kGreen, "back"));

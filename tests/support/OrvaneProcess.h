@@ -27,9 +27,6 @@ namespace orvane::test {
 // orvane printed when the test failed.
 class OrvaneProcess {
 public:
-    struct Geometry {
-        int x = 0, y = 0, width = 0, height = 0;
-    };
     struct Result {
         int status = -1; // -1 when it did not exit normally
         std::string output;
@@ -192,9 +189,10 @@ public:
         }
         return windows;
     }
-    std::optional<Geometry> geometry(unsigned long window) const {
+    // Where a window is on the screen.
+    std::optional<Screenshot::Rect> geometry(unsigned long window) const {
         auto result = run({ "xdotool", "getwindowgeometry", "--shell", std::to_string(window) });
-        Geometry g;
+        Screenshot::Rect g;
         if (!result
             || sscanf(result->output.c_str(), "WINDOW=%*d X=%d Y=%d WIDTH=%d HEIGHT=%d", &g.x, &g.y, &g.width,
                    &g.height)

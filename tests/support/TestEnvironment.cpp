@@ -40,7 +40,7 @@ void pinEnvironment() {
     freshXDGFolders();
     g_setenv("XDG_RUNTIME_DIR", makeTempFolder("runtime").c_str(), FALSE);
     for (const auto& [name, value] : { std::pair { "GSETTINGS_BACKEND", "memory" }, { "LC_ALL", "C" }, { "LANGUAGE", "C" },
-             { "GTK_IM_MODULE", "none" }, { "GTK_A11Y", "none" }, { "NO_AT_BRIDGE", "1" }, { "WEBKIT_DISABLE_COMPOSITING_MODE", "1" } })
+             { "GTK_IM_MODULE", "none" }, { "GTK_A11Y", "test" }, { "NO_AT_BRIDGE", "1" }, { "WEBKIT_DISABLE_COMPOSITING_MODE", "1" } })
         g_setenv(name, value, TRUE);
     for (const char* name : { "ORVANE_SERVICE_OVERRIDES", "ORVANE_PING_URL", "ORVANE_APPCAST_URL", "ORVANE_PRINT_TO_PDF" })
         g_unsetenv(name);
