@@ -300,13 +300,14 @@ void SidebarView::updateTile(GtkWidget* tile, const Account& account) {
     showSwitch(tile, kMuteSwitch, preferences && preferences->notificationsMuted(account.id));
     showSwitch(tile, kBadgeSwitch, preferences && preferences->leftOutOfBadge(account.id));
     gtk_accessible_update_state(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_STATE_SELECTED, selected, -1);
-    gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
-        tileDescription(account, unread, asleep).c_str(), -1);
     const char* tooltip = gtk_widget_get_tooltip_text(tile);
     if (g_strcmp0(tooltip, account.label.c_str()) != 0) {
         gtk_widget_set_tooltip_text(tile, account.label.c_str());
         gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_LABEL, account.label.c_str(), -1);
     }
+    // After the tooltip, which GTK also makes the accessible description.
+    gtk_accessible_update_property(GTK_ACCESSIBLE(tile), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
+        tileDescription(account, unread, asleep).c_str(), -1);
 
     // The menu is rebuilt ahead of time, whenever what it shows changes: a
     // popover menu lays out its section separators in an idle after a new

@@ -107,6 +107,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
         view, "<title>Inbox (7) - other@example.com - Gmail</title>", "http://127.0.0.1:9/");
     EXPECT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(other)) == 7; }));
     EXPECT_STREQ(gtk_widget_get_tooltip_text(GTK_WIDGET(tile(other))), "other@example.com");
+    EXPECT_EQ(accessibleMismatch(GTK_WIDGET(tile(other)), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, "Gmail, 7 unread"), "");
 
     // Moving swaps in the store; past the ends nothing moves.
     for (const auto& [action, account] : { std::pair { "sidebar.move-down", work },
