@@ -518,7 +518,7 @@ void WebViewManager::putToSleep(const std::string& accountID, Ref<GdkTexture> sn
     m_sleepObservers.notify();
 }
 
-void WebViewManager::restartView(const std::string& accountID) {
+void WebViewManager::restartView(std::string accountID) {
     auto it = m_sessions.find(accountID);
     if (it == m_sessions.end())
         return;

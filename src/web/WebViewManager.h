@@ -165,7 +165,8 @@ private:
 
     void putToSleep(const std::string& accountID, Ref<GdkTexture> snapshot);
     // Makes the account's view again after its web process crashed.
-    void restartView(const std::string& accountID);
+    // By value: the caller's id may live in the recovery that this destroys.
+    void restartView(std::string accountID);
     void release(Session& session);
     // A sleeping account's count and new mail come from its service's unread
     // feed, when it has one (FeedWatcher); `pageAddress` is where its page was.

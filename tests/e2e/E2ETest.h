@@ -82,11 +82,13 @@ setInterval(() => {
             respond(message, "");
         });
     }
-    // Orvane goes before the test's own members do: while it quits, its
-    // pages may still call the handlers a test gave the server.
+    // Orvane goes before the test's own members do. While it quits its pages
+    // may still ask the server, and the handlers the test gave it may refer to
+    // what is gone already (the test body's locals): they go first.
     void TearDown() override {
         if (m_display)
             gdk_display_close(m_display);
+        server.forgetHandlers();
         orvane.stop(5s);
     }
     // This process's own connection to orvane's display, closed before the test ends.

@@ -38,6 +38,8 @@ public:
 
     // Serves this path with the handler instead of a fixture file.
     void handle(const std::string& path, Handler handler) { m_handlers[path] = std::move(handler); }
+    // Serves fixture files only from now on.
+    void forgetHandlers() { m_handlers.clear(); }
     // Serves a fixed answer.
     void serve(const std::string& path, std::string body, std::string contentType = "text/html; charset=utf-8",
         unsigned status = 200, std::map<std::string, std::string> headers = {});
