@@ -12,7 +12,6 @@
 #include <glib/gstdio.h>
 
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -23,16 +22,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-
-std::set<std::string> namesIn(const std::string& folder) {
-    std::set<std::string> names;
-    if (GDir* dir = g_dir_open(folder.c_str(), 0, nullptr)) {
-        while (const char* name = g_dir_read_name(dir))
-            names.insert(name);
-        g_dir_close(dir);
-    }
-    return names;
-}
 
 // That a sanitized name is one plain, valid name within its bound, without
 // control or bidirectional characters, dots or spaces at its ends, and that
@@ -56,7 +45,8 @@ TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) 
         EXPECT_EQ(file ? file->path() : "<none>", folder + "/" + name) << suggested;
     }
     EXPECT_EQ(UniqueFile::create(folder, "", "image")->path(), folder + "/image");
-    EXPECT_EQ(namesIn(root), std::set<std::string> { "Downloads" }) << "a file was made outside the folder";
+    EXPECT_EQ(Files::names(root), std::vector<std::string> { "Downloads" })
+        << "a file was made outside the folder";
 
     // Too long: cut on a character boundary, keeping a short extension.
     std::string wide;
@@ -109,7 +99,7 @@ TEST(UniqueFileTest, ParallelSavesOfOneNameEachGetTheirOwnFile) {
     }
     for (auto& thread : threads)
         thread.join();
-    EXPECT_EQ(namesIn(folder).size(), paths.size());
+    EXPECT_EQ(Files::names(folder).size(), paths.size());
     for (size_t i = 0; i < paths.size(); ++i)
         EXPECT_EQ(Files::read(paths[i], 100).value_or(""), std::to_string(i)) << "save " << i;
 }
@@ -158,9 +148,9 @@ TEST(ImageBytesTest, DataAddressesDecodeAndTheExtensionComesFromTheTypeThenTheSi
 // download gate's counting, question and answers, and the print gate's quiet
 // time after the dialog (the print-to-file mode has no dialog, so this is
 // where the rule shows).
-// Each step is a time in ms and what happens then: a download that must get
-// the verdict Start, Ask, Hold or Drop, user input (i), or the answer allow (y) or block (n).
-TEST(FloodGatesTest, DownloadsBeyondAFewWithoutAGestureWaitForOneAnswer) {
+TEST(FloodGatesTest, DownloadsBeyondAFewWaitForOneAnswerAndThePrintDialogCannotReopenAsItCloses) {
+    // Each step is a time in ms and what happens then: a download that must get the
+    // verdict Start, Ask, Hold or Drop, user input (i), or the answer allow (y) or block (n).
     using enum DownloadGate::Verdict;
     const std::pair<const char*, const char*> cases[] = {
         { "three go, the fourth asks, more wait, block drops them for a minute",
@@ -199,17 +189,14 @@ TEST(FloodGatesTest, DownloadsBeyondAFewWithoutAGestureWaitForOneAnswer) {
     for (size_t i = 1; i < DownloadGate::kMaxHeld; ++i)
         ASSERT_EQ(gate.arrive(now), Hold);
     EXPECT_EQ(gate.arrive(now), Drop);
-}
 
-TEST(FloodGatesTest, PagesCannotReopenThePrintDialogAsItCloses) {
-    PrintGate gate;
-    const auto start = PrintGate::Clock::now();
-    EXPECT_TRUE(gate.allowsPageRequest(start));
-    gate.dialogOpened();
-    EXPECT_FALSE(gate.allowsPageRequest(start + 1s));
-    gate.dialogClosed(start + 10s);
-    EXPECT_FALSE(gate.allowsPageRequest(start + 13s));
-    EXPECT_TRUE(gate.allowsPageRequest(start + 13s + 1ms));
+    PrintGate print;
+    EXPECT_TRUE(print.allowsPageRequest(now));
+    print.dialogOpened();
+    EXPECT_FALSE(print.allowsPageRequest(now + 1s));
+    print.dialogClosed(now + 10s);
+    EXPECT_FALSE(print.allowsPageRequest(now + 13s));
+    EXPECT_TRUE(print.allowsPageRequest(now + 13s + 1ms));
 }
 
 } // namespace

@@ -1,11 +1,6 @@
-// What Orvane does about its own upkeep. The update check: what a feed means
-// (Appcast), and the check's own part, one check at a time and what the user
-// reads for each feed and each way the fetch ends (UpdaterController). How
-// the feed is fetched (status, size, time-out, redirects) is HTTPFetch's,
-// tests/base/HTTPFetchTest; what the dialog offers is
-// tests/app/UpdateDialogUITest's. The usage ping's edges, on the test's
-// clock: the once-an-hour rule, the address it sends, what makes it stay
-// off, broken preferences, and the one real request it makes (Beacon).
+// Orvane's upkeep: what an update feed means (Appcast), one check at a time and what the user reads
+// for each feed and fetch outcome (UpdaterController; the fetch itself is tests/base/HTTPFetchTest's,
+// the dialog tests/app/UpdateDialogUITest's), and the usage ping on the test's clock (Beacon).
 #include "Appcast.h"
 #include "Beacon.h"
 #include "UpdaterController.h"
@@ -185,43 +180,31 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedAndNoAnswerAfterDestr
 
 TEST(UpdaterControllerTest, FeedsAndFetchOutcomesBecomeTheUsersResult) {
     const auto config = checkConfiguration("https://orvane.example/appcast.xml");
-    HTTPFetch::Outcome fetched;
-    fetched.body = feedWith("0.2.0");
-    auto available = UpdaterController::resultOf(fetched, config);
+    auto available = UpdaterController::resultOf({ .body = feedWith("0.2.0") }, config);
     ASSERT_EQ(available.kind, Kind::UpdateAvailable);
     EXPECT_EQ(available.item->displayVersion, "0.2.0");
     EXPECT_EQ(available.notes, "Sidebar badges are sharper.");
     EXPECT_EQ(available.currentVersion, "0.1.0");
 
-    const std::tuple<std::string, Kind, const char*> feeds[] = {
-        { feedWith("0.1.0"), Kind::UpToDate, "" },
-        { feedWith("0.1.0-beta"), Kind::UpToDate, "" },
-        { "<html><body>Moved</body></html>", Kind::Failed, "could not be read" },
-        { feed("<item><sparkle:version>9.0</sparkle:version><link>javascript:x</link></item>"), Kind::Failed,
-            "lists no releases" },
-    };
-    for (const auto& [text, kind, error] : feeds) {
-        auto result = UpdaterController::evaluate(text, config);
-        EXPECT_EQ(result.kind, kind) << text;
-        EXPECT_NE(result.error.find(error), std::string::npos) << result.error;
-    }
-
     // Every failure says what went wrong; the status and the transport's own
     // error are part of it.
-    const std::tuple<Failure, unsigned, std::string, const char*> outcomes[] = {
-        { Failure::Status, 500, "", "answered with an error (HTTP 500)" },
-        { Failure::Transport, 0, "Refused", "could not reach the update server: Refused" },
-        { Failure::TooLarge, 0, "", "" }, { Failure::TimedOut, 0, "", "" }, { Failure::Address, 0, "", "" },
-        { Failure::Cancelled, 0, "", "" },
+    const std::tuple<HTTPFetch::Outcome, Kind, const char*> outcomes[] = {
+        { { .body = feedWith("0.1.0") }, Kind::UpToDate, "" },
+        { { .body = feedWith("0.1.0-beta") }, Kind::UpToDate, "" },
+        { { .body = "<html><body>Moved</body></html>" }, Kind::Failed, "could not be read" },
+        { { .body = feed("<item><sparkle:version>9.0</sparkle:version><link>javascript:x</link></item>") },
+            Kind::Failed, "lists no releases" },
+        { { Failure::Status, 500 }, Kind::Failed, "answered with an error (HTTP 500)" },
+        { { .failure = Failure::Transport, .error = "Refused" }, Kind::Failed,
+            "could not reach the update server: Refused" },
+        { { Failure::TooLarge }, Kind::Failed, "" }, { { Failure::TimedOut }, Kind::Failed, "" },
+        { { Failure::Address }, Kind::Failed, "" }, { { Failure::Cancelled }, Kind::Failed, "" },
     };
-    for (const auto& [failure, status, error, message] : outcomes) {
-        HTTPFetch::Outcome outcome;
-        outcome.failure = failure;
-        outcome.status = status;
-        outcome.error = error;
+    for (const auto& [outcome, kind, message] : outcomes) {
         auto result = UpdaterController::resultOf(outcome, config);
-        EXPECT_EQ(result.kind, Kind::Failed) << int(failure);
-        EXPECT_TRUE(!result.error.empty() && result.error.find(message) != std::string::npos) << result.error;
+        EXPECT_EQ(result.kind, kind) << int(outcome.failure) << " " << outcome.body;
+        EXPECT_EQ(result.error.empty(), kind != Kind::Failed) << result.error;
+        EXPECT_NE(result.error.find(message), std::string::npos) << result.error;
     }
 }
 

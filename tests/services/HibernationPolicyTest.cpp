@@ -12,14 +12,7 @@ using Limit = std::optional<HibernationPolicy::Seconds>;
 // An account sleeps only when idle for the limit with nothing keeping it
 // awake; the environment replaces the preference and bad values fall back.
 TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayReplace) {
-    struct Case {
-        const char* what;
-        Limit limit;
-        Activity activity;
-        std::chrono::steady_clock::duration idle;
-        bool sleeps;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, Limit, Activity, std::chrono::steady_clock::duration, bool> cases[] = {
         { "idle for the limit", 900s, {}, 900s, true },
         { "idle a little less", 900s, {}, 899999ms, false },
         { "never", std::nullopt, {}, 1000h, false },
@@ -30,15 +23,11 @@ TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayR
         { "a download running", 2s, { .downloading = true }, 1h, false },
         { "everything at once", 2s, { true, true, true, true, true }, 1h, false },
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(HibernationPolicy(c.limit).maySleep(c.activity, c.idle), c.sleeps) << c.what;
+    for (const auto& [what, limit, activity, idle, sleeps] : cases)
+        EXPECT_EQ(HibernationPolicy(limit).maySleep(activity, idle), sleeps) << what;
 
-    struct Limits {
-        std::optional<double> preference;
-        std::optional<std::string_view> environment;
-        Limit limit;
-    };
-    const Limits limits[] = {
+    // The preference, the environment and the limit they make.
+    const std::tuple<std::optional<double>, std::optional<std::string_view>, Limit> limits[] = {
         { std::nullopt, std::nullopt, 900s },
         { 300, std::nullopt, 300s },
         { 0, std::nullopt, std::nullopt },
@@ -55,9 +44,9 @@ TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayR
         { 300, " 2", 300s },
         { 300, "", 300s },
     };
-    for (const auto& c : limits)
-        EXPECT_EQ(HibernationPolicy::limitFrom(c.preference, c.environment), c.limit)
-            << c.preference.value_or(-1) << " / " << c.environment.value_or("(unset)");
+    for (const auto& [preference, environment, limit] : limits)
+        EXPECT_EQ(HibernationPolicy::limitFrom(preference, environment), limit)
+            << preference.value_or(-1) << " / " << environment.value_or("(unset)");
 }
 
 } // namespace
