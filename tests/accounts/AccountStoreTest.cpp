@@ -88,12 +88,17 @@ protected:
         operation();
         return Files::exists(AppPaths::accountsFile());
     }
-    // The contents of the unreadable files kept beside accounts.json, sorted.
+    // The contents of the unreadable files kept beside accounts.json, sorted;
+    // each named with the UTC time it was kept.
     static std::vector<std::string> keptCopies() {
         std::vector<std::string> contents;
-        for (const std::string& name : accountsFiles())
-            if (name.starts_with("accounts.json.unreadable-"))
-                contents.push_back(Files::read(AppPaths::supportDir() + "/" + name, 1 << 20).value_or("?"));
+        for (const std::string& name : accountsFiles()) {
+            if (!name.starts_with("accounts.json.unreadable-"))
+                continue;
+            EXPECT_TRUE(g_regex_match_simple("^accounts\\.json\\.unreadable-[0-9]{8}T[0-9]{6}Z(-[0-9]+)?$",
+                name.c_str(), GRegexCompileFlags(0), GRegexMatchFlags(0))) << name;
+            contents.push_back(Files::read(AppPaths::supportDir() + "/" + name, 1 << 20).value_or("?"));
+        }
         std::sort(contents.begin(), contents.end());
         return contents;
     }
@@ -159,11 +164,7 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
         warnings.clear();
         store.addAccount();
         EXPECT_EQ(readFile()["accounts"].size(), 1u);
-        std::string warning = warnings.find("Kept the unreadable");
-        std::string kept = warning.substr(warning.rfind(" as ") + 4);
-        EXPECT_TRUE(g_regex_match_simple("/accounts\\.json\\.unreadable-[0-9]{8}T[0-9]{6}Z(-[0-9]+)?$",
-            kept.c_str(), GRegexCompileFlags(0), GRegexMatchFlags(0))) << warning;
-        EXPECT_EQ(Files::read(kept, 2 * AccountStore::kMaxFileBytes), text);
+        EXPECT_NE(warnings.find(" as " + AppPaths::supportDir() + "/accounts.json.unreadable-"), "") << text;
     }
     std::vector<std::string> newest(rejected.end() - 3, rejected.end());
     std::sort(newest.begin(), newest.end());
@@ -195,7 +196,9 @@ TEST_F(AccountStoreTest, RemovalCanBeUndoneUntilCommittedThenDeletesOnlyWhatTheA
     SessionPreferences session(preferences);
     ASSERT_TRUE(session.setZoom(M1, 2) && session.setNotificationsMuted(M1, true) && session.setZoom(M2, 3));
     auto store = std::make_unique<AccountStore>();
-    store->setAccountForgetter([&](const std::string& id) { session.forgetAccounts([&](auto& gone) { return gone == id; }); });
+    store->setAccountForgetter([&](const std::string& id) {
+        session.forgetAccounts([&](auto& gone) { return gone == id; });
+    });
     const IDs before = ids(*store);
 
     store->remove(*store->account(M1));
@@ -211,9 +214,11 @@ TEST_F(AccountStoreTest, RemovalCanBeUndoneUntilCommittedThenDeletesOnlyWhatTheA
     store->commitRemoval(M1);
     EXPECT_TRUE(Files::exists(avatars + "/shared.png") && Files::exists(AppPaths::websiteCacheDir(DS1)))
         << "the pending companion may still come back";
-    EXPECT_EQ(std::tuple(session.zoom(M1), session.notificationsMuted(M1), session.zoom(M2)), std::tuple(1., false, 3.));
+    EXPECT_EQ(std::tuple(session.zoom(M1), session.notificationsMuted(M1), session.zoom(M2)),
+        std::tuple(1., false, 3.));
     store->commitRemoval(C1);
-    for (const std::string& gone : { avatars + "/shared.png", AppPaths::websiteCacheDir(DS1), AppPaths::websiteDataDir(DS1) })
+    for (const std::string& gone :
+        { avatars + "/shared.png", AppPaths::websiteCacheDir(DS1), AppPaths::websiteDataDir(DS1) })
         EXPECT_FALSE(Files::exists(gone)) << gone;
     for (unsigned i = 0; i < names.size(); ++i)
         store->remove(*store->account(uuid(i)));
@@ -236,12 +241,14 @@ TEST_F(AccountStoreTest, RemovalCanBeUndoneUntilCommittedThenDeletesOnlyWhatTheA
     for (const auto& [accounts, cleaned] : { std::pair { whole, true }, { partly, false } }) {
         writeText(json({ { "accounts", accounts } }).dump());
         for (const std::string& folder : { AppPaths::websiteDataDir(DS1), AppPaths::websiteDataDir(DS2),
-                 AppPaths::websiteCacheDir(DS2), AppPaths::websiteDataDir("Other"), AppPaths::websiteDataDir(uuid(1) + "x") })
+                 AppPaths::websiteCacheDir(DS2), AppPaths::websiteDataDir("Other"),
+                 AppPaths::websiteDataDir(uuid(1) + "x") })
             ASSERT_TRUE(Files::makeFolder(folder));
         for (const std::string& name : { kept, orphan, std::string("photo.png") })
             ASSERT_TRUE(Files::replaceAtomically(avatars + "/" + name, "png"));
         EXPECT_EQ(AccountStore().removeOrphans(), cleaned) << accounts;
-        for (const std::string& path : { AppPaths::websiteDataDir(DS2), AppPaths::websiteCacheDir(DS2), avatars + "/" + orphan })
+        for (const std::string& path :
+            { AppPaths::websiteDataDir(DS2), AppPaths::websiteCacheDir(DS2), avatars + "/" + orphan })
             EXPECT_EQ(Files::exists(path), !cleaned) << accounts << path;
         for (const std::string& path : { AppPaths::websiteDataDir(DS1), AppPaths::websiteDataDir("Other"),
                  AppPaths::websiteDataDir(uuid(1) + "x"), avatars + "/" + kept, avatars + "/photo.png" })
@@ -362,16 +369,10 @@ TEST_F(AccountStoreTest, AKilledSaveLeavesAWholeFile) {
         // "many writes in".
         g_usleep(g_random_int_range(0, 15000));
         kill(child, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-
-        auto bytes = Files::read(path, AccountStore::kMaxFileBytes);
-        ASSERT_TRUE(bytes) << "round " << round;
-        auto file = json::parse(*bytes, nullptr, false);
-        ASSERT_TRUE(file.is_object() && file["accounts"].is_array()) << "round " << round << ": " << *bytes;
-        AccountStore loaded;
-        ASSERT_EQ(loaded.accounts().size(), file["accounts"].size());
-        ASSERT_GE(loaded.accounts().size(), 1u) << "round " << round << ": " << *bytes;
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        // A missing or torn file loads no account at all.
+        ASSERT_FALSE(AccountStore().accounts().empty())
+            << "round " << round << ": " << Files::read(path, AccountStore::kMaxFileBytes).value_or("(none)");
         // Loading removed whatever the killed save left behind.
         ASSERT_EQ(accountsFiles(), kKept) << "round " << round;
     }
@@ -471,12 +472,16 @@ void saveIntoFullThenReadOnlyFolder(const std::string& folder) {
 
 TEST(AccountStoreFaults, SavesIntoAFullOrReadOnlyFolderKeepTheOldFileAndGoOn) {
     const std::string folder = test::makeTempFolder("small-disk");
-    // The child prints its failures and exits with 1 after any.
-    EXPECT_EXIT({
+    fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
         saveIntoFullThenReadOnlyFolder(folder);
         fflush(stdout);
         _exit(::testing::Test::HasFailure());
-    }, ::testing::ExitedWithCode(0), "");
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << "the child failed (see above) or ended by a signal";
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -28,26 +29,21 @@ using Failure = HTTPFetch::Failure;
 // Requests to a path of a FixtureServer that are read and never answered.
 // The server notices nothing while a message is paused, so whether the
 // client gave up is read from the connection itself.
-class UnansweredRequests {
-public:
+struct UnansweredRequests {
     UnansweredRequests(test::FixtureServer& server, const std::string& path) {
         server.handle(path, [this](SoupServerMessage* message, const std::string&) {
-            m_sockets.emplace_back(soup_server_message_get_socket(message));
+            sockets.emplace_back(soup_server_message_get_socket(message));
             soup_server_message_pause(message);
         });
     }
-
     // How many of those connections the client has closed.
-    int closed() const {
-        int count = 0;
-        char byte;
-        for (const auto& socket : m_sockets)
-            count += recv(g_socket_get_fd(socket.get()), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
-        return count;
+    long closed() const {
+        return std::count_if(sockets.begin(), sockets.end(), [](const Ref<GSocket>& socket) {
+            char byte;
+            return recv(g_socket_get_fd(socket.get()), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+        });
     }
-
-private:
-    std::vector<Ref<GSocket>> m_sockets;
+    std::vector<Ref<GSocket>> sockets;
 };
 
 std::string feed(const std::string& items) {

@@ -29,7 +29,7 @@ std::string writeOverrides(const std::string& content) {
 
 // Own hosts: the service's pages and frames, not its sign-in pages; any port,
 // http or https, addresses and serialized origins alike.
-TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
+TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHostsAndOverridesReplaceThem) {
     const auto& services = test::testServices();
     const auto& gmail = services.gmail();
     const auto& calendar = services.calendar();
@@ -56,6 +56,47 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHosts) {
     const std::string gmailTitle = "Inbox (4) - a@b.c - Gmail";
     EXPECT_FALSE(outlook.unread(gmailTitle) || calendar.unread(gmailTitle) || calendar.label(gmailTitle));
     EXPECT_FALSE(calendar.composeJS || calendar.attachClickJS || calendar.photoJS || calendar.unreadPollJS);
+
+    // Overrides replace the home and hosts of their entries only.
+    std::string path = writeOverrides(R"({
+        "gmail": {"homeURL": "http://127.0.0.1:4321/gmail/",
+                  "feedURL": "http://127.0.0.1:4321/gmail/feed/atom",
+                  "inAppHosts": ["127.0.0.1", "Accounts.Example.TEST"]},
+        "outlook": {"homeURL": "https://mail.example.test/owa/"},
+        "calendar": {"inAppHosts": ["localhost"]}
+    })");
+    auto builtGmail = MailService::build(AccountService::Mail, path);
+    EXPECT_EQ(builtGmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
+    EXPECT_EQ(builtGmail.ownHosts, builtGmail.inAppHosts) << "replaced hosts are the deployment's own";
+    EXPECT_EQ(builtGmail.feedURL, "http://127.0.0.1:4321/gmail/feed/atom");
+    auto builtOutlook = MailService::build(AccountService::Outlook, path);
+    EXPECT_EQ(builtOutlook.inAppHosts, outlook.inAppHosts);
+    EXPECT_TRUE(builtOutlook.ownsAddress("https://mail.example.test"));
+    EXPECT_TRUE(builtOutlook.ownsAddress("https://outlook.office.com"));
+    auto builtCalendar = MailService::build(AccountService::Calendar, path);
+    EXPECT_EQ(builtCalendar.homeURL, calendar.homeURL);
+    EXPECT_EQ(builtCalendar.inAppHosts, Hosts({ "localhost" }));
+    EXPECT_EQ(builtCalendar.feedURL + builtOutlook.feedURL, "") << "only Gmail has an unread feed";
+
+    // Bad overrides leave the built-in values; one bad field (a home that is
+    // not http or https) spares the other.
+    const std::string bad[] = {
+        "not json",
+        R"({"gmail": {"feedURL": "file:///feed"}})",
+        R"({"gmail": {"inAppHosts": []}})",
+        R"({"gmail": {"inAppHosts": ["ok.example", "example.com/path"]}})",
+        R"({"gmail": {"inAppHosts": ["ok.example", "127.0.0.1:8080"]}})",
+        R"({"gmail": {"homeURL": "http://127.0.0.1/"}, "pad": ")" + std::string(1024 * 1024, 'x') + "\"}",
+    };
+    for (const std::string& content : bad) {
+        auto entry = MailService::build(AccountService::Mail, writeOverrides(content));
+        EXPECT_EQ(std::tie(entry.homeURL, entry.feedURL, entry.inAppHosts),
+            std::tie(gmail.homeURL, gmail.feedURL, gmail.inAppHosts)) << content.substr(0, 80);
+    }
+    auto half = MailService::build(AccountService::Mail,
+        writeOverrides(R"({"gmail": {"homeURL": "ftp://x/", "inAppHosts": ["h.example"]}})"));
+    EXPECT_EQ(half.homeURL, gmail.homeURL);
+    EXPECT_EQ(half.inAppHosts, Hosts({ "h.example" }));
 }
 
 // Values reach page scripts as JSON literals that no text can break out of.
@@ -76,49 +117,6 @@ TEST(MailServiceTest, JSONLiteralsReadBackAsTheSameTextAndTemplatesFillOnce) {
     // A value that is itself a marker is never replaced again.
     EXPECT_EQ(fillTemplate("f(A, B, A)", { { "A", "B" }, { "B", "A" } }), "f(B, A, B)");
     EXPECT_EQ(fillTemplate("x", { { "", "never" } }), "x");
-}
-
-TEST(MailServiceTest, OverridesReplaceTheHomeAndHostsOfTheirEntriesOnly) {
-    std::string path = writeOverrides(R"({
-        "gmail": {"homeURL": "http://127.0.0.1:4321/gmail/", "feedURL": "http://127.0.0.1:4321/gmail/feed/atom",
-                  "inAppHosts": ["127.0.0.1", "Accounts.Example.TEST"]},
-        "outlook": {"homeURL": "https://mail.example.test/owa/"},
-        "calendar": {"inAppHosts": ["localhost"]}
-    })");
-    auto gmail = MailService::build(AccountService::Mail, path);
-    EXPECT_EQ(gmail.inAppHosts, Hosts({ "127.0.0.1", "accounts.example.test" }));
-    EXPECT_EQ(gmail.ownHosts, gmail.inAppHosts) << "replaced hosts are the deployment's own";
-    EXPECT_EQ(gmail.feedURL, "http://127.0.0.1:4321/gmail/feed/atom");
-    auto outlook = MailService::build(AccountService::Outlook, path);
-    EXPECT_EQ(outlook.inAppHosts, test::testServices().outlook().inAppHosts);
-    EXPECT_TRUE(outlook.ownsAddress("https://mail.example.test"));
-    EXPECT_TRUE(outlook.ownsAddress("https://outlook.office.com"));
-    auto calendar = MailService::build(AccountService::Calendar, path);
-    EXPECT_EQ(calendar.homeURL, test::testServices().calendar().homeURL);
-    EXPECT_EQ(calendar.inAppHosts, Hosts({ "localhost" }));
-    EXPECT_EQ(calendar.feedURL + outlook.feedURL, "") << "only Gmail has an unread feed";
-
-    // Bad overrides leave the built-in values; one bad field (a home that is
-    // not http or https) spares the other.
-    const auto& builtIn = test::testServices().gmail();
-    const std::string bad[] = {
-        "not json",
-        R"({"gmail": {"feedURL": "file:///feed"}})",
-        R"({"gmail": {"inAppHosts": []}})",
-        R"({"gmail": {"inAppHosts": ["ok.example", "example.com/path"]}})",
-        R"({"gmail": {"inAppHosts": ["ok.example", "127.0.0.1:8080"]}})",
-        R"({"gmail": {"homeURL": "http://127.0.0.1/"}, "pad": ")" + std::string(1024 * 1024, 'x') + "\"}",
-    };
-    for (const std::string& content : bad) {
-        auto entry = MailService::build(AccountService::Mail, writeOverrides(content));
-        EXPECT_EQ(std::tie(entry.homeURL, entry.feedURL, entry.inAppHosts),
-            std::tie(builtIn.homeURL, builtIn.feedURL, builtIn.inAppHosts))
-            << content.substr(0, 80);
-    }
-    auto half = MailService::build(AccountService::Mail,
-        writeOverrides(R"({"gmail": {"homeURL": "ftp://x/", "inAppHosts": ["h.example"]}})"));
-    EXPECT_EQ(half.homeURL, builtIn.homeURL);
-    EXPECT_EQ(half.inAppHosts, Hosts({ "h.example" }));
 }
 
 // What the titles mean. That a count is never negative, that an address has
@@ -176,7 +174,7 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
 // only http(s) addresses of printable ASCII within the bound reach the
 // browser, and that what does is stable when checked again, is
 // fuzz/ExternalLinkFuzzer's.
-TEST(ExternalLinkTest, OnlyCheckedWebAddressesReachTheBrowserAndMailLinksTheRouting) {
+TEST(ExternalLinkTest, OnlyCheckedWebAddressesOfOtherHostsReachTheBrowserAndMailLinksTheRouting) {
     const std::string wrapper = "https://www.google.com/url?q=";
     const std::tuple<std::string, ExternalLink::Action, std::string> cases[] = {
         { "HTTP://Example.org:8080/a?b=1#c", Browser, "HTTP://Example.org:8080/a?b=1#c" },
@@ -208,15 +206,13 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesReachTheBrowserAndMailLinksTheRout
         EXPECT_EQ(link.action, action) << address;
         EXPECT_EQ(link.address, handedOn) << address;
     }
-}
 
-// With the real hosts: no overrides are set in the core tests, so the
-// catalogue is the built-in one.
-TEST(LinkPolicy, InAppHostsKeepTheirAddressesAndPopupTitlesNameOthers) {
+    // A service's own hosts keep their addresses; pop-up titles name others. With the real hosts: no
+    // overrides are set in the core tests, so the catalogue is the built-in one.
     const LinkPolicy gmail(test::testServices().gmail());
     const LinkPolicy calendar(test::testServices().forService(AccountService::Calendar));
     const LinkPolicy outlook(test::testServices().forService(AccountService::Outlook));
-    const std::tuple<const LinkPolicy&, std::string, ExternalLink::Action> cases[] = {
+    const std::tuple<const LinkPolicy&, std::string, ExternalLink::Action> policies[] = {
         { gmail, "https://www.google.com/url?q=https%3A%2F%2Fexample.org%2F", Browser },
         { gmail, "https://www.google.com/url?q=https%3A%2F%2Fmail.google.com%2Fmail%2F", Nothing },
         { gmail, "https://accounts.google.com/x?continue=https://mail.google.com/", Nothing },
@@ -226,7 +222,7 @@ TEST(LinkPolicy, InAppHostsKeepTheirAddressesAndPopupTitlesNameOthers) {
         { calendar, "https://mail.google.com/", Browser },
         { outlook, "https://login.live.com/", Nothing },
     };
-    for (const auto& [policy, uri, action] : cases)
+    for (const auto& [policy, uri, action] : policies)
         EXPECT_EQ(policy.leavingLink(uri).action, action) << uri;
 
     const std::pair<std::string, std::string> titles[] = {
