@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <ranges>
 #include <vector>
 
 #include <sched.h>
@@ -38,9 +39,7 @@ constexpr const char* DS1 = "AAAAAAAA-AAAA-4AAA-8AAA-AAAAAAAAAAAA";
 constexpr const char* DS2 = "BBBBBBBB-BBBB-4BBB-8BBB-BBBBBBBBBBBB";
 
 std::string uuid(unsigned n) {
-    char text[40];
-    g_snprintf(text, sizeof text, "%08X-0000-4000-8000-%012X", n, n);
-    return text;
+    return GCharPtr(g_strdup_printf("%08X-0000-4000-8000-%012X", n, n)).get();
 }
 
 json record(const std::string& id, const std::string& store, const char* service = nullptr,
@@ -103,17 +102,14 @@ protected:
         return contents;
     }
     static IDs ids(const AccountStore& store) {
-        IDs out;
-        for (const auto& a : store.accounts())
-            out.push_back(a.id);
-        return out;
+        auto view = store.accounts() | std::views::transform(&Account::id);
+        return { view.begin(), view.end() };
     }
 };
 
-// A record breaking a rule is left out on its own, a bad file name costs
-// only the name; the file is kept aside before the save that drops them.
-// That what is read is bounded and reads back the same when written is
-// fuzz/AccountsFileFuzzer's.
+// A record breaking a rule is left out on its own, a bad file name costs only the name; the file is kept
+// aside before the save that drops them. That what is read is bounded and reads back the same when written
+// is fuzz/AccountsFileFuzzer's.
 TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     test::LoggedWarnings warnings;
     const json good = record(uuid(0), DS1);
@@ -256,10 +252,8 @@ TEST_F(AccountStoreTest, RemovalCanBeUndoneUntilCommittedThenDeletesOnlyWhatTheA
     }
 }
 
-
-// However the accounts grew, a file its own loader would refuse is never
-// written: the old file stays. Labels and photo addresses from pages are
-// bounded before they are stored.
+// However the accounts grew, a file its own loader would refuse is never written: the old file stays.
+// Labels and photo addresses from pages are bounded before they are stored.
 TEST_F(AccountStoreTest, NeverStoresUnboundedValuesOrWritesAFileItsLoaderWouldRefuse) {
     const std::string longLabel(Account::kMaxLabelBytes, 'l');
     json full = with(record(M1, DS1, nullptr, std::string(255, 'n')),
@@ -324,8 +318,7 @@ TEST_F(AccountStoreTest, OnlyOperationsThatChangeSomethingSaveAndNotify) {
     EXPECT_EQ(ids(store), (IDs { C1, M2, M1 }));
     EXPECT_EQ(ids(AccountStore()), (IDs { M2, M1, C1 }));
 
-    // What is added is selected; a companion goes after its account, with its
-    // session, label and colour.
+    // What is added is selected; a companion goes after its account, with its session, label and colour.
     changes.clear();
     const Account added = store.addAccount();
     EXPECT_TRUE(!added.service && canonicalUUID(added.id) == added.id && added.id != added.dataStoreID);
@@ -365,8 +358,7 @@ TEST_F(AccountStoreTest, AKilledSaveLeavesAWholeFile) {
                     store.addAccount();
             }
         }
-        // Deliberately random kill times, from "before the first write" to
-        // "many writes in".
+        // Deliberately random kill times, from "before the first write" to "many writes in".
         g_usleep(g_random_int_range(0, 15000));
         kill(child, SIGKILL);
         ASSERT_EQ(waitpid(child, nullptr, 0), child);
@@ -383,9 +375,8 @@ bool writeProcFile(const char* path, const std::string& text) {
     return bool(file << text << std::flush);
 }
 
-// Mounts a 64 KiB tmpfs on the folder, seen by this process alone (a mount
-// namespace of its own, inside a user namespace when not root). False where
-// the system allows neither.
+// Mounts a 64 KiB tmpfs on the folder, seen by this process alone (a mount namespace of its own, inside a
+// user namespace when not root). False where the system allows neither.
 bool mountSmallDisk(const std::string& folder) {
     if (unshare(CLONE_NEWNS) != 0) {
         std::string uid = "0 " + std::to_string(getuid()) + " 1";

@@ -38,10 +38,7 @@ protected:
 
 TEST_F(HTTPFetchTest, StatusSizeRedirectsAddressesTimeOutAndCancel) {
     server.serve("/ok", "hello", "text/plain");
-    server.handle("/missing", [](SoupServerMessage* message, const std::string&) {
-        soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_COPY, "an error page", 13);
-    });
+    server.serve("/missing", "an error page", "text/html", SOUP_STATUS_NOT_FOUND);
     server.serve("/big", std::string(2000, 'x'), "text/plain");
     redirect("/hop", "/ok");
     redirect("/to-file", "file:///etc/passwd");

@@ -1,8 +1,11 @@
 // Orvane's upkeep: what an update feed means (Appcast), one check at a time and what the user reads
 // for each feed and fetch outcome (UpdaterController; the fetch itself is tests/base/HTTPFetchTest's,
-// the dialog tests/app/UpdateDialogUITest's), and the usage ping on the test's clock (Beacon).
+// the dialog tests/app/UpdateDialogUITest's), the usage ping on the test's clock (Beacon), what a
+// hand-edited or damaged preferences.ini gives for the window and the zoom, and the autostart entry.
 #include "Appcast.h"
+#include "Autostart.h"
 #include "Beacon.h"
+#include "SessionPreferences.h"
 #include "UpdaterController.h"
 
 #include "Files.h"
@@ -23,12 +26,12 @@ namespace orvane {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using Kind = UpdaterController::Result::Kind;
 using Failure = HTTPFetch::Failure;
 
-// Requests to a path of a FixtureServer that are read and never answered.
-// The server notices nothing while a message is paused, so whether the
-// client gave up is read from the connection itself.
+// Requests to a path of a FixtureServer that are read and never answered. The server notices nothing while
+// a message is paused, so whether the client gave up is read from the connection itself.
 struct UnansweredRequests {
     UnansweredRequests(test::FixtureServer& server, const std::string& path) {
         server.handle(path, [this](SoupServerMessage* message, const std::string&) {
@@ -63,12 +66,10 @@ UpdaterController::Configuration checkConfiguration(const std::string& feedURL) 
     return { feedURL, "0.1.0", std::string("12.0") };
 }
 
-// Bounds, valid text, web addresses only (its seeds hold unsafe ones) and the
-// version order's symmetry hold for any feed (fuzz/AppcastFuzzer); here is
-// what a feed means. Shaped like feeds in the wild: newest item not first,
-// the enclosure-attribute style next to the element style, a minimum system
-// version, items for other systems and channels, items missing what they
-// need, and an address that names a user.
+// Bounds, valid text, web addresses only (its seeds hold unsafe ones) and the version order's symmetry hold
+// for any feed (fuzz/AppcastFuzzer); here is what a feed means. Shaped like feeds in the wild: newest item
+// not first, the enclosure-attribute style next to the element style, a minimum system version, items for
+// other systems and channels, items missing what they need, and an address that names a user.
 TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed) {
     auto appcast = Appcast::parse(feed(R"(
     <item><title>Version 1.9</title><sparkle:version>1.9</sparkle:version>
@@ -116,8 +117,7 @@ TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed
     for (const auto& [a, b, order] : versions)
         EXPECT_EQ(Appcast::compareVersions(a, b), order) << a << " vs " << b;
 
-    // What is not a feed, or has a document type, is refused; notes read as
-    // plain text.
+    // What is not a feed, or has a document type, is refused; notes read as plain text.
     const std::string dtd = R"(<?xml version="1.0"?><!DOCTYPE rss [<!ENTITY a "aaaaaaaaaa">
 <!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;"><!ENTITY secret SYSTEM "file:///etc/passwd">]>
 <rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><item><title>)";
@@ -182,8 +182,7 @@ TEST(UpdaterControllerTest, FeedsAndFetchOutcomesBecomeTheUsersResult) {
     EXPECT_EQ(available.notes, "Sidebar badges are sharper.");
     EXPECT_EQ(available.currentVersion, "0.1.0");
 
-    // Every failure says what went wrong; the status and the transport's own
-    // error are part of it.
+    // Every failure says what went wrong; the status and the transport's own error are part of it.
     const std::tuple<HTTPFetch::Outcome, Kind, const char*> outcomes[] = {
         { { .body = feedWith("0.1.0") }, Kind::UpToDate, "" },
         { { .body = feedWith("0.1.0-beta") }, Kind::UpToDate, "" },
@@ -215,8 +214,8 @@ std::string idIn(const std::string& uri) {
 
 class BeaconTest : public ::testing::Test {
 protected:
-    Beacon::Configuration configuration(std::string endpoint = kEndpoint) {
-        return { std::move(endpoint), "0.1.0", "12.0", preferencesPath };
+    Beacon::Configuration configuration(std::string endpoint = kEndpoint, std::string path = {}) {
+        return { std::move(endpoint), "0.1.0", "12.0", path.empty() ? preferencesPath : path };
     }
     // A beacon on the test's clock that records what it would send.
     std::unique_ptr<Beacon> launch(Beacon::Configuration config) {
@@ -305,9 +304,7 @@ TEST_F(BeaconTest, BadOrUnwritablePreferencesStillAllowOnePingAnHour) {
     ASSERT_TRUE(Files::replaceAtomically(folder + "/not-a-folder", "a file where a folder should be"));
     for (const std::string& path : { preferencesPath, folder + "/not-a-folder/preferences.ini" }) {
         sent.clear();
-        auto config = configuration();
-        config.preferencesPath = path;
-        auto beacon = launch(config);
+        auto beacon = launch(configuration(kEndpoint, path));
         now = kLaunch;
         beacon->start();
         for (double minutes : { 30, 60 }) {
@@ -345,6 +342,72 @@ TEST_F(BeaconTest, SendsOnePlainGETThatIsNeitherWaitedForNorRetried) {
     beacon.reset();
     EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 2; }, 5s)) << "dropping the beacon cancels";
     EXPECT_EQ(server.requestCount("/silent"), 2) << "no retry";
+}
+
+std::optional<SessionPreferences::WindowSize> windowFrom(const std::string& lines) {
+    std::string path = test::makeTempFolder("session") + "/preferences.ini";
+    Files::replaceAtomically(path, "[Orvane]\n" + lines);
+    Preferences preferences(path);
+    return SessionPreferences(preferences).windowSize(820, 520);
+}
+
+// The window's size is within the minimum and the largest side; the zoom
+// stays within its steps and belongs to one account.
+TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
+    using Size = SessionPreferences::WindowSize;
+    const std::pair<std::string, std::optional<Size>> cases[] = {
+        { "window-width=1000\nwindow-height=640\nwindow-maximized=true\n", Size { 1000, 640, true } },
+        { "window-width=300\nwindow-height=99999999\n",
+            Size { 820, SessionPreferences::kMaxWindowSide, false } },
+        { "window-width=1000.6\nwindow-height=700\nwindow-maximized=yes\n", Size { 1001, 700, false } },
+        { "window-width=-5\nwindow-height=700\n", std::nullopt },
+        { "window-width=nan\nwindow-height=700\n", std::nullopt },
+        { "window-width=1000\n", std::nullopt },
+        { "window-width=wide\nwindow-height=tall\n", std::nullopt },
+    };
+    for (const auto& [lines, expected] : cases)
+        EXPECT_EQ(windowFrom(lines), expected) << lines;
+
+    Preferences preferences(test::makeTempFolder("session") + "/preferences.ini");
+    SessionPreferences session(preferences);
+    const std::string id = "0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A098";
+    EXPECT_EQ(session.zoom(id), 1.0);
+    EXPECT_TRUE(session.setZoom(id, 40));
+    EXPECT_EQ(session.zoom(id), 3.0);
+    EXPECT_EQ(session.zoom("0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A099"), 1.0);
+    for (const std::string& bad : { ""s, "a=b"s, "x\ny"s, "zoom[1]"s, std::string(65, 'a') })
+        EXPECT_FALSE(session.setZoom(bad, 2.0)) << bad;
+
+    const std::tuple<double, double, double> steps[] = { // level, in, out
+        { 1.0, 1.1, 0.9 }, { 0.3, 0.5, 0.3 }, { 3.0, 3.0, 2.5 }, { 1.2, 1.25, 1.1 }, { 0.01, 0.5, 0.3 },
+        { 1e9, 3.0, 2.5 },
+    };
+    for (auto [level, in, out] : steps) {
+        EXPECT_EQ(SessionPreferences::zoomIn(level), in) << level;
+        EXPECT_EQ(SessionPreferences::zoomOut(level), out) << level;
+    }
+}
+
+// The desktop reads Exec as a quoted command line; the program and the
+// option come back whole whatever the path holds.
+TEST(SessionPreferencesTest, AutostartEntryRunsThisProgramInTheBackground) {
+    for (const std::string path : { "/usr/bin/orvane", "/opt/My Apps/or\"va$ne`\\%u/orvane" }) {
+        auto text = Autostart::entryText(path);
+        ASSERT_TRUE(text) << path;
+        g_autoptr(GKeyFile) file = g_key_file_new();
+        ASSERT_TRUE(g_key_file_load_from_data(file, text->c_str(), text->size(), G_KEY_FILE_NONE, nullptr));
+        g_autofree char* exec = g_key_file_get_string(file, "Desktop Entry", "Exec", nullptr);
+        g_auto(GStrv) argv = nullptr;
+        ASSERT_TRUE(g_shell_parse_argv(exec, nullptr, &argv, nullptr)) << exec;
+        std::string program = argv[0];
+        for (size_t at = 0; (at = program.find("%%", at)) != std::string::npos; ++at)
+            program.erase(at, 1);
+        EXPECT_EQ(program, path);
+        EXPECT_EQ(std::vector<std::string>(argv + 1, argv + g_strv_length(argv)),
+            std::vector<std::string> { "--background" });
+    }
+    for (const std::string path : { "", "orvane", "/bin/or\nvane" })
+        EXPECT_FALSE(Autostart::entryText(path)) << path;
 }
 
 } // namespace

@@ -119,12 +119,10 @@ TEST(MailServiceTest, JSONLiteralsReadBackAsTheSameTextAndTemplatesFillOnce) {
     EXPECT_EQ(fillTemplate("x", { { "", "never" } }), "x");
 }
 
-// What the titles mean. That a count is never negative, that an address has
-// an "@" and a dot and no separator, and that a name is a non-empty, trimmed
-// piece of the title, is fuzz/TitleParsersFuzzer's.
+// What the titles mean. That a count is never negative, that an address has an "@" and a dot and no
+// separator, and that a name is a non-empty, trimmed piece of the title, is fuzz/TitleParsersFuzzer's.
 TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
-    // Gmail's unread count: the digits between the first parentheses of an
-    // inbox title.
+    // Gmail's unread count: the digits between the first parentheses of an inbox title.
     const std::pair<Text, Count> counts[] = {
         { "Inbox (3) - a@b.c - Gmail", 3 },
         { "inbox(12)", 12 },
@@ -142,8 +140,7 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
     for (const auto& [title, count] : counts)
         EXPECT_EQ(TitleParsers::gmailInboxUnread(title), count) << title.value_or("no title");
 
-    // Gmail: the first address-like piece names the account; Outlook: the
-    // piece before the final "Outlook".
+    // Gmail: the first address-like piece names the account; Outlook: the piece before the final "Outlook".
     constexpr auto gmail = &TitleParsers::gmailEmail;
     constexpr auto outlook = &TitleParsers::outlookName;
     const std::tuple<Text (*)(const Text&), Text, Text> cases[] = {
@@ -168,12 +165,10 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
         EXPECT_EQ(parse(title), piece) << title.value_or("no title");
 }
 
-// Where an address leaving an account's pages goes: an http(s) address for
-// the browser (unwrapped from Google's redirect wrappers), a mailto: link for
-// Orvane's own routing, or nothing; and what a pop-up window is titled. That
-// only http(s) addresses of printable ASCII within the bound reach the
-// browser, and that what does is stable when checked again, is
-// fuzz/ExternalLinkFuzzer's.
+// Where an address leaving an account's pages goes: an http(s) address for the browser (unwrapped from
+// Google's redirect wrappers), a mailto: link for Orvane's own routing, or nothing; and what a pop-up
+// window is titled. That only http(s) addresses of printable ASCII within the bound reach the browser, and
+// that what does is stable when checked again, is fuzz/ExternalLinkFuzzer's.
 TEST(ExternalLinkTest, OnlyCheckedWebAddressesOfOtherHostsReachTheBrowserAndMailLinksTheRouting) {
     const std::string wrapper = "https://www.google.com/url?q=";
     const std::tuple<std::string, ExternalLink::Action, std::string> cases[] = {

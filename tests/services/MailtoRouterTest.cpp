@@ -126,9 +126,8 @@ TEST_F(MailtoRouterTest, ThePickerWaitsAndHighlightsUnlessAValidDefaultComposesA
     EXPECT_EQ(composed[0], std::pair(work.id, MailtoComponents { { "a@example.com" }, {}, {}, "Two" }));
     EXPECT_EQ(SenderChoice::highlightedID(store), work.id);
 
-    // A valid default composes at once, a megabyte link too; a calendar
-    // companion as default is still selected and remembered (the web layer
-    // finds no compose script for it).
+    // A valid default composes at once, a megabyte link too; a calendar companion as default is still
+    // selected and remembered (the web layer finds no compose script for it).
     store.setDefaultMailtoAccountID(home.id);
     EXPECT_EQ(SenderChoice::forReturn(store)->id, home.id) << "the default before the last sender";
     router.handleOpenURL("mailto:a@example.com?body=" + std::string(1024 * 1024, 'x'));
