@@ -33,7 +33,7 @@ using namespace std::string_literals;
 // characters, dots or spaces at its ends, and that numbering keeps the number and extension, is
 // fuzz/FileNamesFuzzer's. Here: which name is kept of a path, what is never decoded, and what is never
 // overwritten, followed or made outside the folder.
-TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) {
+TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolderAlsoInParallel) {
     std::string root = test::makeTempFolder("unique");
     std::string folder = root + "/Downloads";
     ASSERT_TRUE(Files::makeFolder(folder));
@@ -89,10 +89,9 @@ TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) 
     EXPECT_FALSE(Files::exists(untouched->path()));
 
     EXPECT_FALSE(UniqueFile::create(root + "/missing", "a.txt", "download")) << "no folder, no file";
-}
 
-TEST(UniqueFileTest, ParallelSavesOfOneNameEachGetTheirOwnFile) {
-    std::string folder = test::makeTempFolder("parallel");
+    // Parallel saves of one name each get their own file.
+    folder = test::makeTempFolder("parallel");
     std::vector<std::string> paths(100);
     std::vector<std::thread> threads;
     for (size_t i = 0; i < paths.size(); ++i) {

@@ -136,7 +136,7 @@ TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed
         "One two three\n\nFour\nFive & six");
 }
 
-TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedAndNoAnswerAfterDestruction) {
+TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestructionAndAResultForEachEnd) {
     for (const char* feedURL : { "file:///etc/passwd", "feed.xml" }) {
         UpdaterController updater(checkConfiguration(feedURL));
         EXPECT_FALSE(updater.canCheckForUpdates()) << feedURL;
@@ -172,9 +172,8 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedAndNoAnswerAfterDestr
     }
     EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 1; }, 5s)) << "the request was cancelled";
     EXPECT_FALSE(called);
-}
 
-TEST(UpdaterControllerTest, FeedsAndFetchOutcomesBecomeTheUsersResult) {
+    // What the user reads for each feed and each way the fetch ends.
     const auto config = checkConfiguration("https://orvane.example/appcast.xml");
     auto available = UpdaterController::resultOf({ .body = feedWith("0.2.0") }, config);
     ASSERT_EQ(available.kind, Kind::UpdateAvailable);
