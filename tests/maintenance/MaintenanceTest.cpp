@@ -217,11 +217,10 @@ protected:
         return { std::move(endpoint), "0.1.0", "12.0", path.empty() ? preferencesPath : path };
     }
     // A beacon on the test's clock that records what it would send.
-    std::unique_ptr<Beacon> launch(Beacon::Configuration config) {
+    std::unique_ptr<Beacon> launch(std::string endpoint = kEndpoint, std::string path = {}) {
         auto record = [this](const std::string& uri) { sent.push_back(uri); };
-        return std::make_unique<Beacon>(std::move(config), [this] { return now; }, record);
+        return std::make_unique<Beacon>(configuration(endpoint, path), [this] { return now; }, record);
     }
-    std::unique_ptr<Beacon> launch() { return launch(configuration()); }
     std::string storedID() { return Preferences(preferencesPath).string(Beacon::kInstallIDKey).value_or(""); }
 
     const std::string folder = test::makeTempFolder("beacon");
@@ -269,7 +268,7 @@ TEST_F(BeaconTest, UnknownVersionsAreQuestionMarksAndNoEndpointMeansNoPing) {
         "https://stats.orvane.example/?id=X&v=?&os=?&t=0");
     EXPECT_EQ(Beacon::pingURI("https://stats.orvane.example/", "X", "1", "12.0", HUGE_VAL), "");
     for (const char* endpoint : { "", "ftp://stats.orvane.example/ping", "not a url", "https:///no-host" }) {
-        auto off = launch(configuration(endpoint));
+        auto off = launch(endpoint);
         off->start();
         EXPECT_FALSE(off->isEnabled()) << endpoint;
     }
@@ -303,7 +302,7 @@ TEST_F(BeaconTest, BadOrUnwritablePreferencesStillAllowOnePingAnHour) {
     ASSERT_TRUE(Files::replaceAtomically(folder + "/not-a-folder", "a file where a folder should be"));
     for (const std::string& path : { preferencesPath, folder + "/not-a-folder/preferences.ini" }) {
         sent.clear();
-        auto beacon = launch(configuration(kEndpoint, path));
+        auto beacon = launch(kEndpoint, path);
         now = kLaunch;
         beacon->start();
         for (double minutes : { 30, 60 }) {

@@ -1,4 +1,6 @@
+// The accounts: how the store reads, saves and removes them, and the pure rules of their tiles.
 #include "AccountStore.h"
+#include "AvatarStyle.h"
 
 #include "AppPaths.h"
 #include "Files.h"
@@ -15,7 +17,9 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <fstream>
+#include <limits>
 #include <ranges>
 #include <vector>
 
@@ -455,6 +459,44 @@ TEST(AccountStoreFaults, SavesIntoAFullFolderKeepTheOldFileAndGoOn) {
     int status = -1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0) << "the child failed (see above) or ended by a signal";
+}
+
+// The pure rules of the avatar tile: its letter, its colour and its unread text. How the tile draws them is
+// the tile's widget test.
+TEST(AvatarStyleTest, InitialColourAndUnreadTextOfATile) {
+    using namespace AvatarStyle;
+    // The initial: the first character, upper-cased, or "+".
+    const std::pair<std::string, std::string> cases[] = {
+        { "New Account", "N" },
+        { " \t bob", "B" },                   // only spaces and tabs are trimmed
+        { "\nx", "\n" },
+        { "ßeta", "SS" },                      // full case mapping
+        { "e\u0301clair", "E\u0301" },         // a letter and its mark are one character
+        { "\U0001F469\u200D\U0001F469\u200D\U0001F467 home", "\U0001F469\u200D\U0001F469\u200D\U0001F467" },
+        { "\U0001F1EB\U0001F1F7 Paris", "\U0001F1EB\U0001F1F7" },
+        { "田中", "田" },
+        { std::string("\xff" "abc", 4), "\uFFFD" }, // broken UTF-8 is repaired first
+        { "", "+" },
+        { " \t ", "+" },
+        { "  ?unknown", "+" },
+    };
+    for (const auto& [label, initial] : cases)
+        EXPECT_EQ(initialForLabel(label), initial) << label;
+
+    // Seeds give half-saturated colours round the wheel.
+    EXPECT_DOUBLE_EQ(hueForSeed(725), 5.0 / 360.0);
+    EXPECT_DOUBLE_EQ(hueForSeed(-30), 330.0 / 360.0) << "negative seeds wrap around";
+    EXPECT_DOUBLE_EQ(hueForSeed(-360), 0.0);
+    EXPECT_LT(hueForSeed(std::numeric_limits<int64_t>::min()), 1.0);
+    // The colours drawn for 0, 120 and -120 are checked in tests/app/AvatarViewUITest.
+
+    // The unread text is empty below one and caps at 99+.
+    const std::pair<int64_t, const char*> unread[] = {
+        { std::numeric_limits<int64_t>::min(), "" }, { 0, "" }, { 1, "1" }, { 99, "99" }, { 100, "99+" },
+        { std::numeric_limits<int64_t>::max(), "99+" },
+    };
+    for (const auto& [count, text] : unread)
+        EXPECT_EQ(unreadText(count), text) << count;
 }
 
 } // namespace
