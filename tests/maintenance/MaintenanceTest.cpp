@@ -349,8 +349,6 @@ std::optional<SessionPreferences::WindowSize> windowFrom(const std::string& line
     return SessionPreferences(preferences).windowSize(820, 520);
 }
 
-// The window's size is within the minimum and the largest side; the zoom
-// stays within its steps and belongs to one account.
 TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
     using Size = SessionPreferences::WindowSize;
     const std::pair<std::string, std::optional<Size>> cases[] = {

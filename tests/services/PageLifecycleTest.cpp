@@ -14,8 +14,6 @@ using Activity = HibernationPolicy::Activity;
 using Limit = std::optional<HibernationPolicy::Seconds>;
 using Kind = PageFailure::Kind;
 
-// An account sleeps only when idle for the limit with nothing keeping it
-// awake; the environment replaces the preference and bad values fall back.
 TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayReplace) {
     const std::tuple<const char*, Limit, Activity, std::chrono::steady_clock::duration, bool> cases[] = {
         { "idle for the limit", 900s, {}, 900s, true },
@@ -53,8 +51,6 @@ TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayR
             << preference.value_or(-1) << " / " << environment.value_or("(unset)");
 }
 
-// Only real failures of the main load show the status page, and a page comes
-// back by itself only where a reload can help.
 TEST(PageFailureTest, OnlyRealFailuresShowTheStatusPageAndOnlySomeReloadByThemselves) {
     const std::string io = g_quark_to_string(G_IO_ERROR);
     const std::string resolver = g_quark_to_string(G_RESOLVER_ERROR), tls = g_quark_to_string(G_TLS_ERROR);
