@@ -97,7 +97,8 @@ TEST_F(MailtoRouterTest, ThePickerWaitsAndHighlightsUnlessAValidDefaultComposesA
     const Account home = store.addAccount();
     const Account calendar = store.addCalendar(home);
     const Account work = store.addOutlookAccount();
-    EXPECT_EQ(SenderChoice::forReturn(store)->id, home.id) << "calendars come after the mail side";
+    store.move(calendar, -2);
+    EXPECT_EQ(SenderChoice::forReturn(store)->id, work.id) << "the first mail account, not a calendar";
     store.setDefaultMailtoAccountID(work.id);
     router.handleOpenURL("mailto:ana@example.com?subject=Hi");
     router.handleOpenURL("MAILTO:tom@example.com");
