@@ -36,8 +36,10 @@ TEST_F(AccountPagesTest, PagesSwitchUnreloadedSurviveAFailedSaveAndAKilledProces
     // The Outlook page's second load waits until the test lets it go.
     holdSecondAnswer("/e2e/green.html");
     orvane.setEnvironment("GTK_A11Y", "atspi");
+    orvane.setEnvironment("ORVANE_PRINT_TO_PDF", orvane.folder() + "/printed.pdf");
     ASSERT_TRUE(startOrvane("/e2e/red.html?who=gmail"));
     EXPECT_EQ(orvane.actionEnabled("check-for-updates"), false) << "no update feed configured";
+    ASSERT_TRUE(orvane.activateAction("print")) << "no account: nothing to print";
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded"));
     std::set<int> before = webProcesses(), added;
@@ -61,6 +63,7 @@ TEST_F(AccountPagesTest, PagesSwitchUnreloadedSurviveAFailedSaveAndAKilledProces
         ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(position)));
     EXPECT_EQ(orvane.selectedAccountID(), ids[0]);
     EXPECT_EQ(orvane.accountIDs(), ids);
+    EXPECT_FALSE(Files::exists(orvane.folder() + "/printed.pdf"));
     EXPECT_EQ(loads("red"), 1);
     EXPECT_EQ(loads("green"), 1);
 

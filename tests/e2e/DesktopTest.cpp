@@ -1,9 +1,15 @@
-// The pages' notifications on the desktop, end to end: the real orvane on its
-// private bus with a notification server of the test's own.
+// What pages reach of the desktop, end to end. Their notifications, on a
+// notification server of the test's own on orvane's private bus. What they
+// open and print: outside links go to the default browser, pop-ups open in
+// windows of their own and close again; the print command prints the
+// selected account's page or the active pop-up, a page's window.print() the
+// view it came from (a frame its whole page). Prints go to ORVANE_PRINT_TO_PDF.
 #include "E2ETest.h"
 
 #include "Files.h"
 #include "support/BusCall.h"
+
+#include <glib/gstdio.h>
 
 namespace orvane::test {
 
@@ -24,15 +30,15 @@ constexpr const char* kFreedesktopServer = R"XML(<node><interface name="org.free
 
 } // namespace
 
-class NotificationTest : public E2ETest {
+class DesktopTest : public E2ETest {
 protected:
     struct Shown {
         std::string id, title, body, action;
         std::pair<std::string, std::string> target; // (account, notif)
     };
 
-    // A Gmail and a Calendar account on the notify page, the calendar
-    // selected; orvane, then the notification server, once the pages have
+    // A Gmail account on the notify page and a Calendar account, selected, on
+    // the print page; orvane, then the notification server, once the pages have
     // loaded and the Gmail account has its label from its page's title.
     // GLib sends notifications to org.gtk.Notifications (GNOME Shell's) when
     // that name is owned, else to org.freedesktop.Notifications: the test
@@ -41,8 +47,7 @@ protected:
     bool start(bool enabled, std::vector<const char*> capabilities = {}) {
         writeAccounts({ account(kGmailID, "mail"), account(kCalendarID, "calendar") },
             { { "selectedAccountID", kCalendarID }, { "notificationsEnabled", enabled } });
-        const std::string page = "/notify/index.html?who=";
-        if (!startOrvane(page + "gmail", page + "outlook", page + "calendar"))
+        if (!startOrvane("/notify/index.html?who=gmail", "/e2e/green.html", "/print/index.html?who=calendar"))
             return false;
         bool gtk = capabilities.empty();
         capabilities.push_back(nullptr);
@@ -105,17 +110,58 @@ protected:
         return waitUntil([&] { return orvane.selectedAccountID() == accountID; }, 20s);
     }
 
+    // The text of the next PDF printed, or "(no PDF)".
+    std::string printed() {
+        std::string text = "(no PDF)";
+        waitUntil([&] {
+            auto result = Files::exists(pdf) ? orvane.run({ "pdftotext", pdf, "-" }) : std::nullopt;
+            if (result && result->status == 0 && !result->output.empty())
+                text = result->output;
+            return text != "(no PDF)";
+        }, 30s);
+        g_remove(pdf.c_str());
+        return text;
+    }
+    static bool has(const std::string& text, const char* word) {
+        return text.find(word) != std::string::npos;
+    }
+
+    std::string pdf = orvane.folder() + "/printed.pdf";
     std::vector<Shown> shown;
     std::unique_ptr<BusService> m_server;
 };
 
-TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccountEvenAfterOrvaneQuit) {
+TEST_F(DesktopTest, NotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndClicksWorkAfterOrvaneQuit) {
     // The bus starts `orvane --gapplication-service`, with this run's
     // environment, for app.orvane.Orvane when it is not running.
     ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/dbus-1/services"));
     ASSERT_TRUE(Files::replaceAtomically(orvane.dataHome() + "/dbus-1/services/app.orvane.Orvane.service",
         "[D-BUS Service]\nName=app.orvane.Orvane\nExec=" ORVANE_BINARY " --gapplication-service\n"));
+    // A stand-in browser, the default for web links, notes each address it gets.
+    std::string opened = orvane.folder() + "/browser-opened.txt", browser = orvane.folder() + "/browser.sh";
+    ASSERT_TRUE(Files::replaceAtomically(browser, "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" + opened + "'\n"));
+    g_chmod(browser.c_str(), 0755);
+    ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/applications"));
+    ASSERT_TRUE(Files::replaceAtomically(orvane.dataHome() + "/applications/browser.desktop",
+        "[Desktop Entry]\nType=Application\nName=Browser\nMimeType=x-scheme-handler/https;\nExec=" + browser
+            + " %u\n"));
+    ASSERT_TRUE(Files::replaceAtomically(orvane.configHome() + "/mimeapps.list",
+        "[Default Applications]\nx-scheme-handler/https=browser.desktop\n"));
+    orvane.setEnvironment("ORVANE_PRINT_TO_PDF", pdf);
     ASSERT_TRUE(start(false));
+    EXPECT_FALSE(Files::exists(pdf));
+
+    runInPage("calendar",
+        "const a = document.createElement('a'); a.href = 'https://example.org/outside';"
+        "document.body.append(a); a.click()");
+    EXPECT_TRUE(waitUntil([&] { return Files::read(opened, 1 << 20) == "https://example.org/outside\n"; }));
+    EXPECT_EQ(server.requestCount("/print/index.html"), 1);
+    ASSERT_TRUE(orvane.activateAction("print"));
+    std::string text = printed();
+    EXPECT_TRUE(has(text, "ACCOUNTPAGE")) << text;
+    runInPage("calendar", "document.getElementById('frame').contentWindow.print()");
+    text = printed();
+    EXPECT_TRUE(has(text, "ACCOUNTPAGE") && has(text, "FRAMEPART")) << text;
 
     // While off, nothing shows; the page's title change reaches Orvane after
     // its notification did. The preferences' switch turns them on at once.
@@ -138,16 +184,35 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
     EXPECT_EQ(first->action, "app.notification-clicked");
     EXPECT_EQ(first->target, std::make_pair(std::string(kGmailID), std::string("2"))) << "the page's second";
 
-    // A pop-up's notification shows nothing; the page's next one does.
+    // A click on the page opens the pop-up, a window of its own whatever size
+    // it asks for, which prints itself when it has loaded.
     auto point = webAreaPoint();
     ASSERT_TRUE(orvane.click(point.first, point.second));
-    ASSERT_TRUE(waitForEvents("popup", "loaded", 1));
+    text = printed();
+    EXPECT_TRUE(has(text, "POPUPPAGE") && !has(text, "ACCOUNTPAGE")) << text;
+    unsigned long popup = windows(2)[1];
+    auto geometry = orvane.geometry(popup);
+    ASSERT_TRUE(geometry);
+    EXPECT_EQ(geometry->width, 820);
+    EXPECT_EQ(geometry->height, 620);
+    ASSERT_TRUE(orvane.pressKeys(popup, "ctrl+p"));
+    text = printed();
+    EXPECT_TRUE(has(text, "POPUPPAGE")) << text;
+    // A pop-up's notification shows nothing; the page's next one does.
     runInPage("popup", "show('p', 'From the pop-up'); report('posted')");
     ASSERT_TRUE(waitForEvents("popup", "posted", 1));
     runInPage("gmail", "show('q', 'After the pop-up')");
     ASSERT_TRUE(waitFor("After the pop-up"));
     for (const auto& shown : shown)
         EXPECT_NE(shown.title, "From the pop-up");
+    runInPage("popup", "window.close()");
+    EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
+
+    // A page that brings its own window.print keeps it.
+    runInPage("calendar", "window.print = () => report('own print'); window.print()");
+    ASSERT_TRUE(waitForEvents("calendar", "own print"));
+    ASSERT_TRUE(orvane.actionEnabled("quit"));
+    EXPECT_FALSE(Files::exists(pdf));
 
     // A click selects the account and runs the page's handler; ids that would
     // break out of a quoted script run nothing, as the next click reports.
@@ -190,7 +255,7 @@ TEST_F(NotificationTest, PageNotificationsShowOnlyWhenOnAndAClickSelectsTheAccou
 
 // GLib passes bodies on to org.freedesktop.Notifications as they are: Orvane
 // escapes them for a server that reads markup, and only for one.
-TEST_F(NotificationTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarkup) {
+TEST_F(DesktopTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarkup) {
     for (bool markup : { true, false }) {
         ASSERT_TRUE(start(true, markup ? std::vector { "body", "body-markup" } : std::vector { "body" }));
         runInPage("gmail", "show('m', 'Tags', { body: '<b>x</b> & y' })");
