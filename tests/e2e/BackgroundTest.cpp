@@ -18,7 +18,7 @@ TEST_F(BackgroundTest, ClosedWindowKeepsPagesLiveUntilQuitAndTheNextRunKeepsSize
     serveWithRemote("/e2e/live.html", "/e2e/red.html",
         "for (const type of ['load', 'resize']) addEventListener(type, () => report('width', innerWidth));");
     auto zoomedWidth = [&](int expected) {
-        auto width = [&] { return events("gmail", "width").back().data.get<int>(); };
+        auto width = [&] { return events("gmail", "width").back().get<int>(); };
         return waitUntil([&] { return std::abs(width() * 1.25 - expected) <= 2; }, 10s);
     };
     ASSERT_TRUE(startOrvane("/e2e/live.html?who=gmail"));
@@ -27,7 +27,7 @@ TEST_F(BackgroundTest, ClosedWindowKeepsPagesLiveUntilQuitAndTheNextRunKeepsSize
     ASSERT_TRUE(waitForColor(webAreaPoint(), kRed, "background-before"));
 
     // Ctrl+plus twice is 125 %: the page's CSS pixels are wider.
-    const int unzoomed = events("gmail", "width").back().data.get<int>();
+    const int unzoomed = events("gmail", "width").back().get<int>();
     ASSERT_TRUE(orvane.pressKeys(window, "ctrl+plus"));
     ASSERT_TRUE(orvane.pressKeys(window, "ctrl+plus"));
     EXPECT_TRUE(zoomedWidth(unzoomed));
@@ -48,7 +48,8 @@ TEST_F(BackgroundTest, ClosedWindowKeepsPagesLiveUntilQuitAndTheNextRunKeepsSize
             std::replace(path.begin(), path.end(), '.', '_');
             auto granted = g_variant_new_parsed("(@u 0, {'background': <true>, 'autostart': <false>})");
             const char* request = "org.freedesktop.portal.Request";
-            g_dbus_connection_emit_signal(orvane.bus(), sender, path.c_str(), request, "Response", granted, nullptr);
+            g_dbus_connection_emit_signal(
+                orvane.bus(), sender, path.c_str(), request, "Response", granted, nullptr);
             return g_variant_new("(o)", path.c_str());
         });
 

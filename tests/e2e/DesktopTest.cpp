@@ -219,7 +219,7 @@ TEST_F(DesktopTest, NotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndCl
     ASSERT_TRUE(click(*first));
     EXPECT_TRUE(waitForSelection(kGmailID));
     ASSERT_TRUE(waitForEvents("gmail", "clicked", 1));
-    EXPECT_EQ(events("gmail", "clicked")[0].data["key"], "first");
+    EXPECT_EQ(events("gmail", "clicked")[0]["key"], "first");
     for (const char* hostile : { "');window.__pwned=true;//", "\\');window.__pwned=true;//",
              "\");window.__pwned=true;//", "'+(window.__pwned=true)+'", "\u2028');window.__pwned=true;//" })
         ASSERT_TRUE(orvane.activateAction("notification-clicked", g_variant_new("(ss)", kGmailID, hostile)));
@@ -227,7 +227,7 @@ TEST_F(DesktopTest, NotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndCl
     auto second = waitFor("Click me too");
     ASSERT_TRUE(second && click(*second));
     ASSERT_TRUE(waitForEvents("gmail", "clicked", 2));
-    EXPECT_EQ(events("gmail", "clicked")[1].data["pwned"], false);
+    EXPECT_EQ(events("gmail", "clicked")[1]["pwned"], false);
 
     // A flood stays bounded, Orvane answers D-Bus all along, and the last
     // notification is never lost: it waits for its turn.

@@ -94,11 +94,11 @@ TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayTheP
 
     ASSERT_TRUE(drag(uris({ file("report.pdf"), file("holiday photo.jpg") }), point.first, point.second));
     ASSERT_TRUE(waitForEvents("gmail", "files-chosen"));
-    auto chosen = events("gmail", "files-chosen").front().data;
+    auto chosen = events("gmail", "files-chosen").front();
     EXPECT_EQ(chosen["names"], nlohmann::json::array({ "report.pdf", "holiday photo.jpg" }));
     // The drop opened a compose form first, and the page never got the drop.
     ASSERT_EQ(events("gmail", "compose-clicked").size(), 1u);
-    EXPECT_LT(events("gmail", "compose-clicked")[0].data["at"].get<double>(), chosen["at"].get<double>());
+    EXPECT_LT(events("gmail", "compose-clicked")[0]["at"].get<double>(), chosen["at"].get<double>());
     EXPECT_TRUE(events("gmail", "page-drop").empty());
     EXPECT_FALSE(chooserShown());
 

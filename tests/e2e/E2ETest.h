@@ -63,23 +63,18 @@ setInterval(() => {
         return found;
     }
 
-    struct Event {
-        std::string who, event;
-        nlohmann::json data;
-    };
-
+    // Pages ask /notify/next for scripts the test queued and report their
+    // events to /notify/report, which the server records.
     E2ETest() {
+        server.serve("/notify/report", "", "text/javascript");
         server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
-            auto& queue = m_queues[parameter(message, "who")];
-            respond(message, queue.empty() ? "" : queue.front());
+            auto& queue = m_queues[parameter(g_uri_get_query(soup_server_message_get_uri(message)), "who")];
+            std::string script = queue.empty() ? "" : queue.front();
             if (!queue.empty())
                 queue.pop_front();
-        });
-        server.handle("/notify/report", [this](SoupServerMessage* message, const std::string&) {
-            auto data = nlohmann::json::parse(parameter(message, "data"), nullptr, false);
-            m_events.push_back({ parameter(message, "who"), parameter(message, "event"),
-                data.is_discarded() ? nullptr : data });
-            respond(message, "");
+            soup_server_message_set_status(message, 200, nullptr);
+            soup_server_message_set_response(
+                message, "text/javascript", SOUP_MEMORY_COPY, script.data(), script.size());
         });
     }
     // Orvane goes before the test's own members do. While it quits its pages
@@ -147,10 +142,14 @@ setInterval(() => {
     }
     // The page runs the script the next time it asks (within 50 ms).
     void runInPage(const std::string& who, const std::string& script) { m_queues[who].push_back(script); }
-    std::vector<Event> events(const std::string& who, const std::string& event) const {
-        std::vector<Event> found;
-        std::copy_if(m_events.begin(), m_events.end(), std::back_inserter(found),
-            [&](const Event& e) { return e.who == who && e.event == event; });
+    // The data of each event of this name the page reported, in order.
+    std::vector<nlohmann::json> events(const std::string& who, const std::string& event) const {
+        std::vector<nlohmann::json> found;
+        for (const auto& report : server.requests("/notify/report")) {
+            const char* query = report.query.c_str();
+            if (parameter(query, "who") == who && parameter(query, "event") == event)
+                found.push_back(nlohmann::json::parse(parameter(query, "data"), nullptr, false));
+        }
         return found;
     }
     bool waitForEvents(const std::string& who, const std::string& event, size_t count = 1) const {
@@ -166,7 +165,7 @@ setInterval(() => {
     // A text field of the page's compose form as kFormReporter last reported it, or "".
     std::string formField(const std::string& who, const char* name = "subject") const {
         auto forms = events(who, "form");
-        auto form = forms.empty() ? nlohmann::json() : forms.back().data;
+        auto form = forms.empty() ? nlohmann::json() : forms.back();
         return form.is_object() && form[name].is_string() ? form[name].get<std::string>() : "";
     }
 
@@ -208,24 +207,17 @@ setInterval(() => {
     Ref<SoupServerMessage> held;
 
 private:
-    static std::string parameter(SoupServerMessage* message, const char* name) {
-        const char* query = g_uri_get_query(soup_server_message_get_uri(message));
+    static std::string parameter(const char* query, const char* name) {
         GHashTable* form = soup_form_decode(query ? query : "");
         const char* value = static_cast<const char*>(g_hash_table_lookup(form, name));
         std::string result = value ? value : "";
         g_hash_table_unref(form);
         return result;
     }
-    static void respond(SoupServerMessage* message, const std::string& body) {
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(
-            message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
-    }
 
     unsigned long m_main = 0;
     GdkDisplay* m_display = nullptr;
     std::map<std::string, std::deque<std::string>> m_queues;
-    std::vector<Event> m_events;
 };
 
 } // namespace orvane::test

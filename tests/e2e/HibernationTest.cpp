@@ -36,7 +36,7 @@ TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake
     // Typed into the selected Gmail page's compose form.
     runInPage("gmail", "document.querySelector('[gh=cm]').click()");
     auto forms = [&] { return events("gmail", "form"); };
-    ASSERT_TRUE(waitUntil([&] { return !forms().empty() && forms().back().data.is_object(); }, 10s));
+    ASSERT_TRUE(waitUntil([&] { return !forms().empty() && forms().back().is_object(); }, 10s));
     auto [x, y] = webAreaPoint();
     ASSERT_TRUE(orvane.click(x - 400, y));
     runInPage("gmail", "document.querySelector('[aria-label=\"To recipients\"]').focus(); report('focused')");

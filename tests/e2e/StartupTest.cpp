@@ -69,7 +69,7 @@ TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndAnInstalledCopyTrust
         if (!waitForEvents("gmail", "stamp", run))
             return "no answer";
         orvane.stop();
-        return events("gmail", "stamp").back().data.get<std::string>();
+        return events("gmail", "stamp").back().get<std::string>();
     };
 
     // Group-writable: refused, so pages carry no stamp (the build tree's
