@@ -119,20 +119,16 @@ TEST_F(AccountPagesTest, PagesSwitchUnreloadedSurviveAFailedSaveAndAKilledProces
 }
 
 TEST_F(AccountPagesTest, AnUnreachablePageShowsWhyAndLoadsOnReloadOnceItsServerIsThere) {
-    // A port nothing listens on, until the test serves the page there.
-    auto late = adopt(soup_server_new(nullptr, nullptr));
-    ASSERT_TRUE(soup_server_listen_local(late.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, nullptr));
-    GSList* uris = soup_server_get_uris(late.get());
-    int port = g_uri_get_port(static_cast<GUri*>(uris->data));
-    g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
-    soup_server_disconnect(late.get());
+    // A port nothing listens on once its server is gone, until the test
+    // serves the page there.
+    const unsigned port = FixtureServer().port();
     std::string home = "http://127.0.0.1:" + std::to_string(port) + "/";
     orvane.overrideServices(home, server.uri("/e2e/green.html"), server.uri("/e2e/blue.html"));
     ASSERT_TRUE(orvane.start());
     ASSERT_TRUE(orvane.activateAction("add-account"));
     EXPECT_TRUE(waitForStatusPage("unreachable", kRed));
 
-    late = adopt(soup_server_new(nullptr, nullptr));
+    auto late = adopt(soup_server_new(nullptr, nullptr));
     auto serveRed = +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*, gpointer) {
         const char* page = "<html><body style='margin:0;height:100vh;background:#d62828'></body></html>";
         soup_server_message_set_status(message, 200, nullptr);

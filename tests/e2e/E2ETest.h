@@ -101,10 +101,8 @@ setInterval(() => {
     }
 
     // An account as accounts.json holds it.
-    static nlohmann::json account(const std::string& id, const std::string& service,
-        const std::string& label = "", const std::string& dataStore = "") {
-        return { { "id", id }, { "label", label.empty() ? service : label },
-            { "dataStoreID", dataStore.empty() ? id : dataStore }, { "colorSeed", 1 },
+    static nlohmann::json account(const std::string& id, const std::string& service) {
+        return { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 },
             { "service", service } };
     }
     // accounts.json with these accounts, the first one selected unless
@@ -115,10 +113,6 @@ setInterval(() => {
             settings["selectedAccountID"] = accounts.front()["id"];
         orvane.writeAccountsFile(settings);
     }
-    static nlohmann::json newAccount(const std::string& service = "mail") {
-        return account(newUUID(), service);
-    }
-
     // Serves the fixture at `path`, and holds its second answer back in
     // `held` until the test unpauses it.
     void holdSecondAnswer(const std::string& path) {

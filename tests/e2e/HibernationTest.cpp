@@ -23,7 +23,8 @@ protected:
 };
 
 TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake) {
-    writeAccounts({ newAccount(), newAccount("outlook"), newAccount("calendar") });
+    writeAccounts(
+        { account(newUUID(), "mail"), account(newUUID(), "outlook"), account(newUUID(), "calendar") });
     orvane.setEnvironment("ORVANE_HIBERNATE_AFTER", "2");
     orvane.setEnvironment("G_MESSAGES_DEBUG", "Orvane");
     serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);

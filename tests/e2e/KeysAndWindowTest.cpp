@@ -29,7 +29,7 @@ protected:
 };
 
 TEST_F(KeysAndWindowTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPagesLiveWithSizeAndZoom) {
-    writeAccounts({ newAccount(), newAccount("outlook") });
+    writeAccounts({ account(newUUID(), "mail"), account(newUUID(), "outlook") });
     serveWithRemote("/e2e/keys-red.html", "/e2e/red.html",
         "addEventListener('keydown', e => report('key', e.key));"
         "document.body.insertAdjacentHTML('afterbegin', '<p>hay needle hay needle hay needle</p>');"
