@@ -8,20 +8,6 @@
 
 namespace orvane::test {
 
-namespace {
-
-// Added to the stand-in page: reports what it logs, and drops that reach it.
-constexpr const char* kReporter = R"JS(
-const log = window.__fixtureLog, push = log.push.bind(log);
-log.push = (...entries) => {
-    entries.forEach(entry => report(entry.type, Object.assign({ at: performance.now() }, entry)));
-    return push(...entries);
-};
-document.addEventListener('drop', () => report('page-drop'), true);
-)JS";
-
-} // namespace
-
 class DropAttachTest : public E2ETest {
 protected:
     void TearDown() override {
@@ -86,7 +72,7 @@ protected:
 };
 
 TEST_F(DropAttachTest, FilesDroppedOnGmailOpenComposeAndAttachWhileLinksStayThePages) {
-    serveWithRemote("/gmail/", "/gmail/index.html", kReporter);
+    serveWithRemote("/gmail/", "/gmail/index.html", "drop-reporter.js");
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/", "/calendar/"));
     ASSERT_TRUE(orvane.activateAction("add-account"));
     ASSERT_TRUE(waitForEvents("gmail", "loaded"));

@@ -25,22 +25,6 @@ class E2ETest : public ::testing::Test {
 protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
-    // Added to a Gmail or Outlook stand-in: reports every change of its
-    // compose form (Gmail's first dialog) as 'form'.
-    static constexpr const char* kFormReporter = R"JS(
-let lastForm = '';
-setInterval(() => {
-    let form;
-    try {
-        form = window.__fixture.dialogs ? window.__fixture.dialogs()[0] || null : window.__fixture.compose();
-    } catch (e) {
-        return;
-    }
-    if (JSON.stringify(form) !== lastForm)
-        report('form', form), lastForm = JSON.stringify(form);
-}, 100);
-)JS";
-
     // The live WebKit web processes below orvane (through the sandbox's own).
     std::set<int> webProcesses() const {
         auto listing = orvane.run({ "ps", "-e", "-o", "pid=,ppid=,s=,comm=" });
@@ -129,10 +113,13 @@ setInterval(() => {
     }
 
     // Serves a stand-in page (tests/fixtures/gmail/index.html…) at `path`
-    // with remote.js and `script` added.
-    void serveWithRemote(const std::string& path, const std::string& file, const std::string& script = "") {
-        auto remote = Files::read(FixtureServer::fixturesDir() + "/notify/remote.js", 1 << 16).value_or("");
-        serveFixtureWithScript(server, path, file, [=] { return remote + script; });
+    // with remote.js and, when named, a reporter of tests/fixtures/e2e added.
+    void serveWithRemote(const std::string& path, const std::string& file, const std::string& reporter = "") {
+        auto text = [](const std::string& name) {
+            return Files::read(FixtureServer::fixturesDir() + name, 1 << 16).value_or("");
+        };
+        auto scripts = text("/notify/remote.js") + (reporter.empty() ? "" : text("/e2e/" + reporter));
+        serveFixtureWithScript(server, path, file, [=] { return scripts; });
     }
     // The page runs the script the next time it asks (within 50 ms).
     void runInPage(const std::string& who, const std::string& script) { m_queues[who].push_back(script); }
@@ -156,7 +143,7 @@ setInterval(() => {
         return int(std::ranges::count_if(all, [&](auto& r) { return r.query.rfind(query, 0) == 0; }));
     }
     int loads(const std::string& page) const { return requests("/e2e/loaded", "page=" + page); }
-    // A text field of the page's compose form as kFormReporter last reported it, or "".
+    // A text field of the page's compose form as form-reporter.js last reported it, or "".
     std::string formField(const std::string& who, const char* name = "subject") const {
         auto forms = events(who, "form");
         auto form = forms.empty() ? nlohmann::json() : forms.back();

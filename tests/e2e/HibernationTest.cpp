@@ -27,7 +27,7 @@ TEST_F(HibernationTest, AnIdleAccountSleepsAndWakesWhileTypedTextKeepsAPageAwake
         { account(newUUID(), "mail"), account(newUUID(), "outlook"), account(newUUID(), "calendar") });
     orvane.setEnvironment("ORVANE_HIBERNATE_AFTER", "2");
     orvane.setEnvironment("G_MESSAGES_DEBUG", "Orvane");
-    serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
+    serveWithRemote("/gmail/", "/gmail/index.html", "form-reporter.js");
     // The calendar page's second load waits until the test lets it go.
     holdSecondAnswer("/e2e/blue.html");
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail"));
