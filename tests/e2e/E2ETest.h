@@ -143,7 +143,7 @@ protected:
         return int(std::ranges::count_if(all, [&](auto& r) { return r.query.rfind(query, 0) == 0; }));
     }
     int loads(const std::string& page) const { return requests("/e2e/loaded", "page=" + page); }
-    // A text field of the page's compose form as form-reporter.js last reported it, or "".
+    // A text field of the page's compose form as compose-reporter.js last reported it, or "".
     std::string formField(const std::string& who, const char* name = "subject") const {
         auto forms = events(who, "form");
         auto form = forms.empty() ? nlohmann::json() : forms.back();

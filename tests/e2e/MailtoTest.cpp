@@ -22,8 +22,8 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     const std::string kGmailID = newUUID(), kOutlookID = newUUID();
     writeAccounts(
         { account(kGmailID, "mail"), account(kOutlookID, "outlook") }, { { "alwaysAskOnMailto", true } });
-    serveWithRemote("/gmail/", "/gmail/index.html", "form-reporter.js");
-    serveWithRemote("/outlook/mail/", "/outlook/mail/index.html", "form-reporter.js");
+    serveWithRemote("/gmail/", "/gmail/index.html", "compose-reporter.js");
+    serveWithRemote("/outlook/mail/", "/outlook/mail/index.html", "compose-reporter.js");
     // A cold start with a link: the picker waits for the choice.
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/?who=outlook", "/calendar/",
         { "mailto:tom@example.com,eva@example.com?subject=Quarterly%20numbers&body=See%20you%20at%2010" }));
