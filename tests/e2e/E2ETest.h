@@ -100,8 +100,8 @@ protected:
     // Serves the fixture at `path`, and holds its second answer back in
     // `held` until the test unpauses it.
     void holdSecondAnswer(const std::string& path) {
-        server.handle(path, [this, path](SoupServerMessage* message, const std::string&) {
-            auto page = Files::read(FixtureServer::fixturesDir() + path, 1 << 20).value_or("");
+        auto page = Files::read(FixtureServer::fixturesDir() + path, 1 << 20).value_or("");
+        server.handle(path, [this, path, page](SoupServerMessage* message, const std::string&) {
             soup_server_message_set_status(message, 200, nullptr);
             soup_server_message_set_response(
                 message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
