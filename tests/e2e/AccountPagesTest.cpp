@@ -108,10 +108,10 @@ TEST_F(AccountPagesTest, PagesSwitchUnreloadedSurviveAFailedSaveAndAKilledProces
     AtSpi atspi(orvane.bus());
     ASSERT_TRUE(atspi);
     runInPage("gmail", "location.href = '/files/report.pdf'");
-    EXPECT_TRUE(atspi.shows("label", { "“report.pdf” downloaded" })) << atspi.seen();
+    EXPECT_TRUE(atspi.shows("label", "“report.pdf” downloaded")) << atspi.seen();
     EXPECT_TRUE(orvane.screenshot("download-toast"));
     ASSERT_TRUE(atspi.press("button", "Show in Files")) << atspi.seen();
-    EXPECT_TRUE(atspi.shows("button", { "Downloads · Downloads" })) << atspi.seen();
+    EXPECT_TRUE(atspi.shows("button", "Downloads · Downloads")) << atspi.seen();
     std::string file = std::string(orvane.getenv("HOME")) + "/Downloads/report.pdf";
     EXPECT_TRUE(waitUntil([&] { return shown.size() == 1; }, 10s));
     EXPECT_EQ(shown, std::vector<std::string> { "['file://" + file + "']" });

@@ -27,18 +27,17 @@ public:
     }
     explicit operator bool() const { return bool(m_bus); }
 
-    // Once the objects of this role include all these lines ("name" or
-    // "name · description").
-    bool shows(const std::string& role, const std::vector<std::string>& wanted) {
+    // Once an object of this role shows this line ("name" or "name · description").
+    bool shows(const std::string& role, const std::string& line) {
         return waitUntil([&] {
             m_seen.clear();
             walk("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root", role, 0);
-            return std::ranges::all_of(wanted, [&](auto& line) { return find(line) != m_seen.end(); });
+            return find(line) != m_seen.end();
         }, 30s);
     }
     // Once one of this role shows the line, runs its first action (a button's click).
     bool press(const std::string& role, const std::string& line) {
-        return shows(role, { line })
+        return shows(role, line)
             && call(find(line)->bus, find(line)->path, "org.a11y.atspi.Action", "DoAction",
                 g_variant_new("(i)", 0));
     }

@@ -136,13 +136,11 @@ protected:
     bool waitForEvents(const std::string& who, const std::string& event, size_t count = 1) const {
         return waitUntil([&] { return events(who, event).size() >= count; }, 30s);
     }
-    // Requests for the path whose query starts so ("page=red" at
-    // /e2e/loaded, "who=gmail" at /notify/next).
-    int requests(const std::string& path, const std::string& query) const {
-        auto all = server.requests(path);
-        return int(std::ranges::count_if(all, [&](auto& r) { return r.query.rfind(query, 0) == 0; }));
+    // How often the page of tests/fixtures/e2e of this name has loaded.
+    int loads(const std::string& page) const {
+        auto all = server.requests("/e2e/loaded");
+        return int(std::ranges::count_if(all, [&](auto& r) { return r.query.starts_with("page=" + page); }));
     }
-    int loads(const std::string& page) const { return requests("/e2e/loaded", "page=" + page); }
     // A text field of the page's compose form as compose-reporter.js last reported it, or "".
     std::string formField(const std::string& who, const char* name = "subject") const {
         auto forms = events(who, "form");
