@@ -4,7 +4,7 @@
 // installed Orvane loads its web-process extension from beside itself, and
 // only from a folder no other user can change. (Return in the empty state
 // adds the first account: ContentViewTest; a new account's page on screen:
-// AccountPagesTest.)
+// AccountSwitchTest.)
 #include "E2ETest.h"
 
 #include <sys/stat.h>

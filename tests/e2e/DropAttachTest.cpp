@@ -12,7 +12,7 @@
 
 namespace orvane::test {
 
-class ComposeAndSleepTest : public E2ETest {
+class DropAttachTest : public E2ETest {
 protected:
     void TearDown() override {
         if (m_window)
@@ -88,7 +88,7 @@ protected:
     std::string typedTo() const { return formField("gmail", "toText"); }
 };
 
-TEST_F(ComposeAndSleepTest, DroppedFilesAttachToAFormTheDropOpensWhoseTypedTextKeepsItsIdlePageAwake) {
+TEST_F(DropAttachTest, DroppedFilesAttachToAFormTheDropOpensWhoseTypedTextKeepsItsIdlePageAwake) {
     writeAccounts(
         { account(newUUID(), "mail"), account(newUUID(), "outlook"), account(newUUID(), "calendar") });
     orvane.setEnvironment("ORVANE_HIBERNATE_AFTER", "2");

@@ -17,7 +17,7 @@
 
 namespace orvane::test {
 
-class KeysAndWindowTest : public E2ETest {
+class PageKeysTest : public E2ETest {
 protected:
     // The last `event` of the page ("key" it saw, HTML its editor holds), once it is this one.
     bool pageShows(const std::string& who, const std::string& value, const char* event = "key") {
@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_F(KeysAndWindowTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPagesLiveWithSizeAndZoom) {
+TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPagesLiveWithSizeAndZoom) {
     writeAccounts({ account(newUUID(), "mail"), account(newUUID(), "outlook") });
     auto zoomedWidth = [&](int expected) {
         auto width = [&] { return events("one", "width").back().get<int>(); };

@@ -30,7 +30,7 @@ constexpr const char* kFreedesktopServer = R"XML(<node><interface name="org.free
 
 } // namespace
 
-class DesktopTest : public E2ETest {
+class NotificationTest : public E2ETest {
 protected:
     struct Shown {
         std::string id, title, body, action;
@@ -131,7 +131,7 @@ protected:
     std::unique_ptr<BusService> m_server;
 };
 
-TEST_F(DesktopTest, NotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndClicksWorkAfterOrvaneQuit) {
+TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatAskedClicksEvenAfterQuit) {
     // The bus starts `orvane --gapplication-service`, with this run's
     // environment, for app.orvane.Orvane when it is not running.
     ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/dbus-1/services"));
@@ -254,7 +254,7 @@ TEST_F(DesktopTest, NotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndCl
 
 // GLib passes bodies on to org.freedesktop.Notifications as they are: Orvane
 // escapes them for a server that reads markup, and only for one.
-TEST_F(DesktopTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarkup) {
+TEST_F(NotificationTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarkup) {
     for (bool markup : { true, false }) {
         ASSERT_TRUE(start(true, markup ? std::vector { "body", "body-markup" } : std::vector { "body" }));
         runInPage("gmail", "show('m', 'Tags', { body: '<b>x</b> & y' })");

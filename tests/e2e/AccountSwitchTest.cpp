@@ -16,7 +16,7 @@
 
 namespace orvane::test {
 
-class AccountPagesTest : public E2ETest {
+class AccountSwitchTest : public E2ETest {
 protected:
     // The status page's Reload button is drawn in the accent colour; the
     // stand-in pages fill the web area with theirs.
@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(AccountPagesTest, PagesSwitchUnreloadedSurviveAFailedSaveAndAKilledProcessAndDownload) {
+TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedThroughAFailedSaveAKilledProcessAndADownload) {
     server.serve("/files/report.pdf", "%PDF-1.4 report", "application/pdf", 200,
         { { "Content-Disposition", "attachment; filename=\"report.pdf\"" } });
     serveWithRemote("/e2e/red.html", "/e2e/red.html");
@@ -118,7 +118,7 @@ TEST_F(AccountPagesTest, PagesSwitchUnreloadedSurviveAFailedSaveAndAKilledProces
     EXPECT_EQ(Files::read(file, 1 << 10), "%PDF-1.4 report");
 }
 
-TEST_F(AccountPagesTest, AnUnreachablePageShowsWhyAndLoadsOnReloadOnceItsServerIsThere) {
+TEST_F(AccountSwitchTest, AnUnreachablePageShowsWhyAndLoadsOnReloadOnceItsServerIsThere) {
     // A port nothing listens on once its server is gone, until the test
     // serves the page there.
     const unsigned port = FixtureServer().port();
