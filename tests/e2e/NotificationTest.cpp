@@ -150,6 +150,8 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     orvane.setEnvironment("ORVANE_PRINT_TO_PDF", pdf);
     ASSERT_TRUE(start(false));
 
+    // The calendar's page sends an outside link to the browser; the print
+    // command prints that page, the frame's window.print() the whole page.
     runInPage("calendar",
         "const a = document.createElement('a'); a.href = 'https://example.org/outside';"
         "document.body.append(a); a.click()");
