@@ -300,7 +300,7 @@ TEST_F(AccountStoreTest, OnlyOperationsThatChangeSomethingSaveAndNotify) {
     Account unknown = first;
     unknown.id = "44444444-4444-4444-8444-444444444444";
     for (const auto& noChange : std::vector<std::function<void()>> { [&] { store.move(first, -1); },
-             [&] { store.move(store.accounts().back(), 1); }, [&] { store.select(9); },
+             [&] { store.move(store.accounts().back(), 1); }, [&] { store.select(3); },
              [&] { store.update(unknown); }, [&] { store.move(unknown, 1); } })
         EXPECT_FALSE(saves(noChange));
     EXPECT_TRUE(changes.empty());
