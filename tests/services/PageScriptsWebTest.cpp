@@ -15,28 +15,27 @@ using nlohmann::json;
 // attach script giving up tests/bridges/DropAttachWebTest.
 class PageScriptsWebTest : public WebViewTest {
 protected:
-    json page(const std::string& script) {
-        auto result = runJS(script);
-        EXPECT_TRUE(result.ok) << script << ": " << result.error;
-        return result.value;
-    }
+    json page(const std::string& script) { return js(view, script); }
+    bool waitFor(const std::string& expression) { return waitForJS(view, expression); }
 };
 
 // Gmail takes recipients on a real Enter (key, keyCode and which), after
 // input and change; the script waits for the compose button and leaves the
 // subject alone when the link has none.
-TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndPressesEnterOnTo) {
+TEST_F(PageScriptsWebTest, ComposeTypingPhotoPollAndAttachScriptsOnTheStandInPages) {
+    const auto& gmail = testServices().gmail();
+    const auto& outlook = testServices().outlook();
     ASSERT_TRUE(loadFixture("/gmail/"));
     page("window.__button = document.querySelector('[gh=\"cm\"]'); __button.remove(); true");
     MailtoComponents link;
     link.to = { "o\"brien@example.com", "tom@example.com" };
     link.subject = "";
     link.body = "Only a body";
-    page(testServices().gmail().composeJS(link));
+    page(gmail.composeJS(link));
     page("setTimeout(() => document.querySelector('nav').prepend(__button), 700); true");
-    ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1"));
-    ASSERT_TRUE(waitForJS("__fixture.dialogs()[0].body === 'Only a body'"));
-    ASSERT_TRUE(waitForJS("__fixtureLog.some(e => e.type === 'keyup')"));
+    ASSERT_TRUE(waitFor("__fixture.dialogs().length === 1"));
+    ASSERT_TRUE(waitFor("__fixture.dialogs()[0].body === 'Only a body'"));
+    ASSERT_TRUE(waitFor("__fixtureLog.some(e => e.type === 'keyup')"));
     EXPECT_EQ(page("__fixture.dialogs()[0].to"), json(link.to));
     const std::string to = "o\"brien@example.com, tom@example.com";
     const json events = page("__fixtureLog.filter(e => e.field).map(e =>"
@@ -45,17 +44,14 @@ TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndPressesEnterOnTo) {
         { "to", "keydown", to, "Enter", 13, 13 }, { "to", "keyup", "", "Enter", 13, 13 } }))
         << "an empty subject is no subject";
     EXPECT_EQ(page("__fixtureLog.filter(e => e.type === 'compose-clicked').length"), 1);
-}
 
-// What Gmail's typing script answers for the stand-in page's compose forms:
-// only text the user typed keeps an idle page awake.
-TEST_F(PageScriptsWebTest, GmailTypingCountsOnlyTypedTextInAComposeForm) {
-    const auto& gmail = testServices().gmail();
+    // What Gmail's typing script answers for the stand-in page's compose
+    // forms: only text the user typed keeps an idle page awake.
     ASSERT_TRUE(loadFixture("/gmail/"));
     auto answer = [&] { return callAsync(*gmail.typingJS).value; };
     EXPECT_EQ(answer(), "none") << "no form";
     page("document.querySelector('[gh=\"cm\"]').click(); true");
-    ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1"));
+    ASSERT_TRUE(waitFor("__fixture.dialogs().length === 1"));
     const std::pair<const char*, const char*> cases[] = {
         { "", "none" }, // the signature alone
         { "form.querySelector('[name=subjectbox]').value = 'Lunch'", "typed" },
@@ -71,16 +67,11 @@ TEST_F(PageScriptsWebTest, GmailTypingCountsOnlyTypedTextInAComposeForm) {
         page(std::string("{ const form = document.querySelector('.compose'); ") + change + " } true");
         EXPECT_EQ(answer(), expected) << change;
     }
-}
 
-// What the photo, poll and attach scripts answer when the page has less.
-TEST_F(PageScriptsWebTest, WhatTheOtherScriptsFallBackOnWhenThePageHasLess) {
-    const auto& gmail = testServices().gmail();
-    const auto& outlook = testServices().outlook();
+    // What the photo, poll and attach scripts answer when the page has less.
     auto photo = [&](const MailService& service, const std::string& name) {
         return callAsync(*service.photoJS, { { "acctName", name } }).value;
     };
-    ASSERT_TRUE(loadFixture("/gmail/"));
     EXPECT_EQ(page(*outlook.unreadPollJS), -1) << "not Outlook's page";
     page("document.getElementById('account-link').removeAttribute('aria-label'); true");
     EXPECT_EQ(photo(gmail, ""), server.uri("/gmail/photo.png")) << "img.gbii";

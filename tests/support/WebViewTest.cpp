@@ -81,13 +81,13 @@ void WebViewTest::TearDown() {
     g_clear_object(&session);
 }
 
-bool WebViewTest::loadFixture(const std::string& path, std::chrono::milliseconds timeout) {
+bool WebViewTest::loadFixture(const std::string& path) {
     bool finished = false;
     gulong id = g_signal_connect(view, "load-changed", G_CALLBACK(+[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
         *static_cast<bool*>(data) |= event == WEBKIT_LOAD_FINISHED;
     }), &finished);
     webkit_web_view_load_uri(view, server.uri(path).c_str());
-    bool ok = waitUntil([&] { return finished; }, timeout);
+    bool ok = waitUntil([&] { return finished; }, 15s);
     g_signal_handler_disconnect(view, id);
     return ok;
 }

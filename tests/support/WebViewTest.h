@@ -33,6 +33,14 @@ protected:
 
     // Evaluates a program in the page world and waits for its value.
     static JSResult runJS(WebKitWebView* view, const std::string& script, std::chrono::milliseconds timeout = 15s);
+    // The value of an expression that must run.
+    static nlohmann::json js(WebKitWebView* view, const std::string& expression) {
+        auto result = runJS(view, expression);
+        EXPECT_TRUE(result.ok) << expression << ": " << result.error;
+        return result.value;
+    }
+    // Runs a statement that must run (its value may be one no JSON holds).
+    static void run(WebKitWebView* view, const std::string& statement) { js(view, statement + "; true"); }
     // Waits until `expression` evaluates to true in the page.
     static bool waitForJS(WebKitWebView* view, const std::string& expression, std::chrono::milliseconds timeout = 10s);
 
@@ -57,11 +65,7 @@ protected:
     void TearDown() override;
 
     // Loads a fixture page and waits for WEBKIT_LOAD_FINISHED.
-    bool loadFixture(const std::string& path, std::chrono::milliseconds timeout = 15s);
-    using WebTest::runJS;
-    using WebTest::waitForJS;
-    JSResult runJS(const std::string& script) { return runJS(view, script); }
-    bool waitForJS(const std::string& expression) { return waitForJS(view, expression); }
+    bool loadFixture(const std::string& path);
     // Runs an async function body with named text arguments and waits for
     // the promise to settle.
     JSResult callAsync(const std::string& body, const std::map<std::string, std::string>& arguments = {});

@@ -66,9 +66,9 @@ protected:
     }
     // A new Gmail account's view, shown and loaded.
     WebKitWebView* showNewAccount() {
-        WebKitWebView* view = show(store->addAccount());
-        EXPECT_TRUE(waitLoaded(view));
-        return view;
+        WebKitWebView* shown = show(store->addAccount());
+        EXPECT_TRUE(waitLoaded(shown));
+        return shown;
     }
 
     static bool waitLoaded(WebKitWebView* view, std::chrono::milliseconds timeout = 15s) {
@@ -76,11 +76,6 @@ protected:
             return !webkit_web_view_is_loading(view) && webkit_web_view_get_uri(view)
                 && g_str_has_prefix(webkit_web_view_get_uri(view), "http");
         }, timeout);
-    }
-    // Runs a statement in the page, expecting it to run.
-    static void run(WebKitWebView* view, const std::string& statement) {
-        auto result = runJS(view, statement + "; true");
-        ASSERT_TRUE(result.ok) << statement << ": " << result.error;
     }
     // The first pop-up the account's page opens from now on; it must be gone by the end.
     WebKitWebView* nextPopup(WebKitWebView* opener, const std::string& openScript) {
@@ -91,6 +86,27 @@ protected:
         if (popup)
             expectDeletedAtEnd(popup);
         return popup;
+    }
+
+    // The shown windows of a type (dialogs, choosers).
+    static std::vector<GtkWindow*> toplevels(GType type) {
+        std::vector<GtkWindow*> found;
+        GListModel* all = gtk_window_get_toplevels();
+        for (guint i = 0; i < g_list_model_get_n_items(all); ++i) {
+            Ref<GtkWindow> window = adopt(GTK_WINDOW(g_list_model_get_item(all, i)));
+            if (G_TYPE_CHECK_INSTANCE_TYPE(window.get(), type) && gtk_widget_get_visible(GTK_WIDGET(window.get())))
+                found.push_back(window.get());
+        }
+        return found;
+    }
+    // Gives a session a cookie for a host.
+    static void addCookie(WebKitNetworkSession* session, const char* name, const char* value, const char* host) {
+        SoupCookie* cookie = soup_cookie_new(name, value, host, "/", 3600);
+        bool done = false;
+        webkit_cookie_manager_add_cookie(webkit_network_session_get_cookie_manager(session), cookie, nullptr,
+            +[](GObject*, GAsyncResult*, gpointer added) { *static_cast<bool*>(added) = true; }, &done);
+        soup_cookie_free(cookie);
+        EXPECT_TRUE(waitUntil([&] { return done; }));
     }
 
     // Points the user's Downloads folder at `folder` (read at each download).
@@ -116,6 +132,7 @@ protected:
     std::unique_ptr<AccountStore> store;
     std::unique_ptr<WebViewManager> manager;
     AccountBridges* bridges = nullptr; // owned by manager
+    WebKitWebView* view = nullptr;     // the test's main account view, owned by manager
     GtkWindow* window = nullptr; // owned
     GtkStack* stack = nullptr;   // owned by window
 };

@@ -5,13 +5,7 @@
 namespace orvane::test {
 namespace {
 
-class StartOrderWebTest : public ManagerWebFixture {
-protected:
-    void servePlain(SoupServerMessage* message) {
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_STATIC, "<p>page</p>", 11);
-    }
-};
+class StartOrderWebTest : public ManagerWebFixture { };
 
 TEST_F(StartOrderWebTest, TheSelectedPageLoadsFirstAndTheOthersAfterItOrAfterTheBound) {
     std::vector<std::string> order;
@@ -19,16 +13,14 @@ TEST_F(StartOrderWebTest, TheSelectedPageLoadsFirstAndTheOthersAfterItOrAfterThe
     bool hold = false;
     server.handle("/web/selected", [&](SoupServerMessage* message, const std::string&) {
         order.push_back("selected");
-        if (hold) {
-            held = Ref<SoupServerMessage>(message);
-            soup_server_message_pause(message);
-        } else {
-            servePlain(message);
-        }
+        if (!hold)
+            return FixtureServer::reply(message, 200, "<p>page</p>");
+        held = Ref<SoupServerMessage>(message);
+        soup_server_message_pause(message);
     });
     server.handle("/web/other", [&](SoupServerMessage* message, const std::string&) {
         order.push_back("other");
-        servePlain(message);
+        FixtureServer::reply(message, 200, "<p>page</p>");
     });
     const Account other = store->addOutlookAccount();
     const Account selected = store->addAccount();
@@ -52,11 +44,9 @@ TEST_F(StartOrderWebTest, TheSelectedPageLoadsFirstAndTheOthersAfterItOrAfterThe
     ASSERT_TRUE(waitUntil([&] { return order.size() == 2; }, WebViewManager::kStartBound + 10s));
     EXPECT_EQ(order, (std::vector<std::string> { "selected", "other" }));
     EXPECT_GE(g_get_monotonic_time() - start, (WebViewManager::kStartBound - 500ms).count() * 1000);
-    EXPECT_TRUE(held);
-    if (held) {
-        servePlain(held.get());
-        soup_server_message_unpause(held.get());
-    }
+    ASSERT_TRUE(held);
+    FixtureServer::reply(held.get(), 200, "<p>page</p>");
+    soup_server_message_unpause(held.get());
 }
 
 } // namespace
