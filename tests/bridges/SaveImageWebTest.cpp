@@ -57,7 +57,8 @@ protected:
 TEST_F(SaveImageWebTest, ImagesSaveThroughThePageOrNativelyAndFromOrvanesItemsInPlaceOfWebKits) {
     const std::string downloads = makeTempFolder("saved") + "/Downloads";
     useDownloadsFolder(downloads);
-    const std::string png = Files::read(FixtureServer::fixturesDir() + "/files/pixel.png", 1 << 20).value_or("");
+    const std::string png =
+        Files::read(FixtureServer::fixturesDir() + "/files/pixel.png", 1 << 20).value_or("");
     useServices("/files/page.html");
     view = showNewAccount();
     ASSERT_TRUE(saving = SaveImageWebView::of(view));
@@ -81,8 +82,9 @@ TEST_F(SaveImageWebTest, ImagesSaveThroughThePageOrNativelyAndFromOrvanesItemsIn
     for (const char* path : { "/files/missing.png", "/files/huge.png" })
         EXPECT_EQ(saveAndWait(server.uriOnHost("localhost", path)), "") << path;
     EXPECT_EQ(host.failures, std::vector<std::string>(2, "Could not save the image: it could not be fetched"));
+    const std::string in = downloads + "/";
     EXPECT_EQ(host.savedFiles,
-        (std::vector<std::string> { downloads + "/image.png", downloads + "/image 1.png", downloads + "/cross.png" }));
+        (std::vector<std::string> { in + "image.png", in + "image 1.png", in + "cross.png" }));
     const std::string cross = Files::read(FixtureServer::fixturesDir() + "/files/cross.png", 1 << 20).value_or("");
     EXPECT_EQ(filesIn(downloads),
         (std::map<std::string, std::string> { { "image.png", png }, { "image 1.png", png }, { "cross.png", cross } }));

@@ -31,7 +31,8 @@ void FixtureServer::reply(SoupServerMessage* message, unsigned status, const std
     const std::string& contentType) {
     soup_server_message_set_status(message, status, nullptr);
     if (!body.empty())
-        soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(), body.size());
+        soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(),
+            body.size());
 }
 
 std::vector<FixtureServer::Request> FixtureServer::requests(const std::string& path) const {

@@ -27,9 +27,9 @@ struct StandInFeed {
                     if (primary && !mail.primary)
                         continue;
                     ++count;
-                    entries += GCharPtr(g_markup_printf_escaped("<entry><id>%s</id><title>%s</title><issued>%s"
-                        "</issued><author><name>%s</name></author></entry>", mail.id.c_str(), mail.subject.c_str(),
-                        mail.issued.c_str(), mail.sender.c_str())).get();
+                    entries += GCharPtr(g_markup_printf_escaped("<entry><id>%s</id><title>%s</title>"
+                        "<issued>%s</issued><author><name>%s</name></author></entry>", mail.id.c_str(),
+                        mail.subject.c_str(), mail.issued.c_str(), mail.sender.c_str())).get();
                 }
                 FixtureServer::reply(message, 200, "<feed xmlns=\"http://purl.org/atom/ns#\"><fullcount>"
                     + std::to_string(count) + "</fullcount>" + entries + "</feed>", "text/xml; charset=UTF-8");
