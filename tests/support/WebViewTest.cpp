@@ -2,6 +2,26 @@
 
 namespace orvane::test {
 
+JSResult resultFromJSC(JSCValue* value, GError* error) {
+    if (!value)
+        return JSResult { false, nullptr, error ? error->message : "no value" };
+    JSResult result { true, nullptr, {} };
+    GCharPtr json(jsc_value_is_undefined(value) ? nullptr : jsc_value_to_json(value, 0));
+    if (json)
+        result.value = nlohmann::json::parse(json.get(), nullptr, false);
+    return result;
+}
+
+void WebTest::TearDown() {
+    bool allGone = waitUntil([&] {
+        return std::ranges::all_of(m_watched, [](gpointer p) { return !p; });
+    }, 5s);
+    for (auto& p : m_watched)
+        if (p)
+            g_object_remove_weak_pointer(G_OBJECT(p), &p);
+    EXPECT_TRUE(allGone) << "an object made by the test outlived it";
+}
+
 namespace {
 
 using Finish = JSCValue* (*)(WebKitWebView*, GAsyncResult*, GError**);
@@ -30,31 +50,23 @@ JSResult waitForScript(const std::function<void(GAsyncReadyCallback, gpointer)>&
 
 } // namespace
 
-JSResult resultFromJSC(JSCValue* value, GError* error) {
-    if (!value)
-        return JSResult { false, nullptr, error ? error->message : "no value" };
-    JSResult result { true, nullptr, {} };
-    GCharPtr json(jsc_value_is_undefined(value) ? nullptr : jsc_value_to_json(value, 0));
-    if (json)
-        result.value = nlohmann::json::parse(json.get(), nullptr, false);
-    return result;
-}
-
-void WebTest::TearDown() {
-    bool allGone = waitUntil([&] {
-        return std::ranges::all_of(m_watched, [](gpointer p) { return !p; });
-    }, 5s);
-    for (auto& p : m_watched)
-        if (p)
-            g_object_remove_weak_pointer(G_OBJECT(p), &p);
-    EXPECT_TRUE(allGone) << "an object made by the test outlived it";
-}
-
 JSResult WebTest::runJS(WebKitWebView* view, const std::string& script, std::chrono::milliseconds timeout) {
     return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
         webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
             nullptr, done, data);
     }, webkit_web_view_evaluate_javascript_finish, timeout);
+}
+
+JSResult WebTest::callAsync(WebKitWebView* view, const std::string& body,
+    const std::map<std::string, std::string>& arguments, std::chrono::milliseconds timeout) {
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+    for (const auto& [key, value] : arguments)
+        g_variant_builder_add(&builder, "{sv}", key.c_str(), g_variant_new_string(value.c_str()));
+    return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
+        webkit_web_view_call_async_javascript_function(view, body.c_str(), gssize(body.size()),
+            g_variant_builder_end(&builder), nullptr, nullptr, nullptr, done, data);
+    }, webkit_web_view_call_async_javascript_function_finish, timeout);
 }
 
 bool WebTest::waitForJS(WebKitWebView* view, const std::string& expression, std::chrono::milliseconds timeout) {
@@ -64,24 +76,7 @@ bool WebTest::waitForJS(WebKitWebView* view, const std::string& expression, std:
     }, timeout);
 }
 
-void WebViewTest::SetUp() {
-    std::string dir = makeTempFolder("session");
-    session = webkit_network_session_new((dir + "/data").c_str(), (dir + "/cache").c_str());
-    view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
-    window = GTK_WINDOW(gtk_window_new());
-    gtk_window_set_default_size(window, 1024, 768);
-    gtk_window_set_child(window, GTK_WIDGET(view));
-    gtk_window_present(window);
-    expectDeletedAtEnd(view);
-}
-
-void WebViewTest::TearDown() {
-    gtk_window_destroy(window);
-    WebTest::TearDown();
-    g_clear_object(&session);
-}
-
-bool WebViewTest::loadFixture(const std::string& path) {
+bool WebTest::loadFixture(WebKitWebView* view, const std::string& path) {
     bool finished = false;
     gulong id = g_signal_connect(view, "load-changed", G_CALLBACK(+[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
         *static_cast<bool*>(data) |= event == WEBKIT_LOAD_FINISHED;
@@ -90,17 +85,6 @@ bool WebViewTest::loadFixture(const std::string& path) {
     bool ok = waitUntil([&] { return finished; }, 15s);
     g_signal_handler_disconnect(view, id);
     return ok;
-}
-
-JSResult WebViewTest::callAsync(const std::string& body, const std::map<std::string, std::string>& arguments) {
-    GVariantBuilder builder;
-    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
-    for (const auto& [key, value] : arguments)
-        g_variant_builder_add(&builder, "{sv}", key.c_str(), g_variant_new_string(value.c_str()));
-    return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
-        webkit_web_view_call_async_javascript_function(view, body.c_str(), gssize(body.size()),
-            g_variant_builder_end(&builder), nullptr, nullptr, nullptr, done, data);
-    }, webkit_web_view_call_async_javascript_function_finish, 15s);
 }
 
 } // namespace orvane::test

@@ -31,7 +31,12 @@ class WebTest : public ::testing::Test {
 protected:
     void TearDown() override;
 
-    // Evaluates a program in the page world and waits for its value.
+    // Runs an async function body in the page world with named text
+    // arguments and waits for its promise to settle.
+    static JSResult callAsync(WebKitWebView* view, const std::string& body,
+        const std::map<std::string, std::string>& arguments = {}, std::chrono::milliseconds timeout = 15s);
+    // Evaluates a program in the page world and waits for its value (not
+    // for a promise: the page's own tasks run on before the answer comes).
     static JSResult runJS(WebKitWebView* view, const std::string& script, std::chrono::milliseconds timeout = 15s);
     // The value of an expression that must run.
     static nlohmann::json js(WebKitWebView* view, const std::string& expression) {
@@ -43,6 +48,8 @@ protected:
     static void run(WebKitWebView* view, const std::string& statement) { js(view, statement + "; true"); }
     // Waits until `expression` evaluates to true in the page.
     static bool waitForJS(WebKitWebView* view, const std::string& expression, std::chrono::milliseconds timeout = 10s);
+    // Loads a fixture page and waits for WEBKIT_LOAD_FINISHED.
+    bool loadFixture(WebKitWebView* view, const std::string& path);
 
     void expectDeletedAtEnd(gpointer object) {
         m_watched.reserve(64); // weak pointers point into the vector: never reallocate
@@ -55,24 +62,6 @@ protected:
 
 private:
     std::vector<gpointer> m_watched;
-};
-
-// One real WebKitWebView in a shown 1024 x 768 window, over its own network
-// session in a temporary folder.
-class WebViewTest : public WebTest {
-protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    // Loads a fixture page and waits for WEBKIT_LOAD_FINISHED.
-    bool loadFixture(const std::string& path);
-    // Runs an async function body with named text arguments and waits for
-    // the promise to settle.
-    JSResult callAsync(const std::string& body, const std::map<std::string, std::string>& arguments = {});
-
-    WebKitNetworkSession* session = nullptr; // owned
-    WebKitWebView* view = nullptr;          // owned by window
-    GtkWindow* window = nullptr;            // owned
 };
 
 } // namespace orvane::test

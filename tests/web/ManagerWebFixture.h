@@ -64,6 +64,13 @@ protected:
         gtk_stack_set_visible_child(stack, GTK_WIDGET(view));
         return view;
     }
+    // A view of no account, over the default session, shown in the window.
+    WebKitWebView* showPlainView() {
+        view = WEBKIT_WEB_VIEW(webkit_web_view_new());
+        gtk_stack_add_child(stack, GTK_WIDGET(view));
+        expectDeletedAtEnd(view);
+        return view;
+    }
     // A new Gmail account's view, shown and loaded.
     WebKitWebView* showNewAccount() {
         WebKitWebView* shown = show(store->addAccount());
@@ -132,7 +139,7 @@ protected:
     std::unique_ptr<AccountStore> store;
     std::unique_ptr<WebViewManager> manager;
     AccountBridges* bridges = nullptr; // owned by manager
-    WebKitWebView* view = nullptr;     // the test's main account view, owned by manager
+    WebKitWebView* view = nullptr;     // the test's main view, owned by manager or stack
     GtkWindow* window = nullptr; // owned
     GtkStack* stack = nullptr;   // owned by window
 };

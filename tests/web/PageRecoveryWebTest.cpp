@@ -3,18 +3,18 @@
 // reloads a page that could not be reached.
 #include "PageRecovery.h"
 
-#include "support/WebViewTest.h"
+#include "ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {
 
 using Kind = PageFailure::Kind;
 
-class PageRecoveryWebTest : public WebViewTest { };
+class PageRecoveryWebTest : public ManagerWebFixture { };
 
 TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackReloads) {
     int changes = 0;
-    PageRecovery recovery(view, {}, [&] { ++changes; }, nullptr, 500ms);
+    PageRecovery recovery(showPlainView(), {}, [&] { ++changes; }, nullptr, 500ms);
 
     Ref<SoupServerMessage> held;
     server.handle("/never", [&](SoupServerMessage* message, const std::string&) {
