@@ -31,8 +31,7 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     const Account account = store->addAccount();
     int notified = 0;
     auto subscription = manager->observeUnreadCounts([&] { ++notified; });
-    WebKitWebView* view = show(account);
-    ASSERT_TRUE(waitLoaded(view));
+    ASSERT_TRUE(waitLoaded(view = show(account)));
     EXPECT_FALSE(count(account.id)) << "the page's own title carries no count";
 
     // Each title: the count and label after it, and whether accounts.json was written.
@@ -69,7 +68,7 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     setTitle(view, "Inbox (8) - intruder@example.com - Gmail");
     EXPECT_EQ(count(account.id), 0);
     EXPECT_EQ(store->account(account.id)->label, "other@example.com");
-    soup_server_message_set_status(held, 404, nullptr);
+    FixtureServer::reply(held, 404);
     soup_server_message_unpause(held);
     EXPECT_TRUE(waitLoaded(view));
 }

@@ -1,5 +1,5 @@
-// One view and session per account, where its links and pop-ups go, and
-// which view a page's message came from.
+// One view and session per account, the order the pages load in at start,
+// where their links and pop-ups go, and which view a page's message came from.
 #include "AppPaths.h"
 #include "PopupWindows.h"
 #include "SpellChecking.h"
@@ -65,6 +65,50 @@ TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItI
     EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(other.dataStoreID)));
     EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(mail.dataStoreID)));
     EXPECT_EQ(manager->networkSession(mail.dataStoreID), webkit_web_view_get_network_session(mailView));
+}
+
+// At start only the selected account's page loads; the others wait until it
+// has loaded, or until WebViewManager::kStartBound when it is slow.
+TEST_F(WebViewManagerWebTest, TheSelectedPageLoadsFirstAndTheOthersAfterItOrAfterTheBound) {
+    std::vector<std::string> order;
+    Ref<SoupServerMessage> held;
+    bool hold = false;
+    server.handle("/web/selected", [&](SoupServerMessage* message, const std::string&) {
+        order.push_back("selected");
+        if (!hold)
+            return FixtureServer::reply(message, 200, "<p>page</p>");
+        held = Ref<SoupServerMessage>(message);
+        soup_server_message_pause(message);
+    });
+    server.handle("/web/other", [&](SoupServerMessage* message, const std::string&) {
+        order.push_back("other");
+        FixtureServer::reply(message, 200, "<p>page</p>");
+    });
+    const Account other = store->addOutlookAccount();
+    const Account selected = store->addAccount();
+    store->setSelectedAccountID(selected.id);
+
+    // The other account's view is made first, yet its page waits.
+    useServices("/web/selected", "/web/other");
+    WebKitWebView* otherView = show(other);
+    ASSERT_TRUE(waitLoaded(show(selected)));
+    ASSERT_TRUE(waitLoaded(otherView));
+    EXPECT_EQ(order, (std::vector<std::string> { "selected", "other" }));
+
+    // A slow selected page holds the others back only until the bound.
+    order.clear();
+    hold = true;
+    manager = nullptr;
+    useServices("/web/selected", "/web/other");
+    otherView = show(other);
+    show(selected);
+    gint64 start = g_get_monotonic_time();
+    ASSERT_TRUE(waitUntil([&] { return order.size() == 2; }, WebViewManager::kStartBound + 10s));
+    EXPECT_EQ(order, (std::vector<std::string> { "selected", "other" }));
+    EXPECT_GE(g_get_monotonic_time() - start, (WebViewManager::kStartBound - 500ms).count() * 1000);
+    ASSERT_TRUE(held);
+    FixtureServer::reply(held.get(), 200, "<p>page</p>");
+    soup_server_message_unpause(held.get());
 }
 
 // Where an account page's links and pop-ups go. Which addresses leave and
