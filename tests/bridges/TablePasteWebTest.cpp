@@ -22,7 +22,7 @@ protected:
         view = showNewAccount();
     }
 
-    json js(const std::string& expression) { return WebTest::js(view, expression); }
+    json js(const std::string& expression) { return ManagerWebFixture::js(view, expression); }
     json paste(const std::string& text, const std::string& selector = "#editor", const std::string& html = "") {
         return js("__paste(" + jsonLiteral(selector) + ", " + jsonLiteral(text) + ", " + jsonLiteral(html) + ")");
     }
