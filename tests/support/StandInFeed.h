@@ -31,8 +31,9 @@ struct StandInFeed {
                         "<issued>%s</issued><author><name>%s</name></author></entry>", mail.id.c_str(),
                         mail.subject.c_str(), mail.issued.c_str(), mail.sender.c_str())).get();
                 }
-                FixtureServer::reply(message, 200, "<feed xmlns=\"http://purl.org/atom/ns#\"><fullcount>"
-                    + std::to_string(count) + "</fullcount>" + entries + "</feed>", "text/xml; charset=UTF-8");
+                const std::string feed = "<feed xmlns=\"http://purl.org/atom/ns#\"><fullcount>"
+                    + std::to_string(count) + "</fullcount>" + entries + "</feed>";
+                FixtureServer::reply(message, 200, feed, "text/xml; charset=UTF-8");
             });
     }
 };

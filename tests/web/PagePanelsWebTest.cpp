@@ -92,7 +92,8 @@ TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
     EXPECT_EQ(gtk_window_get_transient_for(dialog), popupWindow);
     gtk_window_close(popupWindow);
     ASSERT_TRUE(waitUntil([&] {
-        return manager->popupViews(*manager->accountID(view)).empty() && toplevels(ADW_TYPE_MESSAGE_DIALOG).empty();
+        return manager->popupViews(*manager->accountID(view)).empty()
+            && toplevels(ADW_TYPE_MESSAGE_DIALOG).empty();
     }));
     EXPECT_EQ(js(view, "1 + 1"), 2) << "the account's page goes on";
 

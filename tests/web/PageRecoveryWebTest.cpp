@@ -37,8 +37,10 @@ TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackRe
     ASSERT_TRUE(waitUntil([&] { return recovery.failure() == Kind::NoNetwork; }));
 
     auto late = adopt(soup_server_new(nullptr, nullptr));
-    soup_server_add_handler(late.get(), nullptr, +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*,
-        gpointer) { FixtureServer::reply(message, 200, "<p>back</p>"); }, nullptr, nullptr);
+    soup_server_add_handler(late.get(), nullptr,
+        +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*, gpointer) {
+            FixtureServer::reply(message, 200, "<p>back</p>");
+        }, nullptr, nullptr);
     ASSERT_TRUE(soup_server_listen_local(late.get(), port, SOUP_SERVER_LISTEN_IPV4_ONLY, nullptr));
     int before = changes;
     g_signal_emit_by_name(g_network_monitor_get_default(), "network-changed", TRUE);

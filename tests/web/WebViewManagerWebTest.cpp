@@ -214,7 +214,9 @@ protected:
         EXPECT_TRUE(waitUntil([&] { return senders.contains(tag); })) << tag;
         return senders.contains(tag) ? senders[tag] : reinterpret_cast<WebKitWebView*>(-1);
     }
-    static std::string stampOf(WebKitWebView* page) { return js(page, "window.__orvanePage").get<std::string>(); }
+    static std::string stampOf(WebKitWebView* page) {
+        return js(page, "window.__orvanePage").get<std::string>();
+    }
 
     std::map<std::string, WebKitWebView*> senders;
 };
