@@ -13,6 +13,7 @@
 #include <adwaita.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -39,6 +40,14 @@ inline Strings menuItems(GMenuModel* model, bool withTargets = false) {
         items.push_back(withTargets && target ? item + "(" + target + ")" : item);
     }
     return items;
+}
+
+// The first widget under `root`, depth first, that matches.
+inline GtkWidget* findWidget(GtkWidget* root, const std::function<bool(GtkWidget*)>& match) {
+    for (GtkWidget* c = gtk_widget_get_first_child(root); c; c = gtk_widget_get_next_sibling(c))
+        if (GtkWidget* found = match(c) ? c : findWidget(c, match))
+            return found;
+    return nullptr;
 }
 
 // What GTK tells screen readers of the widget's property, when it is not
