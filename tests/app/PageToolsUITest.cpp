@@ -19,17 +19,19 @@ TEST_F(PageToolsTest, CountsMatchesWhateverTheirCaseAndMarksTheEntryWhenThereAre
     PageTools tools(main, *store, *manager, session);
     gtk_window_present(main.window());
     auto* page = WEBKIT_WEB_VIEW(main.content().visibleWebView());
-    webkit_web_view_load_html(page, "<p>hay needle hay NEEDLE haystack</p>", "http://127.0.0.1/");
-    ASSERT_TRUE(waitUntil([&] { return !webkit_web_view_is_loading(page) && g_strcmp0(webkit_web_view_get_uri(page), "http://127.0.0.1/") == 0; }));
+    const std::string address = "http://127.0.0.1/";
+    webkit_web_view_load_html(page, "<p>hay needle hay NEEDLE haystack</p>", address.c_str());
+    auto loaded = [&] { return !webkit_web_view_is_loading(page) && webkit_web_view_get_uri(page) == address; };
+    ASSERT_TRUE(waitUntil(loaded));
     ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(main.window()), "page.find", nullptr));
 
-    const std::pair<const char*, const char*> cases[] = {
-        { "needle", "2 matches" }, { "hay", "3 matches" }, { "needle haystack", "1 match" }, { "thread", "No matches" }, { "", "" },
-    };
+    const std::pair<const char*, std::string> cases[] = { { "needle", "2 matches" }, { "hay", "3 matches" },
+        { "needle haystack", "1 match" }, { "thread", "No matches" }, { "", "" } };
     for (auto [text, count] : cases) {
         gtk_editable_set_text(GTK_EDITABLE(tools.searchEntry()), text);
-        EXPECT_TRUE(waitUntil([&] { return g_strcmp0(gtk_label_get_text(GTK_LABEL(tools.matchLabel())), count) == 0; })) << text;
-        EXPECT_EQ(gtk_widget_has_css_class(tools.searchEntry(), "error"), std::string(count) == "No matches") << text;
+        GtkLabel* label = GTK_LABEL(tools.matchLabel());
+        EXPECT_TRUE(waitUntil([&] { return gtk_label_get_text(label) == count; })) << text;
+        EXPECT_EQ(gtk_widget_has_css_class(tools.searchEntry(), "error"), count == "No matches") << text;
     }
 }
 

@@ -10,13 +10,6 @@
 namespace orvane::test {
 namespace {
 
-GtkWidget* find(GtkWidget* root, bool (*match)(GtkWidget*)) {
-    for (GtkWidget* c = gtk_widget_get_first_child(root); c; c = gtk_widget_get_next_sibling(c))
-        if (GtkWidget* found = match(c) ? c : find(c, match))
-            return found;
-    return nullptr;
-}
-
 using RemovalToastTest = WidgetTest;
 
 TEST_F(RemovalToastTest, UndoBringsTheAccountBackWithItsSessionAndItsDataGoesWithTheToast) {
@@ -24,7 +17,8 @@ TEST_F(RemovalToastTest, UndoBringsTheAccountBackWithItsSessionAndItsDataGoesWit
     auto main = std::make_unique<MainWindow>(nullptr, *store, *manager, nullptr);
     gtk_window_present(main->window());
     auto remove = [&](const Account& account) {
-        GtkWidget* tile = find(GTK_WIDGET(main->window()), [](GtkWidget* w) -> bool { return ORVANE_IS_AVATAR_VIEW(w); });
+        GtkWidget* tile
+            = findWidget(GTK_WIDGET(main->window()), [](GtkWidget* w) { return ORVANE_IS_AVATAR_VIEW(w); });
         return gtk_widget_activate_action(tile, "sidebar.remove", "s", account.id.c_str());
     };
     WebKitNetworkSession* session = manager->networkSession(work.dataStoreID);
@@ -34,13 +28,17 @@ TEST_F(RemovalToastTest, UndoBringsTheAccountBackWithItsSessionAndItsDataGoesWit
     EXPECT_STREQ(adw_toast_get_title(main->removals().toast()), "“Work &amp; &lt;Home&gt;” removed");
     ASSERT_TRUE(remove(other));
     EXPECT_STREQ(adw_toast_get_title(main->removals().toast()), "2 accounts removed");
-    gtk_widget_activate(find(GTK_WIDGET(main->window()), [](GtkWidget* w) -> bool {
-        return GTK_IS_BUTTON(w) && g_strcmp0(gtk_button_get_label(GTK_BUTTON(w)), "_Undo") == 0; }));
-    EXPECT_TRUE(waitUntil([&] { return store->accounts() == before && manager->webView(work.id) && !main->removals().toast(); }));
+    gtk_widget_activate(findWidget(GTK_WIDGET(main->window()), [](GtkWidget* w) {
+        return GTK_IS_BUTTON(w) && g_strcmp0(gtk_button_get_label(GTK_BUTTON(w)), "_Undo") == 0;
+    }));
+    EXPECT_TRUE(waitUntil([&] {
+        return store->accounts() == before && manager->webView(work.id) && !main->removals().toast();
+    }));
     EXPECT_EQ(manager->networkSession(work.dataStoreID), session) << "signed in as before";
 
     // Closed, the toast commits, and so does the window's end.
-    const std::string workData = AppPaths::websiteDataDir(work.dataStoreID), otherData = AppPaths::websiteDataDir(other.dataStoreID);
+    const std::string workData = AppPaths::websiteDataDir(work.dataStoreID);
+    const std::string otherData = AppPaths::websiteDataDir(other.dataStoreID);
     ASSERT_TRUE(remove(work));
     adw_toast_dismiss(main->removals().toast());
     ASSERT_TRUE(remove(other));

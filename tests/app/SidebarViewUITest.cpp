@@ -117,12 +117,9 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
             << text;
     }
 
-    // Moving swaps in the store; past the ends nothing moves.
-    for (const auto& [action, account] : { std::pair { "sidebar.move-down", work },
-             { "sidebar.move-up", other }, { "sidebar.move-up", other }, { "sidebar.move-down", calendar } })
-        ASSERT_TRUE(activate(action, account.id));
-    EXPECT_EQ(column(), (Strings { "other@example.com", "Home", "Work", "|", "Work", "+" }));
-    EXPECT_EQ(AccountStore().accounts(), store->accounts()) << "saved";
+    // Moving swaps in the store (whose rules, the ends and saving, are AccountStoreTest's).
+    ASSERT_TRUE(activate("sidebar.move-down", work.id) && activate("sidebar.move-up", other.id));
+    EXPECT_EQ(column(), (Strings { "Home", "other@example.com", "Work", "|", "Work", "+" }));
 
     // Each kind's menu; the default account's item is a ticked, inert check
     // once shown, and removal is marked.
@@ -155,13 +152,10 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     // server keeps the pointer grabbed for the next window.
     ASSERT_TRUE(pressKeys("Escape", menu));
     EXPECT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(menu); }));
-    ASSERT_TRUE(activate("sidebar.add-calendar", home.id));
-    EXPECT_EQ(store->account(*store->selectedAccountID())->dataStoreID, home.dataStoreID)
-        << "a companion, selected";
 
-    // Removing discards the view before the store tells of the removal.
-    gpointer weakView = manager->webView(*store->account(work.id));
-    g_object_add_weak_pointer(G_OBJECT(weakView), &weakView);
+    // Removing discards the view (WebViewManagerWebTest: it goes) before the
+    // store tells of the removal.
+    manager->webView(*store->account(work.id));
     std::optional<bool> viewAtRemoval;
     auto watch = store->observe([&](unsigned) {
         if (!store->account(work.id) && !viewAtRemoval)
@@ -169,11 +163,9 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     });
     ASSERT_TRUE(activate("sidebar.remove", work.id));
     EXPECT_EQ(viewAtRemoval, false);
-    EXPECT_TRUE(waitUntil([&] { return !weakView; })) << "the discarded view is released";
-    EXPECT_EQ(saved().find(work.id), std::string::npos);
     EXPECT_TRUE(activate("sidebar.remove", "00000000-0000-0000-0000-000000000000"))
         << "unknown ids are ignored";
-    EXPECT_EQ(store->accounts().size(), 4u);
+    EXPECT_EQ(store->accounts().size(), 3u);
 
     // Reload reloads an existing view, and makes none.
     const Account fresh = addAccount("Fresh");
@@ -191,13 +183,13 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     // Gmail and Outlook; what it adds is selected.
     for (const Account& account : store->mailAccounts())
         store->remove(account);
-    EXPECT_EQ(column(), (Strings { "Home", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "Work", "+" }));
     GtkWidget* add = addButton();
     EXPECT_EQ(menuItems(gtk_menu_button_get_menu_model(GTK_MENU_BUTTON(add))),
         (Strings { "Gmail account→sidebar.add-gmail", "Outlook account→sidebar.add-outlook" }));
     ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr));
     ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
-    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Work", "+" }));
     EXPECT_EQ(store->accounts()[1].service, AccountService::Outlook);
     EXPECT_EQ(store->selectedAccountID(), store->accounts()[1].id);
 }

@@ -66,15 +66,12 @@ inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, d
 }
 
 // Key presses (xdotool key names such as "shift+F10") to the window of
-// `widget` (raised and given the X focus first), or to the focused window.
-inline bool pressKeys(const std::string& keys, GtkWidget* widget = nullptr) {
-    std::vector<std::string> args;
-    if (GtkNative* native = widget ? gtk_widget_get_native(widget) : nullptr) {
-        std::string xid = std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(native)));
-        args = { "windowraise", xid, "windowfocus", "--sync", xid };
-    }
-    args.insert(args.end(), { "key", "--clearmodifiers", keys });
-    bool ok = runXdotool(args);
+// `widget`, raised and given the X focus first.
+inline bool pressKeys(const std::string& keys, GtkWidget* widget) {
+    GtkNative* native = gtk_widget_get_native(widget);
+    std::string xid = std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(native)));
+    bool ok = runXdotool({ "windowraise", xid, "windowfocus", "--sync", xid, "key", "--clearmodifiers",
+        keys });
     drainEvents();
     return ok;
 }
