@@ -19,9 +19,9 @@ TEST_F(PageToolsTest, CountsMatchesWhateverTheirCaseAndMarksTheEntryWhenThereAre
     PageTools tools(main, *store, *manager, session);
     gtk_window_present(main.window());
     auto* page = WEBKIT_WEB_VIEW(main.content().visibleWebView());
-    const std::string address = "http://127.0.0.1/";
-    webkit_web_view_load_html(page, "<p>hay needle hay NEEDLE haystack</p>", address.c_str());
-    auto loaded = [&] { return !webkit_web_view_is_loading(page) && webkit_web_view_get_uri(page) == address; };
+    const std::string uri = "http://127.0.0.1/";
+    webkit_web_view_load_html(page, "<p>hay needle hay NEEDLE haystack</p>", uri.c_str());
+    auto loaded = [&] { return !webkit_web_view_is_loading(page) && webkit_web_view_get_uri(page) == uri; };
     ASSERT_TRUE(waitUntil(loaded));
     ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(main.window()), "page.find", nullptr));
 

@@ -33,10 +33,6 @@ protected:
         sidebar = std::make_unique<SidebarView>(*store, *manager);
         present(sidebar->widget(), -1, 600);
     }
-    void TearDown() override {
-        sidebar.reset();
-        WidgetTest::TearDown();
-    }
     // What the column shows, top to bottom: tile labels, "|" for the divider, "+" for the add button.
     Strings column() {
         Strings shown;

@@ -68,8 +68,8 @@ protected:
         manager = std::make_unique<WebViewManager>(host, testServices());
         manager->configure(*store);
     }
-    // A derived fixture lets go of its views of the store first.
-    void TearDown() override {
+    // After a derived fixture's members, its views of the store, are gone.
+    ~WidgetTest() override {
         if (window)
             gtk_window_destroy(window);
         manager.reset();
