@@ -19,11 +19,6 @@ constexpr const char* kNoAccount = "00000000-0000-4000-8000-000000000000";
 
 class ContentViewTest : public WidgetTest {
 protected:
-    void show() {
-        content = std::make_unique<ContentView>(*store, *manager);
-        present(content->widget(), 900, 600);
-        content->refresh();
-    }
     GtkWidget* viewOf(const Account& account) { return GTK_WIDGET(manager->webView(account.id)); }
     static std::string text(GtkWidget* label) { return gtk_label_get_text(GTK_LABEL(label)); }
 
@@ -31,8 +26,10 @@ protected:
     int reparented = 0; // outlives the views
 };
 
-TEST_F(ContentViewTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndReturnAddsOneOnlyWithNone) {
-    show();
+TEST_F(ContentViewTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndMailLinksWaitOnThePickersCard) {
+    content = std::make_unique<ContentView>(*store, *manager);
+    present(content->widget(), 900, 600);
+    content->refresh();
     EXPECT_TRUE(content->showsEmptyState());
     EXPECT_EQ(gtk_window_get_default_widget(window), content->addAccountButton());
     // What Return does:
@@ -43,7 +40,7 @@ TEST_F(ContentViewTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndReturnAdd
     EXPECT_EQ(content->visibleWebView(), viewOf(gmail));
     EXPECT_EQ(gtk_window_get_default_widget(window), nullptr) << "Return belongs to the page now";
 
-    const Account outlook = store->addOutlookAccount();
+    const Account outlook = addAccount("Work Outlook with a rather long name", AccountService::Outlook);
     const Account calendar = store->addCalendar(gmail); // shares the Gmail account's session, not its view
     GtkWidget* area = gtk_widget_get_parent(viewOf(gmail));
     const std::set<GtkWidget*> views { viewOf(gmail), viewOf(outlook), viewOf(calendar) };
@@ -63,28 +60,9 @@ TEST_F(ContentViewTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndReturnAdd
     store->setSelectedAccountID(std::string(kNoAccount));
     EXPECT_EQ(content->visibleWebView(), nullptr) << "a selection that names no account shows nothing";
 
-    // Removing the selected account shows the first remaining one; the views
-    // of accounts that are gone (kept by the manager here) leave the area,
-    // and with none the empty state and its default button come back.
-    store->select(1);
-    store->remove(outlook);
-    EXPECT_EQ(content->visibleWebView(), viewOf(gmail));
-    store->remove(gmail);
-    store->remove(calendar);
-    for (GtkWidget* view : views)
-        EXPECT_EQ(gtk_widget_get_parent(view), nullptr);
-    EXPECT_TRUE(content->showsEmptyState());
-    EXPECT_EQ(gtk_window_get_default_widget(window), content->addAccountButton());
-}
-
-using AccountPickerViewTest = ContentViewTest;
-
-TEST_F(AccountPickerViewTest, CardOffersTheFirstNineMailAccountsAndOnlyItsKeysButtonsAndBackdropAnswerIt) {
-    std::vector<Account> mail { addAccount("home@example.com") };
-    store->addCalendar(mail[0]);
-    mail.push_back(addAccount("Work Outlook with a rather long name", AccountService::Outlook));
-    store->setSelectedAccountID(mail[1].id);
-    show();
+    // A mail link shows the picker's card above the page.
+    std::vector<Account> mail { gmail, outlook };
+    store->setSelectedAccountID(outlook.id);
     AccountPickerView& picker = content->picker();
     EXPECT_FALSE(gtk_widget_get_visible(picker.widget()));
     content->handleOpenURL("mailto:ana@example.com,tom@example.com?subject=Hi");
@@ -98,7 +76,7 @@ TEST_F(AccountPickerViewTest, CardOffersTheFirstNineMailAccountsAndOnlyItsKeysBu
     ASSERT_TRUE(canSendXInput(content->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
     ASSERT_TRUE(pointerAt(picker.card(), { "click", "1" }, 6, 6));
     EXPECT_TRUE(content->pendingMailto());
-    EXPECT_EQ(store->selectedAccountID(), mail[1].id);
+    EXPECT_EQ(store->selectedAccountID(), outlook.id);
 
     // Accounts added meanwhile show, up to nine, each tile with its number.
     for (int i = 3; i <= 10; ++i)
@@ -140,6 +118,19 @@ TEST_F(AccountPickerViewTest, CardOffersTheFirstNineMailAccountsAndOnlyItsKeysBu
     EXPECT_TRUE(content->pendingMailto());
     EXPECT_TRUE(picker.handleKey(GDK_KEY_1, GdkModifierType(0)));
     EXPECT_EQ(store->selectedAccountID(), mail[0].id);
+
+    // Removing the selected account shows the first remaining one; the views
+    // of accounts that are gone (kept by the manager here) leave the area,
+    // and with none the empty state and its default button come back.
+    store->select(1);
+    store->remove(outlook);
+    EXPECT_EQ(content->visibleWebView(), viewOf(gmail));
+    for (const Account& account : std::vector(store->accounts()))
+        store->remove(account);
+    for (GtkWidget* view : views)
+        EXPECT_EQ(gtk_widget_get_parent(view), nullptr);
+    EXPECT_TRUE(content->showsEmptyState());
+    EXPECT_EQ(gtk_window_get_default_widget(window), content->addAccountButton());
 }
 
 } // namespace

@@ -29,11 +29,7 @@ GtkWidget* menuButton(GtkWidget* menu, const char* text) {
 
 class SidebarViewTest : public WidgetTest {
 protected:
-    void show() {
-        sidebar = std::make_unique<SidebarView>(*store, *manager);
-        present(sidebar->widget(), -1, 600);
-    }
-    // What the column shows, top to bottom: tile labels, "|" for the divider, "+" for the add button.
+    // What the column shows, top to bottom: tile labels, "|" for the divider.
     Strings column() {
         Strings shown;
         for (GtkWidget* c = gtk_widget_get_first_child(stack()); c; c = gtk_widget_get_next_sibling(c))
@@ -41,8 +37,6 @@ protected:
                 shown.push_back(ORVANE_IS_AVATAR_VIEW(c)
                         ? orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(c)).label
                         : "|");
-        if (gtk_widget_get_visible(addButton()))
-            shown.push_back("+");
         return shown;
     }
     GtkWidget* scroller() { return gtk_widget_get_first_child(sidebar->widget()); }
@@ -57,9 +51,6 @@ protected:
                 && orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(widget)).id == account.id;
         }));
     }
-    GtkWidget* menuOf(const Account& account) {
-        return findWidget(GTK_WIDGET(tile(account)), [](GtkWidget* w) { return GTK_IS_POPOVER_MENU(w); });
-    }
     bool activate(const char* action, const std::string& accountID) {
         return gtk_widget_activate_action(sidebar->widget(), action, "s", accountID.c_str());
     }
@@ -72,13 +63,14 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     Preferences preferences;
     SessionPreferences session(preferences);
     manager->setSessionPreferences(session);
-    show();
-    EXPECT_EQ(column(), Strings { "+" });
+    sidebar = std::make_unique<SidebarView>(*store, *manager);
+    present(sidebar->widget(), -1, 600);
+    EXPECT_EQ(column(), Strings {});
     const Account work = addAccount("Work");
     const Account calendar = store->addCalendar(work);
     const Account home = addAccount("Home", AccountService::Outlook);
     const Account other = addAccount("Other");
-    EXPECT_EQ(column(), (Strings { "Work", "Home", "Other", "|", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "Work", "Home", "Other", "|", "Work" }));
 
     // Selected, badged (calendars and the mail accounts that have one), and
     // reused across updates.
@@ -115,7 +107,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
 
     // Moving swaps in the store (whose rules, the ends and saving, are AccountStoreTest's).
     ASSERT_TRUE(activate("sidebar.move-down", work.id) && activate("sidebar.move-up", other.id));
-    EXPECT_EQ(column(), (Strings { "Home", "other@example.com", "Work", "|", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "Home", "other@example.com", "Work", "|", "Work" }));
 
     // Each kind's menu; the default account's item is a ticked, inert check
     // once shown, and removal is marked.
@@ -138,7 +130,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     // default account's item is a ticked, inert check, and removal is marked.
     ASSERT_TRUE(canSendXInput(sidebar->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
     GtkWidget* homeTile = GTK_WIDGET(tile(home));
-    GtkWidget* menu = menuOf(home);
+    GtkWidget* menu = findWidget(homeTile, [](GtkWidget* w) { return GTK_IS_POPOVER_MENU(w); });
     auto menuShows
         = [&](bool shown) { return waitUntil([&] { return gtk_widget_get_mapped(menu) == shown; }); };
     ASSERT_TRUE(pointerAt(homeTile, { "click", "3" }));
@@ -215,13 +207,13 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     // Gmail and Outlook; what it adds is selected.
     for (const Account& account : store->mailAccounts())
         store->remove(account);
-    EXPECT_EQ(column(), (Strings { "Home", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "Home", "Work" }));
     GtkWidget* add = addButton();
     EXPECT_EQ(menuItems(gtk_menu_button_get_menu_model(GTK_MENU_BUTTON(add))),
         (Strings { "Gmail account→sidebar.add-gmail", "Outlook account→sidebar.add-outlook" }));
     ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr));
     ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
-    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work" }));
     EXPECT_EQ(store->accounts()[1].service, AccountService::Outlook);
     EXPECT_EQ(store->selectedAccountID(), store->accounts()[1].id);
 
