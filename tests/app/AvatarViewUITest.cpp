@@ -65,10 +65,9 @@ protected:
         ASSERT_TRUE(shot);
     }
     Color at(double dx, double dy) const { return shot->pixel(int(kMargin + dx), int(kMargin + dy)); }
-    bool anyNear(Color color, double left, double top, double right, double bottom, int tolerance) const {
-        return shot->share({ int(kMargin + left), int(kMargin + top), int(right - left), int(bottom - top) },
-                   color, tolerance)
-            > 0;
+    bool anyNear(Color color, double x0, double y0, double x1, double y1, int tolerance) const {
+        Screenshot::Rect area { int(kMargin + x0), int(kMargin + y0), int(x1 - x0), int(y1 - y0) };
+        return shot->share(area, color, tolerance) > 0;
     }
 
     OrvaneAvatarView* tile = nullptr;

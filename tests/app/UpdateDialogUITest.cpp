@@ -34,9 +34,9 @@ TEST(UpdateDialogTest, ANewerReleaseOffersItsWebPagesOthersOnlyClose) {
     for (const auto& [result, offers] : cases) {
         auto* dialog = UpdateDialog::create(parent, result, open);
         dialogs.emplace_back(dialog);
-        gtk_window_present(GTK_WINDOW(dialog));
-        EXPECT_TRUE(gtk_window_get_modal(GTK_WINDOW(dialog)));
-        EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(dialog)), parent);
+        GtkWindow* shown = GTK_WINDOW(dialog);
+        EXPECT_TRUE(gtk_window_get_modal(shown) && gtk_window_get_transient_for(shown) == parent);
+        gtk_window_present(shown);
         EXPECT_STREQ(adw_message_dialog_get_default_response(dialog),
             offers ? UpdateDialog::kDownload : UpdateDialog::kClose);
         EXPECT_EQ(bool(adw_message_dialog_has_response(dialog, UpdateDialog::kReleaseNotes)), offers);
