@@ -17,17 +17,13 @@ namespace {
 
 constexpr const char* kNoAccount = "00000000-0000-4000-8000-000000000000";
 
-class ContentViewTest : public WidgetTest {
-protected:
-    GtkWidget* viewOf(const Account& account) { return GTK_WIDGET(manager->webView(account.id)); }
-    static std::string text(GtkWidget* label) { return gtk_label_get_text(GTK_LABEL(label)); }
-
-    std::unique_ptr<ContentView> content;
-    int reparented = 0; // outlives the views
-};
+using ContentViewTest = WidgetTest;
 
 TEST_F(ContentViewTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndMailLinksWaitOnThePickersCard) {
-    content = std::make_unique<ContentView>(*store, *manager);
+    auto viewOf = [&](const Account& account) { return GTK_WIDGET(manager->webView(account.id)); };
+    auto text = [](GtkWidget* label) { return std::string(gtk_label_get_text(GTK_LABEL(label))); };
+    static int reparented = 0; // the views outlive this body
+    auto content = std::make_unique<ContentView>(*store, *manager);
     present(content->widget(), 900, 600);
     content->refresh();
     EXPECT_TRUE(content->showsEmptyState());

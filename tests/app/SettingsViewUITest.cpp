@@ -17,26 +17,23 @@
 namespace orvane::test {
 namespace {
 
-class SettingsViewTest : public WidgetTest {
-protected:
-    static nlohmann::json saved() {
-        auto text = Files::read(AppPaths::accountsFile(), 1 << 20).value_or("null");
-        return nlohmann::json::parse(text, nullptr, false);
-    }
-    std::string shownAccount() const {
-        const char* label = gtk_menu_button_get_label(GTK_MENU_BUTTON(view->defaultAccountButton()));
-        return label ? label : "";
-    }
-    void choose(const std::string& id) {
-        gtk_widget_activate_action(view->defaultAccountButton(), "settings.default-account", "s", id.c_str());
-    }
-    static bool active(GtkWidget* toggle) { return gtk_switch_get_active(GTK_SWITCH(toggle)); }
-    static bool shown(GtkWidget* widget) { return gtk_widget_get_visible(widget); }
-
-    SettingsView* view = nullptr;
-};
+using SettingsViewTest = WidgetTest;
 
 TEST_F(SettingsViewTest, ControlsShowTheStoreSaveOnlyTheirOwnChangesAndExplainAFailedDefaultAppRequest) {
+    SettingsView* view = nullptr;
+    auto saved = [] {
+        auto text = Files::read(AppPaths::accountsFile(), 1 << 20).value_or("null");
+        return nlohmann::json::parse(text, nullptr, false);
+    };
+    auto shownAccount = [&] {
+        const char* label = gtk_menu_button_get_label(GTK_MENU_BUTTON(view->defaultAccountButton()));
+        return std::string(label ? label : "");
+    };
+    auto choose = [&](const std::string& id) {
+        gtk_widget_activate_action(view->defaultAccountButton(), "settings.default-account", "s", id.c_str());
+    };
+    auto active = [](GtkWidget* toggle) { return gtk_switch_get_active(GTK_SWITCH(toggle)); };
+    auto shown = [](GtkWidget* widget) { return gtk_widget_get_visible(widget); };
     // GIO reads the user folders once per process: the registry lives in the folders it read.
     const std::string applications = std::string(g_get_user_data_dir()) + "/applications";
     g_mkdir_with_parents(applications.c_str(), 0700);

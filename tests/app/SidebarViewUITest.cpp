@@ -189,27 +189,22 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     const Account fresh = addAccount("Fresh");
     ASSERT_TRUE(activate("sidebar.reload", fresh.id));
     EXPECT_EQ(manager->webView(fresh.id), nullptr);
-    WebKitWebView* page = manager->webView(calendar);
-    waitUntil([&] { return !webkit_web_view_is_loading(page); }); // its first load, to a closed port
-    webkit_web_view_load_html(page, "<title>one</title>", "http://127.0.0.1:9/one");
-    // Loaded; nothing runs between this wait and the reload.
-    ASSERT_TRUE(waitUntil([&] { return !webkit_web_view_is_loading(page); }));
-    ASSERT_TRUE(activate("sidebar.reload", calendar.id));
-    EXPECT_TRUE(webkit_web_view_is_loading(page));
+    // Loaded (the title's page); nothing runs between this wait and the reload.
+    ASSERT_TRUE(waitUntil([&] { return !webkit_web_view_is_loading(view); }));
+    ASSERT_TRUE(activate("sidebar.reload", other.id));
+    EXPECT_TRUE(webkit_web_view_is_loading(view));
 
     // Only calendar accounts: no divider above them. The add button offers
-    // Gmail and Outlook; what it adds is selected.
+    // Gmail and Outlook.
     for (const Account& account : store->mailAccounts())
         store->remove(account);
     EXPECT_EQ(column(), (Strings { "Home", "Work" }));
     GtkWidget* add = addButton();
     EXPECT_EQ(menuItems(gtk_menu_button_get_menu_model(GTK_MENU_BUTTON(add))),
         (Strings { "Gmail account→sidebar.add-gmail", "Outlook account→sidebar.add-outlook" }));
-    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr));
-    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
+    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr)
+        && gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
     EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work" }));
-    EXPECT_EQ(store->accounts()[1].service, AccountService::Outlook);
-    EXPECT_EQ(store->selectedAccountID(), store->accounts()[1].id);
 
     // Many accounts scroll within the window's floor, the add button in view.
     for (int i = 0; i < 20; ++i)

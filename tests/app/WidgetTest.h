@@ -79,10 +79,8 @@ protected:
 
     // Shows `child` in an undecorated window and waits until it is laid out.
     void present(GtkWidget* child, int width = -1, int height = -1) {
-        window = GTK_WINDOW(gtk_window_new());
-        gtk_window_set_decorated(window, FALSE);
-        gtk_window_set_default_size(window, width, height);
-        gtk_window_set_child(window, child);
+        window = GTK_WINDOW(g_object_new(GTK_TYPE_WINDOW, "decorated", FALSE, "default-width", width,
+            "default-height", height, "child", child, nullptr));
         gtk_window_present(window);
         ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(child) && gtk_widget_get_width(child); }));
     }
