@@ -107,7 +107,6 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     EXPECT_EQ(column(), (Strings { "Home", "other@example.com", "Work", "|", "Work" }));
 
     // Each kind's menu, and the default account's.
-    EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(calendar).get()),
         (Strings { "—", "Reload→sidebar.reload", "—", "Mute Notifications→tile.mute-notifications",
             "—", "Move Up→sidebar.move-up", "Move Down→sidebar.move-down", "—",
@@ -149,7 +148,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     // A click or Return selects and saves. A press held past the long-press
     // delay (and the release that comes before the Escape), Shift+F10 and the
     // Menu key open the menu and select nothing.
-    const std::tuple<std::vector<std::string>, const char*, bool> inputs[] = {
+    const std::tuple<Strings, const char*, bool> inputs[] = {
         { { "click", "1" }, "", false }, { {}, "Return", false }, { { "mousedown", "1" }, "", true },
         { {}, "shift+F10", true }, { {}, "Menu", true } };
     for (const auto& [pointer, keys, opensMenu] : inputs) {
@@ -163,9 +162,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
             continue;
         }
         EXPECT_TRUE(menuShows(true));
-        if (!pointer.empty() && pointer[0] == "mousedown") {
-            ASSERT_TRUE(runXdotool({ "mouseup", "1" }));
-        }
+        EXPECT_TRUE(pointer != Strings({ "mousedown", "1" }) || runXdotool({ "mouseup", "1" }));
         ASSERT_TRUE(pressKeys("Escape", menu));
         ASSERT_TRUE(menuShows(false));
         EXPECT_FALSE(store->selectedAccountID().has_value());
