@@ -46,9 +46,9 @@ protected:
     }
     GtkWidget* addButton() { return gtk_widget_get_last_child(sidebar->widget()); }
     OrvaneAvatarView* tile(const Account& account) {
-        return ORVANE_AVATAR_VIEW(findWidget(stack(), [&](GtkWidget* widget) {
-            return ORVANE_IS_AVATAR_VIEW(widget)
-                && orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(widget)).id == account.id;
+        return ORVANE_AVATAR_VIEW(findWidget(stack(), [&](GtkWidget* w) {
+            return ORVANE_IS_AVATAR_VIEW(w)
+                && orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(w)).id == account.id;
         }));
     }
     bool activate(const char* action, const std::string& accountID) {
@@ -126,8 +126,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     ASSERT_TRUE(canSendXInput(sidebar->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
     GtkWidget* homeTile = GTK_WIDGET(tile(home));
     GtkWidget* menu = findWidget(homeTile, [](GtkWidget* w) { return GTK_IS_POPOVER_MENU(w); });
-    auto menuShows
-        = [&](bool shown) { return waitUntil([&] { return gtk_widget_get_mapped(menu) == shown; }); };
+    auto menuShows = [&](bool on) { return waitUntil([&] { return gtk_widget_get_mapped(menu) == on; }); };
     ASSERT_TRUE(pointerAt(homeTile, { "click", "3" }));
     ASSERT_TRUE(menuShows(true));
     EXPECT_EQ(store->selectedAccountID(), work.id);
