@@ -15,12 +15,7 @@ using Failure = HTTPFetch::Failure;
 
 class HTTPFetchTest : public ::testing::Test {
 protected:
-    using Setup = std::function<void(HTTPFetch::Request&)>;
-    HTTPFetch::Outcome fetch(std::string address, const Setup& setup = {}) {
-        HTTPFetch::Request request;
-        request.address = std::move(address);
-        if (setup)
-            setup(request);
+    HTTPFetch::Outcome fetch(const HTTPFetch::Request& request) {
         std::optional<HTTPFetch::Outcome> outcome;
         HTTPFetch::start(request, nullptr, [&](HTTPFetch::Outcome result) { outcome = std::move(result); });
         EXPECT_FALSE(outcome) << "the completion ran inside start()";
@@ -38,18 +33,15 @@ protected:
 
 TEST_F(HTTPFetchTest, StatusSizeRedirectsAddressesTimeOutAndCancel) {
     server.serve("/ok", "hello", "text/plain");
-    server.handle("/missing", [](SoupServerMessage* message, const std::string&) {
-        soup_server_message_set_status(message, SOUP_STATUS_NOT_FOUND, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_COPY, "an error page", 13);
-    });
+    server.serve("/missing", "an error page", "text/html", SOUP_STATUS_NOT_FOUND);
     server.serve("/big", std::string(2000, 'x'), "text/plain");
     redirect("/hop", "/ok");
     redirect("/to-file", "file:///etc/passwd");
     redirect("/loop", "/loop");
 
-    auto ok = fetch(server.uri("/hop"));
+    auto ok = fetch({ server.uri("/hop") });
     EXPECT_TRUE(ok.ok() && ok.body == "hello" && ok.contentType == "text/plain");
-    auto missing = fetch(server.uri("/missing"));
+    auto missing = fetch({ server.uri("/missing") });
     EXPECT_TRUE(missing.failure == Failure::Status && missing.status == 404u);
     EXPECT_TRUE(missing.body.empty()) << "an error page is never a body";
 
@@ -72,27 +64,27 @@ TEST_F(HTTPFetchTest, StatusSizeRedirectsAddressesTimeOutAndCancel) {
         append(message);
     });
     for (const char* path : { "/big", "/endless" }) {
-        auto bounded = fetch(server.uri(path), [](auto& request) { request.maxBytes = 1000; });
+        auto bounded = fetch({ .address = server.uri(path), .maxBytes = 1000 });
         EXPECT_EQ(bounded.failure, Failure::TooLarge) << path;
     }
     EXPECT_TRUE(waitUntil([&] { return endlessFinished; })) << "the endless answer was dropped";
     EXPECT_LT(endlessSent, 4u << 20) << "soon after the bound";
 
     const unsigned closedPort = FixtureServer().port();
-    auto refused = fetch("http://127.0.0.1:" + std::to_string(closedPort) + "/");
+    auto refused = fetch({ "http://127.0.0.1:" + std::to_string(closedPort) + "/" });
     EXPECT_EQ(refused.failure, Failure::Transport);
     EXPECT_FALSE(refused.error.empty());
     using namespace std::string_literals;
     for (const std::string& address : { server.uri("/to-file"), server.uri("/loop"), "file:///etc/passwd"s,
              "ftp://127.0.0.1/x"s, "http:///nohost"s, "not an address"s })
-        EXPECT_EQ(fetch(address).failure, Failure::Address) << address;
+        EXPECT_EQ(fetch({ address }).failure, Failure::Address) << address;
     EXPECT_EQ(server.requestCount("/loop"), HTTPFetch::kMaxRedirects + 1);
 
     // Never answers: the message is paused and left so.
     server.handle("/silent", [](SoupServerMessage* message, const std::string&) {
         soup_server_message_pause(message);
     });
-    auto slow = fetch(server.uri("/silent"), [](auto& request) { request.timeoutMilliseconds = 200; });
+    auto slow = fetch({ .address = server.uri("/silent"), .timeoutMilliseconds = 200 });
     EXPECT_EQ(slow.failure, Failure::TimedOut);
     Ref<GCancellable> cancellable = adopt(g_cancellable_new());
     std::vector<Failure> ends;
@@ -123,10 +115,7 @@ TEST_F(HTTPFetchTest, CookiesGoOnlyWhereLibsoupSaysTheyApplyAndNeverAcrossHosts)
     }
     auto sent = [&](const std::string& path, const std::string& address) {
         server.resetCounts();
-        EXPECT_TRUE(fetch(address, [&](auto& request) {
-            request.cookies = cookies;
-            request.userAgent = "Orvane-Test";
-        }).ok());
+        EXPECT_TRUE(fetch({ .address = address, .userAgent = "Orvane-Test", .cookies = cookies }).ok());
         auto requests = server.requests(path);
         EXPECT_EQ(requests.size(), 1u) << path;
         if (requests.empty())

@@ -36,21 +36,8 @@ protected:
         EXPECT_TRUE(Files::replaceAtomically(folder + "/" + name, "contents of " + name));
         return folder + "/" + name;
     }
-    // Choosers that Orvane showed instead of answering with dropped files;
-    // closes them when asked.
-    static int choosersShown(bool close = false) {
-        int shown = 0;
-        GListModel* windows = gtk_window_get_toplevels();
-        for (guint i = 0; i < g_list_model_get_n_items(windows); ++i) {
-            Ref<GtkWindow> window = adopt(GTK_WINDOW(g_list_model_get_item(windows, i)));
-            if (const char* title = gtk_window_get_title(window.get()); title && g_str_has_prefix(title, "Select File")) {
-                ++shown;
-                if (close)
-                    gtk_window_close(window.get());
-            }
-        }
-        return shown;
-    }
+    // Choosers that Orvane showed instead of answering with dropped files.
+    static size_t choosersShown() { return toplevels(GTK_TYPE_FILE_CHOOSER_DIALOG).size(); }
     // Clicks a new file input in the page; the names it receives land in window.__names.
     static void clickFileInput(WebKitWebView* view, bool multiple) {
         run(view, std::string("{ const input = document.createElement('input'); input.type = 'file';")
@@ -97,7 +84,7 @@ TEST_F(DropAttachWebTest, WaitingFilesFollowTheChooserRuleAndExpireWithTheirOwnD
 TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirAccountsOwnChoosersAndAsManyAsTheInputTakes) {
     useServices("/web/plain.html");
     WebKitWebView* otherView = showNewAccount();
-    WebKitWebView* view = showNewAccount();
+    view = showNewAccount();
     // A frame of another site that opens a chooser.
     const std::string picker = jsonLiteral(server.uriOnHost("localhost", "/web/picker.html"));
     run(view, "{ const f = document.createElement('iframe'); f.src = " + picker
@@ -139,12 +126,12 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirAccountsOwnChoosersAndAsMany
         if (names.is_null()) {
             ASSERT_TRUE(waitUntil([] { return choosersShown() == 1; }));
             EXPECT_EQ(bridges->pendingDrops().pending(view), files);
-            choosersShown(true);
+            gtk_window_close(toplevels(GTK_TYPE_FILE_CHOOSER_DIALOG).front());
             ASSERT_TRUE(waitUntil([] { return choosersShown() == 0; }));
         } else {
             ASSERT_TRUE(waitForJS(target, "JSON.stringify(window.__names) === " + jsonLiteral(names.dump())));
             EXPECT_FALSE(bridges->pendingDrops().pending(view));
-            EXPECT_EQ(choosersShown(), 0);
+            EXPECT_EQ(choosersShown(), 0u);
         }
         bridges->pendingDrops().clear(view);
     }
@@ -168,7 +155,7 @@ TEST_F(DropAttachWebTest, AFailedAttachClearsTheFiles) {
 // block for good, /dev/zero never ends.
 TEST_F(DropAttachWebTest, DropsOfFoldersSpecialFilesAndManyFilesOnlyPassPathsOn) {
     useServices("/gmail/");
-    WebKitWebView* view = showNewAccount();
+    view = showNewAccount();
     std::string folder = makeTempFolder("odd-drops");
     ASSERT_EQ(mkfifo((folder + "/pipe").c_str(), 0600), 0);
     std::string vanished = makeFile(folder, "vanished.txt");
@@ -193,7 +180,7 @@ TEST_F(DropAttachWebTest, DropsOfFoldersSpecialFilesAndManyFilesOnlyPassPathsOn)
             + std::to_string(finished))) << uris.front();
     }
     const std::string last = "__fixtureLog.filter(e => e.type === 'files-chosen').pop()";
-    EXPECT_EQ(runJS(view, last + ".names.length").value, 1000);
+    EXPECT_EQ(js(view, last + ".names.length"), 1000);
     EXPECT_FALSE(choosersShown()) << "no drop expired before its chooser";
 }
 

@@ -66,85 +66,71 @@ TEST(NotificationRelayTest, MessagesAreReadBoundedAndPlainAndNamedAfterThePageAn
     EXPECT_EQ(escaped.body, "A&amp;B\n&lt;a href=&quot;https://evil.example/&quot;&gt;x&lt;/a&gt; &amp;amp;");
 }
 
-class NotificationShimWebTest : public ManagerWebFixture {
-protected:
-    json page(const std::string& script) {
-        auto result = runJS(view, script);
-        EXPECT_TRUE(result.ok) << script << ": " << result.error;
-        return result.value;
-    }
+class NotificationShimWebTest : public ManagerWebFixture { };
 
-    WebKitWebView* view = nullptr;
-};
-
-TEST_F(NotificationShimWebTest, AMutedAccountsNotificationsAreNotShown) {
+// What the page sees of Notification and posts, and what a click does: it
+// selects its account (and saves) without creating a view, and runs the
+// page's own handler; anything else runs nothing. A muted account's
+// notifications are not shown.
+TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectTheAccountAndRunTheListener) {
+    const Account shown = store->addAccount();
+    const Account hidden = store->addAccount();
+    store->setSelectedAccountID(shown.id);
+    store->setNotificationsEnabled(true);
     useServices("/notify/shim.html");
     Preferences preferences;
     SessionPreferences session(preferences);
     manager->setSessionPreferences(session);
     manager->configure(*store);
-    store->setNotificationsEnabled(true);
-    const Account account = store->addAccount();
-    WebKitWebView* page = show(account);
-    ASSERT_TRUE(waitLoaded(page));
+    ASSERT_TRUE(waitLoaded(view = show(shown)));
     for (const char* tag : { "muted", "heard" }) {
-        ASSERT_TRUE(session.setNotificationsMuted(account.id, tag == std::string("muted")));
-        ASSERT_TRUE(runJS(page, "new Notification('Hi', { tag: '" + std::string(tag) + "' }); true").ok);
+        ASSERT_TRUE(session.setNotificationsMuted(shown.id, tag == std::string("muted")));
+        run(view, "new Notification('Hi', { tag: '" + std::string(tag) + "' })");
     }
     ASSERT_TRUE(waitUntil([&] { return !host.notifications.empty(); }));
-    EXPECT_EQ(host.notifications[0].id, "orvane-" + account.id + "-heard") << "the muted one came first, from the same page";
-}
+    EXPECT_EQ(host.notifications[0].id, "orvane-" + shown.id + "-heard") << "the muted one came first";
 
-// What the page sees of Notification and posts, and what a click does: it
-// selects its account (and saves) without creating a view, and runs the
-// page's own handler; anything else runs nothing.
-TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectTheAccountAndRunTheListener) {
-    const Account shown = store->addAccount();
-    const Account hidden = store->addAccount();
-    store->setSelectedAccountID(shown.id);
-    useServices("/notify/shim.html");
     std::vector<json> received; // what was posted to orvaneNotify, instead of shown
     manager->setMessageReceiver("orvaneNotify", [&](WebKitWebView* sender, JSCValue* body) {
         EXPECT_EQ(sender, view);
         received.push_back(resultFromJSC(body, nullptr).value);
     });
-    view = show(shown);
-    ASSERT_TRUE(waitLoaded(view));
     ASSERT_TRUE(waitForJS(view, "document.getElementById('frame').contentDocument.readyState === 'complete'"));
-    EXPECT_EQ(page("[Notification.permission, Notification.maxActions]"), json({ "granted", 0 }));
-    EXPECT_EQ(page("let answer; Notification.requestPermission(p => { answer = p; }); answer"), "granted")
+    EXPECT_EQ(js(view, "[Notification.permission, Notification.maxActions]"), json({ "granted", 0 }));
+    EXPECT_EQ(js(view, "let answer; Notification.requestPermission(p => { answer = p; }); answer"), "granted")
         << "the callback at once";
-    page("Notification.requestPermission(() => { throw new Error('page'); })"
-         ".then(p => { window.promised = p; }); 0");
+    run(view, "Notification.requestPermission(() => { throw new Error('page'); })"
+        ".then(p => { window.promised = p; })");
     EXPECT_TRUE(waitForJS(view, "window.promised === 'granted'")) << "a throwing callback stays the page's";
 
-    std::string stamp = page("window.__orvanePage").get<std::string>();
+    std::string stamp = js(view, "window.__orvanePage").get<std::string>();
     ASSERT_FALSE(stamp.empty());
-    page("new Notification('Hi');"
-         "new Notification('New mail', { body: 'From Ann', tag: 'inbox', icon: 'x.png', data: { a: 1 } }); 0");
+    run(view, "new Notification('Hi');"
+        "new Notification('New mail', { body: 'From Ann', tag: 'inbox', icon: 'x.png', data: { a: 1 } })");
     // A frame counts on its own.
-    page("new (document.getElementById('frame').contentWindow.Notification)('In frame'); 0");
+    run(view, "new (document.getElementById('frame').contentWindow.Notification)('In frame')");
     // A second injection into the same frame leaves the first shim working.
-    page("window.firstShim = window.Notification; true");
-    page(std::string(BridgeScripts::text("bridges/notification-shim.js")) + "; true");
-    EXPECT_EQ(page("window.Notification === window.firstShim"), true);
-    page("new Notification('After'); true");
+    run(view, "window.firstShim = window.Notification");
+    run(view, std::string(BridgeScripts::text("bridges/notification-shim.js")));
+    EXPECT_EQ(js(view, "window.Notification === window.firstShim"), true);
+    run(view, "new Notification('After')");
     ASSERT_TRUE(waitUntil([&] { return received.size() == 4; }));
     auto posted = [&](const char* id, const char* title, const char* body, const char* tag) {
-        return json(
-            { { "id", id }, { "title", title }, { "body", body }, { "tag", tag }, { "orvanePage", stamp } });
+        return json({ { "id", id }, { "title", title }, { "body", body }, { "tag", tag },
+            { "orvanePage", stamp } });
     };
-    EXPECT_EQ(received[0], posted("1", "Hi", "", ""));
-    EXPECT_EQ(received[1], posted("2", "New mail", "From Ann", "inbox"));
+    // Ids count on from the two notifications above.
+    EXPECT_EQ(received[0], posted("3", "Hi", "", ""));
+    EXPECT_EQ(received[1], posted("4", "New mail", "From Ann", "inbox"));
     EXPECT_EQ(received[2].value("id", "") + received[2].value("orvanePage", ""), "1" + stamp);
-    EXPECT_EQ(received[3].value("id", ""), "3");
+    EXPECT_EQ(received[3].value("id", ""), "5");
 
-    page(R"JS(window.calls = [];
+    run(view, R"JS(window.calls = [];
         window.listener = event => calls.push('listener:' + typeof event.preventDefault);
         window.clicked = new Notification('Click me');
         clicked.addEventListener('click', listener);
         clicked.removeEventListener('click', () => {});
-        clicked.onshow = () => calls.push('shown'); true)JS");
+        clicked.onshow = () => calls.push('shown'))JS");
     EXPECT_TRUE(waitForJS(view, "calls.includes('shown')"));
     bridges->notifications().clicked(GCharPtr(g_ascii_strdown(hidden.id.c_str(), -1)).get(), "1");
     EXPECT_EQ(store->selectedAccountID(), hidden.id) << "in canonical form";
@@ -152,12 +138,12 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectThe
     EXPECT_EQ(AccountStore().selectedAccountID(), hidden.id);
     bridges->notifications().clicked("not-a-uuid", "1");
     EXPECT_EQ(store->selectedAccountID(), hidden.id);
-    bridges->notifications().clicked(shown.id, page("clicked._id").get<std::string>());
+    bridges->notifications().clicked(shown.id, js(view, "clicked._id").get<std::string>());
     EXPECT_EQ(store->selectedAccountID(), shown.id);
     EXPECT_TRUE(waitForJS(view, "calls.length === 2 && calls[1] === 'listener:function'"));
 
     // Removed, closed, unknown or odd ids run nothing; a throwing handler stays inside the page.
-    EXPECT_EQ(page(R"JS(calls = [];
+    EXPECT_EQ(js(view, R"JS(calls = [];
         clicked.removeEventListener('click', listener);
         __orvaneClickNotif(clicked._id);
         const closed = new Notification('Closed');
@@ -171,7 +157,7 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectThe
         throwing.onclick = () => { calls.push('threw'); throw new Error('page'); };
         __orvaneClickNotif(throwing._id);
         calls)JS"), json({ "onclose", "threw" }));
-    EXPECT_EQ(page("Notification.prototype.dispatchEvent.call(clicked, {})"), true);
+    EXPECT_EQ(js(view, "Notification.prototype.dispatchEvent.call(clicked, {})"), true);
 }
 
 } // namespace

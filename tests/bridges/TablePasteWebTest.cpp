@@ -22,11 +22,7 @@ protected:
         view = showNewAccount();
     }
 
-    json js(const std::string& expression) {
-        auto result = runJS(view, expression);
-        EXPECT_TRUE(result.ok) << expression << ": " << result.error;
-        return result.value;
-    }
+    json js(const std::string& expression) { return ManagerWebFixture::js(view, expression); }
     json paste(const std::string& text, const std::string& selector = "#editor", const std::string& html = "") {
         return js("__paste(" + jsonLiteral(selector) + ", " + jsonLiteral(text) + ", " + jsonLiteral(html) + ")");
     }
@@ -41,11 +37,28 @@ protected:
     static json td(const std::string& text, const std::string& align = "") { return { "td", text, kTD + align, 0 }; }
     static json taken() { return { { "prevented", true }, { "pageSaw", 0 } }; }
     static json leftAlone() { return { { "prevented", false }, { "pageSaw", 1 } }; }
-
-    WebKitWebView* view = nullptr;
 };
 
-TEST_F(TablePasteWebTest, PipeAndDrawnTablesBecomeTablesWithTheirAlignmentsAndTheTextAround) {
+// Every element that takes focus, in every frame and whenever it was made,
+// has correction, capitalisation and writing suggestions switched off; pipe
+// and drawn tables pasted become tables, other pastes are left alone.
+TEST_F(TablePasteWebTest, FocusedElementsAreTamedAndPlainTablesPastedBecomeTables) {
+    auto attributes = [&](const std::string& element) {
+        return js("(e => [e.getAttribute('autocorrect'), e.getAttribute('autocapitalize'), e.getAttribute('writingsuggestions')].join('/'))("
+            + element + ")");
+    };
+    const std::string frame = "document.querySelector('#frame').contentDocument";
+    EXPECT_EQ(attributes("document.documentElement"), "off/off/false");
+    EXPECT_EQ(attributes("document.querySelector('#field')"), "//") << "nothing is tamed before it takes focus";
+    run(view, "const late = document.createElement('input'); late.id = 'late'; late.setAttribute('autocorrect', 'on');"
+              "document.body.appendChild(late)");
+    ASSERT_TRUE(waitForJS(view, frame + ".readyState === 'complete'"));
+    for (const std::string& element : std::vector<std::string> { "document.querySelector('#field')", "document.querySelector('#area')", "document.querySelector('#editor')",
+             "document.querySelector('#late')", frame + ".documentElement", frame + ".querySelector('#frame-field')", frame + ".querySelector('#nested')" }) {
+        js(element + ".focus(); true");
+        EXPECT_EQ(attributes(element), "off/off/false") << element;
+    }
+
     EXPECT_EQ(pasted("| Name | Size |\n| --- | --- |"), json::array({ table({ th("Name"), th("Size") }, json::array()) }));
     EXPECT_TRUE(js("__caretAtEnd()"));
     // Colons set every cell's alignment; outer pipes and LF line ends are optional.
@@ -76,9 +89,9 @@ TEST_F(TablePasteWebTest, PipeAndDrawnTablesBecomeTablesWithTheirAlignmentsAndTh
     EXPECT_EQ(js("__paste('#nested', '| f |\\n| - |', '', document.querySelector('#frame').contentDocument).prevented"), true);
     EXPECT_EQ(js("document.querySelector('#frame').contentDocument.querySelectorAll('#nested table').length"), 1);
     EXPECT_EQ(js("__describe('#editor').length"), 1);
-}
 
-TEST_F(TablePasteWebTest, PastesWithoutPlainTablesAreLeftToThePageAndTheBrowser) {
+    // Pastes without plain tables are left to the page and the browser.
+    js("document.querySelector('#editor').textContent = ''");
     EXPECT_EQ(paste("a | b"), leftAlone()) << "no delimiter line";
     EXPECT_EQ(paste("┌────┐\n└────┘ | not a table"), leftAlone());
     EXPECT_EQ(paste("| a | b |\n|---|---|", "#editor", "<meta charset=utf-8><TABLE\n><tr><td>a</td></tr></TABLE>"), leftAlone())
@@ -92,26 +105,6 @@ TEST_F(TablePasteWebTest, PastesWithoutPlainTablesAreLeftToThePageAndTheBrowser)
     // 5 MB of lines with pipes and no table, and lines of 10,000 pipes, end.
     EXPECT_EQ(js("__paste('#editor', 'a | b c d e f g h i j k\\n'.repeat(220000), '')"), leftAlone());
     EXPECT_EQ(js("__paste('#editor', ' - | '.repeat(10000) + '\\n' + ' :-: | '.repeat(10000) + 'x\\n', '')"), leftAlone());
-}
-
-// Every element that takes focus, in every frame and whenever it was made,
-// has correction, capitalisation and writing suggestions switched off.
-TEST_F(TablePasteWebTest, FocusedElementsAreTamedInEveryFrameIncludingLaterOnes) {
-    auto attributes = [&](const std::string& element) {
-        return js("(e => [e.getAttribute('autocorrect'), e.getAttribute('autocapitalize'), e.getAttribute('writingsuggestions')].join('/'))("
-            + element + ")");
-    };
-    const std::string frame = "document.querySelector('#frame').contentDocument";
-    EXPECT_EQ(attributes("document.documentElement"), "off/off/false");
-    EXPECT_EQ(attributes("document.querySelector('#field')"), "//") << "nothing is tamed before it takes focus";
-    run(view, "const late = document.createElement('input'); late.id = 'late'; late.setAttribute('autocorrect', 'on');"
-              "document.body.appendChild(late)");
-    ASSERT_TRUE(waitForJS(view, frame + ".readyState === 'complete'"));
-    for (const std::string& element : std::vector<std::string> { "document.querySelector('#field')", "document.querySelector('#area')", "document.querySelector('#editor')",
-             "document.querySelector('#late')", frame + ".documentElement", frame + ".querySelector('#frame-field')", frame + ".querySelector('#nested')" }) {
-        js(element + ".focus(); true");
-        EXPECT_EQ(attributes(element), "off/off/false") << element;
-    }
 }
 
 } // namespace

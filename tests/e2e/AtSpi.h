@@ -16,29 +16,30 @@ class AtSpi {
 public:
     // Connects to the accessibility bus of orvane's session bus.
     explicit AtSpi(GDBusConnection* session) {
-        GVariantPtr reply = callAndWait(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress", nullptr);
+        GVariantPtr reply
+            = callAndWait(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress", nullptr);
         const char* address = nullptr;
         if (reply && (g_variant_get(reply.get(), "(&s)", &address), address))
-            m_bus = adopt(g_dbus_connection_new_for_address_sync(address, GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT
-                | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION), nullptr, nullptr, nullptr));
+            m_bus = adopt(g_dbus_connection_new_for_address_sync(address,
+                GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT
+                    | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+                nullptr, nullptr, nullptr));
     }
     explicit operator bool() const { return bool(m_bus); }
 
-    // Once the objects of this role include all these lines: "name · description",
-    // then "· selected" or "· selectable" for those that can be.
-    bool shows(const std::string& role, const std::vector<std::string>& wanted) {
+    // Once an object of this role shows this line ("name" or "name · description").
+    bool shows(const std::string& role, const std::string& line) {
         return waitUntil([&] {
             m_seen.clear();
             walk("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root", role, 0);
-            return std::all_of(wanted.begin(), wanted.end(), [&](auto& line) { return std::ranges::find(m_seen, line, &Seen::line) != m_seen.end(); });
+            return find(line) != m_seen.end();
         }, 30s);
     }
     // Once one of this role shows the line, runs its first action (a button's click).
     bool press(const std::string& role, const std::string& line) {
-        if (!shows(role, { line }))
-            return false;
-        auto found = std::ranges::find(m_seen, line, &Seen::line);
-        return bool(callAndWait(m_bus.get(), found->bus, found->path, "org.a11y.atspi.Action", "DoAction", g_variant_new("(i)", 0), 5s));
+        return shows(role, line)
+            && call(find(line)->bus, find(line)->path, "org.a11y.atspi.Action", "DoAction",
+                g_variant_new("(i)", 0));
     }
     std::string seen() const {
         std::vector<std::string> lines;
@@ -50,38 +51,40 @@ private:
     struct Seen {
         std::string line, bus, path;
     };
-    GVariantPtr call(const std::string& bus, const std::string& path, const char* method, const char* property = nullptr) {
-        return callAndWait(m_bus.get(), bus, path, property ? "org.freedesktop.DBus.Properties" : "org.a11y.atspi.Accessible", method,
-            property ? g_variant_new("(ss)", "org.a11y.atspi.Accessible", property) : nullptr, 5s);
+    static constexpr const char* kAccessible = "org.a11y.atspi.Accessible";
+    static constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
+
+    std::vector<Seen>::iterator find(const std::string& line) {
+        return std::ranges::find(m_seen, line, &Seen::line);
     }
-    std::string text(const std::string& bus, const std::string& path, const char* method, const char* property = nullptr) {
-        GVariantPtr reply = call(bus, path, method, property);
-        GVariantPtr value(reply ? g_variant_get_child_value(reply.get(), 0) : nullptr);
-        GVariantPtr string(value && property ? g_variant_get_variant(value.get()) : value.release());
-        return string && g_variant_is_of_type(string.get(), G_VARIANT_TYPE_STRING) ? g_variant_get_string(string.get(), nullptr) : "";
+    GVariantPtr call(const std::string& bus, const std::string& path, const char* interface,
+        const char* method, GVariant* parameters = nullptr) {
+        return callAndWait(m_bus.get(), bus, path, interface, method, parameters, 5s);
     }
     // The registry's children are the applications, each on a bus of its own.
     void walk(const std::string& bus, const std::string& path, const std::string& role, int depth) {
-        if (depth > 0 && text(bus, path, "GetRoleName") == role) {
-            std::string line = text(bus, path, "Get", "Name");
-            if (std::string description = text(bus, path, "Get", "Description"); !description.empty())
-                line += " · " + description;
-            GVariantPtr states = call(bus, path, "GetState");
-            GVariantPtr words(states ? g_variant_get_child_value(states.get(), 0) : nullptr);
-            guint32 word = 0; // AtspiStateType 22 is selectable, 23 selected
-            if (words && g_variant_n_children(words.get()))
-                g_variant_get_child(words.get(), 0, "u", &word);
-            m_seen.push_back({ line + (word >> 23 & 1 ? " · selected" : word >> 22 & 1 ? " · selectable" : ""), bus, path });
+        GVariantPtr roleName = depth > 0 ? call(bus, path, kAccessible, "GetRoleName") : nullptr;
+        const char *name = "", *description = "";
+        if (roleName)
+            g_variant_get(roleName.get(), "(&s)", &name);
+        if (roleName && name == role) {
+            GVariantPtr all = call(bus, path, kProperties, "GetAll", g_variant_new("(s)", kAccessible));
+            GVariantPtr properties(all ? g_variant_get_child_value(all.get(), 0) : nullptr);
+            if (properties && g_variant_lookup(properties.get(), "Name", "&s", &name)) {
+                g_variant_lookup(properties.get(), "Description", "&s", &description);
+                m_seen.push_back({ name + std::string(*description ? " · " : "") + description, bus, path });
+            }
         }
-        GVariantPtr children = depth < 40 ? call(bus, path, "GetChildren") : nullptr;
-        if (!children)
-            return;
-        GVariantPtr list(g_variant_get_child_value(children.get(), 0));
-        GVariantIter iter;
+        GVariantPtr children = depth < 40 ? call(bus, path, kAccessible, "GetChildren") : nullptr;
+        GVariantIter* list = nullptr;
         const char *child, *childPath;
-        for (g_variant_iter_init(&iter, list.get()); g_variant_iter_next(&iter, "(&s&o)", &child, &childPath);)
+        if (children)
+            g_variant_get(children.get(), "(a(so))", &list);
+        while (list && g_variant_iter_next(list, "(&s&o)", &child, &childPath))
             if (depth == 0 || bus == child)
                 walk(child, childPath, role, depth + 1);
+        if (list)
+            g_variant_iter_free(list);
     }
 
     Ref<GDBusConnection> m_bus;

@@ -25,22 +25,6 @@ class E2ETest : public ::testing::Test {
 protected:
     static constexpr Screenshot::Color kRed { 0xd6, 0x28, 0x28 };
     static constexpr Screenshot::Color kGreen { 0x2a, 0x9d, 0x3f };
-    // Added to a Gmail or Outlook stand-in: reports every change of its
-    // compose form (Gmail's first dialog) as 'form'.
-    static constexpr const char* kFormReporter = R"JS(
-let lastForm = '';
-setInterval(() => {
-    let form;
-    try {
-        form = window.__fixture.dialogs ? window.__fixture.dialogs()[0] || null : window.__fixture.compose();
-    } catch (e) {
-        return;
-    }
-    if (JSON.stringify(form) !== lastForm)
-        report('form', form), lastForm = JSON.stringify(form);
-}, 100);
-)JS";
-
     // The live WebKit web processes below orvane (through the sandbox's own).
     std::set<int> webProcesses() const {
         auto listing = orvane.run({ "ps", "-e", "-o", "pid=,ppid=,s=,comm=" });
@@ -63,23 +47,18 @@ setInterval(() => {
         return found;
     }
 
-    struct Event {
-        std::string who, event;
-        nlohmann::json data;
-    };
-
+    // Pages ask /notify/next for scripts the test queued and report their
+    // events to /notify/report, which the server records.
     E2ETest() {
+        server.serve("/notify/report", "", "text/javascript");
         server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
-            auto& queue = m_queues[parameter(message, "who")];
-            respond(message, queue.empty() ? "" : queue.front());
+            auto& queue = m_queues[parameter(g_uri_get_query(soup_server_message_get_uri(message)), "who")];
+            std::string script = queue.empty() ? "" : queue.front();
             if (!queue.empty())
                 queue.pop_front();
-        });
-        server.handle("/notify/report", [this](SoupServerMessage* message, const std::string&) {
-            auto data = nlohmann::json::parse(parameter(message, "data"), nullptr, false);
-            m_events.push_back({ parameter(message, "who"), parameter(message, "event"),
-                data.is_discarded() ? nullptr : data });
-            respond(message, "");
+            soup_server_message_set_status(message, 200, nullptr);
+            soup_server_message_set_response(
+                message, "text/javascript", SOUP_MEMORY_COPY, script.data(), script.size());
         });
     }
     // Orvane goes before the test's own members do. While it quits its pages
@@ -106,10 +85,8 @@ setInterval(() => {
     }
 
     // An account as accounts.json holds it.
-    static nlohmann::json account(const std::string& id, const std::string& service,
-        const std::string& label = "", const std::string& dataStore = "") {
-        return { { "id", id }, { "label", label.empty() ? service : label },
-            { "dataStoreID", dataStore.empty() ? id : dataStore }, { "colorSeed", 1 },
+    static nlohmann::json account(const std::string& id, const std::string& service) {
+        return { { "id", id }, { "label", service }, { "dataStoreID", id }, { "colorSeed", 1 },
             { "service", service } };
     }
     // accounts.json with these accounts, the first one selected unless
@@ -120,15 +97,11 @@ setInterval(() => {
             settings["selectedAccountID"] = accounts.front()["id"];
         orvane.writeAccountsFile(settings);
     }
-    static nlohmann::json newAccount(const std::string& service = "mail") {
-        return account(newUUID(), service);
-    }
-
     // Serves the fixture at `path`, and holds its second answer back in
     // `held` until the test unpauses it.
     void holdSecondAnswer(const std::string& path) {
-        server.handle(path, [this, path](SoupServerMessage* message, const std::string&) {
-            auto page = Files::read(FixtureServer::fixturesDir() + path, 1 << 20).value_or("");
+        auto page = Files::read(FixtureServer::fixturesDir() + path, 1 << 20).value_or("");
+        server.handle(path, [this, path, page](SoupServerMessage* message, const std::string&) {
             soup_server_message_set_status(message, 200, nullptr);
             soup_server_message_set_response(
                 message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
@@ -140,33 +113,38 @@ setInterval(() => {
     }
 
     // Serves a stand-in page (tests/fixtures/gmail/index.html…) at `path`
-    // with remote.js and `script` added.
-    void serveWithRemote(const std::string& path, const std::string& file, const std::string& script = "") {
-        auto remote = Files::read(FixtureServer::fixturesDir() + "/notify/remote.js", 1 << 16).value_or("");
-        serveFixtureWithScript(server, path, file, [=] { return remote + script; });
+    // with remote.js and, when named, a reporter of tests/fixtures/e2e added.
+    void serveWithRemote(const std::string& path, const std::string& file, const std::string& reporter = "") {
+        auto text = [](const std::string& name) {
+            return Files::read(FixtureServer::fixturesDir() + name, 1 << 16).value_or("");
+        };
+        auto scripts = text("/notify/remote.js") + (reporter.empty() ? "" : text("/e2e/" + reporter));
+        serveFixtureWithScript(server, path, file, [=] { return scripts; });
     }
     // The page runs the script the next time it asks (within 50 ms).
     void runInPage(const std::string& who, const std::string& script) { m_queues[who].push_back(script); }
-    std::vector<Event> events(const std::string& who, const std::string& event) const {
-        std::vector<Event> found;
-        std::copy_if(m_events.begin(), m_events.end(), std::back_inserter(found),
-            [&](const Event& e) { return e.who == who && e.event == event; });
+    // The data of each event of this name the page reported, in order.
+    std::vector<nlohmann::json> events(const std::string& who, const std::string& event) const {
+        std::vector<nlohmann::json> found;
+        for (const auto& report : server.requests("/notify/report")) {
+            const char* query = report.query.c_str();
+            if (parameter(query, "who") == who && parameter(query, "event") == event)
+                found.push_back(nlohmann::json::parse(parameter(query, "data"), nullptr, false));
+        }
         return found;
     }
     bool waitForEvents(const std::string& who, const std::string& event, size_t count = 1) const {
         return waitUntil([&] { return events(who, event).size() >= count; }, 30s);
     }
-    // Requests for the path whose query starts so ("page=red" at
-    // /e2e/loaded, "who=gmail" at /notify/next).
-    int requests(const std::string& path, const std::string& query) const {
-        auto all = server.requests(path);
-        return int(std::ranges::count_if(all, [&](auto& r) { return r.query.rfind(query, 0) == 0; }));
+    // How often the page of tests/fixtures/e2e of this name has loaded.
+    int loads(const std::string& page) const {
+        auto all = server.requests("/e2e/loaded");
+        return int(std::ranges::count_if(all, [&](auto& r) { return r.query.starts_with("page=" + page); }));
     }
-    int loads(const std::string& page) const { return requests("/e2e/loaded", "page=" + page); }
-    // A text field of the page's compose form as kFormReporter last reported it, or "".
+    // A text field of the page's compose form as compose-reporter.js last reported it, or "".
     std::string formField(const std::string& who, const char* name = "subject") const {
         auto forms = events(who, "form");
-        auto form = forms.empty() ? nlohmann::json() : forms.back().data;
+        auto form = forms.empty() ? nlohmann::json() : forms.back();
         return form.is_object() && form[name].is_string() ? form[name].get<std::string>() : "";
     }
 
@@ -208,24 +186,17 @@ setInterval(() => {
     Ref<SoupServerMessage> held;
 
 private:
-    static std::string parameter(SoupServerMessage* message, const char* name) {
-        const char* query = g_uri_get_query(soup_server_message_get_uri(message));
+    static std::string parameter(const char* query, const char* name) {
         GHashTable* form = soup_form_decode(query ? query : "");
         const char* value = static_cast<const char*>(g_hash_table_lookup(form, name));
         std::string result = value ? value : "";
         g_hash_table_unref(form);
         return result;
     }
-    static void respond(SoupServerMessage* message, const std::string& body) {
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(
-            message, "text/javascript", SOUP_MEMORY_COPY, body.data(), body.size());
-    }
 
     unsigned long m_main = 0;
     GdkDisplay* m_display = nullptr;
     std::map<std::string, std::deque<std::string>> m_queues;
-    std::vector<Event> m_events;
 };
 
 } // namespace orvane::test

@@ -22,8 +22,8 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     const std::string kGmailID = newUUID(), kOutlookID = newUUID();
     writeAccounts(
         { account(kGmailID, "mail"), account(kOutlookID, "outlook") }, { { "alwaysAskOnMailto", true } });
-    serveWithRemote("/gmail/", "/gmail/index.html", kFormReporter);
-    serveWithRemote("/outlook/mail/", "/outlook/mail/index.html", kFormReporter);
+    serveWithRemote("/gmail/", "/gmail/index.html", "compose-reporter.js");
+    serveWithRemote("/outlook/mail/", "/outlook/mail/index.html", "compose-reporter.js");
     // A cold start with a link: the picker waits for the choice.
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/?who=outlook", "/calendar/",
         { "mailto:tom@example.com,eva@example.com?subject=Quarterly%20numbers&body=See%20you%20at%2010" }));
@@ -35,7 +35,7 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "2"));
     auto composed = [&] { return formField("outlook", "body").find("See you at 10") != std::string::npos; };
     ASSERT_TRUE(waitUntil(composed, 30s));
-    auto outlook = events("outlook", "form").back().data;
+    auto outlook = events("outlook", "form").back();
     EXPECT_EQ(outlook["to"], nlohmann::json::array({ "tom@example.com", "eva@example.com" }));
     EXPECT_EQ(outlook["subject"], "Quarterly numbers");
     EXPECT_EQ(orvane.selectedAccountID(), kOutlookID);
@@ -50,7 +50,7 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     ASSERT_TRUE(pickerOnScreen("picker-for-the-page", true));
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "1"));
     ASSERT_TRUE(waitUntil([&] { return formField("gmail") == "From a page"; }, 20s));
-    EXPECT_EQ(events("gmail", "form").back().data["to"], nlohmann::json::array({ "eva@example.com" }));
+    EXPECT_EQ(events("gmail", "form").back()["to"], nlohmann::json::array({ "eva@example.com" }));
     EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
     EXPECT_EQ(formField("outlook"), "Quarterly numbers");
 }

@@ -1,9 +1,19 @@
-// The keys people reach for in a mail page: typing goes to the page as soon
-// as the window shows and after each account switch; Ctrl+F finds in it and
-// Escape gives the keyboard back; Ctrl+R reloads it; "Paste and Match Style"
-// puts the clipboard's plain text into the focused field, without the
-// formatting it was copied with, in the main window and in a pop-up.
+// The keys people reach for in a mail page, and the window's life. Typing
+// goes to the page as soon as the window shows and after each account
+// switch; Ctrl+F finds in it and Escape gives the keyboard back; Ctrl+R
+// reloads it; "Paste and Match Style" puts the clipboard's plain text into
+// the focused field, without the formatting it was copied with, in the main
+// window and in a pop-up. With "Run in background" on (the default), closing
+// the window leaves Orvane running with its pages alive and asks the
+// Background portal; the next activation shows the same window with no page
+// reloaded, and only Quit ends it. `orvane --background` starts it with the
+// window hidden, and the window's size and the account's zoom come back from
+// the last run.
 #include "E2ETest.h"
+
+#include "support/BusCall.h"
+
+#include <cmath>
 
 namespace orvane::test {
 
@@ -13,18 +23,19 @@ protected:
     bool pageShows(const std::string& who, const std::string& value, const char* event = "key") {
         return waitUntil([&] {
             auto seen = events(who, event);
-            return !seen.empty() && seen.back().data == value;
+            return !seen.empty() && seen.back() == value;
         }, 20s);
     }
 };
 
-TEST_F(PageKeysTest, KeysReachThePageShownFindSelectsInItAndPastesArePlainText) {
-    writeAccounts({ newAccount(), newAccount("outlook") });
-    serveWithRemote("/e2e/keys-red.html", "/e2e/red.html",
-        "addEventListener('keydown', e => report('key', e.key));"
-        "document.body.insertAdjacentHTML('afterbegin', '<p>hay needle hay needle hay needle</p>');");
+TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPagesLiveWithSizeAndZoom) {
+    writeAccounts({ account(newUUID(), "mail"), account(newUUID(), "outlook") });
+    auto zoomedWidth = [&](int expected) {
+        auto width = [&] { return events("one", "width").back().get<int>(); };
+        return waitUntil([&] { return std::abs(width() * 1.25 - expected) <= 2; }, 10s);
+    };
     // The second account's page is an editor that reports its HTML.
-    ASSERT_TRUE(startOrvane("/e2e/keys-red.html?who=one", "/e2e/paste.html?who=two"));
+    ASSERT_TRUE(startOrvane("/e2e/keys.html?who=one", "/e2e/paste.html?who=two"));
     ASSERT_TRUE(waitForEvents("one", "loaded"));
     unsigned long window = mainWindow();
     auto point = webAreaPoint();
@@ -58,7 +69,7 @@ TEST_F(PageKeysTest, KeysReachThePageShownFindSelectsInItAndPastesArePlainText) 
         "poll();");
     ASSERT_TRUE(waitForEvents("one", "selected"));
     for (const auto& key : events("one", "key"))
-        EXPECT_NE(key.data, "n") << "the search went to the page";
+        EXPECT_NE(key, "n") << "the search went to the page";
     orvane.screenshot("find-bar");
     ASSERT_TRUE(orvane.pressKeys(window, "Escape"));
     EXPECT_TRUE(waitForColor(bar, kRed, "find-bar-closed")) << "the page moved up in its place";
@@ -95,6 +106,69 @@ TEST_F(PageKeysTest, KeysReachThePageShownFindSelectsInItAndPastesArePlainText) 
     ASSERT_TRUE(orvane.click(inPopup.first, inPopup.second));
     ASSERT_TRUE(orvane.pressKeys(popup, "ctrl+alt+shift+v"));
     EXPECT_TRUE(pageShows("popup", "bold words", "edited"));
+
+    runInPage("popup", "window.close()");
+    ASSERT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
+
+    // Back on the first account, Ctrl+plus twice is 125 %: the page's CSS pixels are wider.
+    ASSERT_TRUE(orvane.pressKeys(window, "ctrl+1"));
+    ASSERT_TRUE(waitForColor(point, kRed, "background-before"));
+    const int unzoomed = events("one", "width").back().get<int>();
+    ASSERT_TRUE(orvane.pressKeys(window, "ctrl+plus"));
+    ASSERT_TRUE(orvane.pressKeys(window, "ctrl+plus"));
+    EXPECT_TRUE(zoomedWidth(unzoomed));
+    const int resized = unzoomed + 1000 - orvane.geometry(window).value().width;
+    ASSERT_TRUE(orvane.xdotool({ "windowsize", std::to_string(window), "1000", "640" }));
+    ASSERT_TRUE(zoomedWidth(resized)); // Orvane has taken the new size once the page has
+    // The Background portal: records each request's options and grants it.
+    std::vector<GVariantPtr> requests;
+    BusService portal(orvane.bus(), "org.freedesktop.portal.Desktop", "/org/freedesktop/portal/desktop",
+        "<node><interface name='org.freedesktop.portal.Background'><method name='RequestBackground'>"
+        "<arg type='s'/><arg type='a{sv}'/><arg type='o' direction='out'/></method></interface></node>",
+        [&](const std::string&, GVariant* parameters, const char* sender) {
+            requests.emplace_back(g_variant_get_child_value(parameters, 1));
+            const char* token = "";
+            g_variant_lookup(requests.back().get(), "handle_token", "&s", &token);
+            std::string path
+                = "/org/freedesktop/portal/desktop/request/" + std::string(sender + 1) + "/" + token;
+            std::replace(path.begin(), path.end(), '.', '_');
+            auto granted = g_variant_new_parsed("(@u 0, {'background': <true>, 'autostart': <false>})");
+            const char* request = "org.freedesktop.portal.Request";
+            g_dbus_connection_emit_signal(
+                orvane.bus(), sender, path.c_str(), request, "Response", granted, nullptr);
+            return g_variant_new("(o)", path.c_str());
+        });
+
+    // The header bar's close button, at its right end.
+    auto geometry = orvane.geometry(mainWindow()).value();
+    ASSERT_TRUE(orvane.click(geometry.x + geometry.width - 24, geometry.y + 24));
+    ASSERT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").empty(); }, 10s));
+    runInPage("one", "report('alive', document.title)");
+    EXPECT_TRUE(waitForEvents("one", "alive"));
+    ASSERT_TRUE(waitUntil([&] { return requests.size() == 1; }, 10s));
+    gboolean autostart = TRUE;
+    EXPECT_TRUE(g_variant_lookup(requests[0].get(), "autostart", "b", &autostart) && !autostart);
+    EXPECT_TRUE(orvane.isRunning());
+
+    // Run again, Orvane shows the same page, not reloaded.
+    ASSERT_TRUE(orvane.run({ ORVANE_BINARY }).value_or(OrvaneProcess::Result {}).status == 0);
+    EXPECT_TRUE(waitForColor(webAreaPoint(), kRed, "background-back"));
+    EXPECT_EQ(server.requestCount("/e2e/keys.html"), 2);
+    EXPECT_EQ(events("one", "loaded").size(), 2u);
+    EXPECT_TRUE(orvane.stop());
+
+    // Started as at login: the page loads, no window shows until asked,
+    // and then with the last run's size and zoom.
+    ASSERT_TRUE(orvane.start({ "--background" }));
+    ASSERT_TRUE(waitForEvents("one", "loaded", 3));
+    EXPECT_TRUE(orvane.windowsTitled("Orvane").empty());
+    ASSERT_TRUE(orvane.run({ ORVANE_BINARY }).value_or(OrvaneProcess::Result {}).status == 0);
+    EXPECT_TRUE(waitForColor(webAreaPoint(), kRed, "background-started-hidden"));
+    EXPECT_EQ(server.requestCount("/e2e/keys.html"), 3);
+    auto shown = orvane.geometry(mainWindow()).value_or(Screenshot::Rect {});
+    EXPECT_EQ(shown.width, 1000);
+    EXPECT_EQ(shown.height, 640);
+    EXPECT_TRUE(zoomedWidth(resized));
 }
 
 } // namespace orvane::test

@@ -1,15 +1,19 @@
 // Orvane's start, in the user's language (LANGUAGE=fr): the usage ping with
 // the install id kept in the preferences file, links handed to the running
-// instance, and "Check for Updates…" reading its feed only when chosen. (Return in the empty state adds the
-// first account: ContentViewTest; a new account's page on screen:
+// instance, and "Check for Updates…" reading its feed only when chosen. An
+// installed Orvane loads its web-process extension from beside itself, and
+// only from a folder no other user can change. (Return in the empty state
+// adds the first account: ContentViewTest; a new account's page on screen:
 // AccountSwitchTest.)
 #include "E2ETest.h"
+
+#include <sys/stat.h>
 
 namespace orvane::test {
 
 using StartupTest = E2ETest;
 
-TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndChecksForUpdatesOnlyWhenAsked) {
+TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndAnInstalledCopyTrustsOnlyItsOwnFolder) {
     server.serve("/ping.txt", "ok", "text/plain");
     server.serve("/appcast.xml", R"(<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
 <channel><item><enclosure url="https://example.com/orvane-99.tar.gz" sparkle:version="99.0"/></item>
@@ -20,15 +24,13 @@ TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndChecksForUpdatesOnly
     orvane.setEnvironment("LC_ALL", "C.UTF-8");
     orvane.setEnvironment("LANGUAGE", "fr");
     ASSERT_TRUE(startOrvane());
-    unsigned long window = mainWindow();
-    ASSERT_NE(window, 0u);
+    ASSERT_NE(mainWindow(), 0u);
     ASSERT_TRUE(waitUntil([&] { return server.requestCount("/ping.txt") == 1; }, 20s));
     auto preferences = Files::read(orvane.configHome() + "/Orvane/preferences.ini", 1 << 16).value_or("");
     auto at = preferences.find("OrvaneInstallID=");
     ASSERT_NE(at, std::string::npos) << preferences;
-    EXPECT_EQ(requests("/ping.txt", "id=" + preferences.substr(at + 16, 36) + "&v="), 1);
-    // With no account, "Select Account 1" has nothing to select.
-    EXPECT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
+    std::string id = preferences.substr(at + 16, 36);
+    EXPECT_TRUE(server.requests("/ping.txt")[0].query.starts_with("id=" + id + "&v="));
 
     // A second process hands its link over and ends; the first keeps its one
     // window and its (empty) account list.
@@ -49,6 +51,32 @@ TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndChecksForUpdatesOnly
     // A normal run leaves nothing of Orvane's own in its output.
     EXPECT_EQ(orvane.log().find("Orvane-"), std::string::npos) << orvane.log();
     EXPECT_EQ(server.requestCount("/ping.txt"), 1);
+
+    std::string prefix = orvane.folder() + "/prefix";
+    auto installed = orvane.run({ "cmake", "--install", ORVANE_BUILD_DIR, "--prefix", prefix }, 60s);
+    ASSERT_TRUE(installed && installed->status == 0) << (installed ? installed->output : "cmake did not run");
+    std::string extensions = prefix + "/" + ORVANE_WEBEXT_INSTALL_DIR;
+    ASSERT_TRUE(g_file_test((extensions + "/liborvane_webext.so").c_str(), G_FILE_TEST_IS_REGULAR));
+    orvane.setBinary(prefix + "/bin/orvane");
+    // Whether the pages of the next run carry the extension's stamp.
+    auto stampOnNextStart = [&](int run) -> std::string {
+        if (!startOrvane("/notify/index.html?who=gmail")
+            || (run == 1 && !orvane.activateAction("add-account")) || !waitForEvents("gmail", "loaded", run))
+            return "no page";
+        runInPage("gmail", "report('stamp', typeof window.__orvanePage)");
+        if (!waitForEvents("gmail", "stamp", run))
+            return "no answer";
+        orvane.stop();
+        return events("gmail", "stamp").back().get<std::string>();
+    };
+
+    // Group-writable: refused, so pages carry no stamp (the build tree's
+    // folder, private, is no fallback).
+    ASSERT_EQ(chmod(extensions.c_str(), 0775), 0);
+    EXPECT_EQ(stampOnNextStart(1), "undefined");
+    EXPECT_NE(orvane.log().find("Running without the web-process extension"), std::string::npos);
+    ASSERT_EQ(chmod(extensions.c_str(), 0755), 0);
+    EXPECT_EQ(stampOnNextStart(2), "string");
 }
 
 } // namespace orvane::test

@@ -1,13 +1,11 @@
-// What Orvane does about its own upkeep. The update check: what a feed means
-// (Appcast), and the check's own part, one check at a time and what the user
-// reads for each feed and each way the fetch ends (UpdaterController). How
-// the feed is fetched (status, size, time-out, redirects) is HTTPFetch's,
-// tests/base/HTTPFetchTest; what the dialog offers is
-// tests/app/UpdateDialogUITest's. The usage ping's edges, on the test's
-// clock: the once-an-hour rule, the address it sends, what makes it stay
-// off, broken preferences, and the one real request it makes (Beacon).
+// Orvane's upkeep: what an update feed means (Appcast), one check at a time and what the user reads
+// for each feed and fetch outcome (UpdaterController; the fetch itself is tests/base/HTTPFetchTest's,
+// the dialog tests/app/UpdateDialogUITest's), the usage ping on the test's clock (Beacon), what a
+// hand-edited or damaged preferences.ini gives for the window and the zoom, and the autostart entry.
 #include "Appcast.h"
+#include "Autostart.h"
 #include "Beacon.h"
+#include "SessionPreferences.h"
 #include "UpdaterController.h"
 
 #include "Files.h"
@@ -20,6 +18,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -27,32 +26,27 @@ namespace orvane {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using Kind = UpdaterController::Result::Kind;
 using Failure = HTTPFetch::Failure;
 
-// Requests to a path of a FixtureServer that are read and never answered.
-// The server notices nothing while a message is paused, so whether the
-// client gave up is read from the connection itself.
-class UnansweredRequests {
-public:
+// Requests to a path of a FixtureServer that are read and never answered. The server notices nothing while
+// a message is paused, so whether the client gave up is read from the connection itself.
+struct UnansweredRequests {
     UnansweredRequests(test::FixtureServer& server, const std::string& path) {
         server.handle(path, [this](SoupServerMessage* message, const std::string&) {
-            m_sockets.emplace_back(soup_server_message_get_socket(message));
+            sockets.emplace_back(soup_server_message_get_socket(message));
             soup_server_message_pause(message);
         });
     }
-
     // How many of those connections the client has closed.
-    int closed() const {
-        int count = 0;
-        char byte;
-        for (const auto& socket : m_sockets)
-            count += recv(g_socket_get_fd(socket.get()), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
-        return count;
+    long closed() const {
+        return std::count_if(sockets.begin(), sockets.end(), [](const Ref<GSocket>& socket) {
+            char byte;
+            return recv(g_socket_get_fd(socket.get()), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+        });
     }
-
-private:
-    std::vector<Ref<GSocket>> m_sockets;
+    std::vector<Ref<GSocket>> sockets;
 };
 
 std::string feed(const std::string& items) {
@@ -72,12 +66,10 @@ UpdaterController::Configuration checkConfiguration(const std::string& feedURL) 
     return { feedURL, "0.1.0", std::string("12.0") };
 }
 
-// Bounds, valid text, web addresses only (its seeds hold unsafe ones) and the
-// version order's symmetry hold for any feed (fuzz/AppcastFuzzer); here is
-// what a feed means. Shaped like feeds in the wild: newest item not first,
-// the enclosure-attribute style next to the element style, a minimum system
-// version, items for other systems and channels, items missing what they
-// need, and an address that names a user.
+// Bounds, valid text, web addresses only (its seeds hold unsafe ones) and the version order's symmetry hold
+// for any feed (fuzz/AppcastFuzzer); here is what a feed means. Shaped like feeds in the wild: newest item
+// not first, the enclosure-attribute style next to the element style, a minimum system version, items for
+// other systems and channels, items missing what they need, and an address that names a user.
 TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed) {
     auto appcast = Appcast::parse(feed(R"(
     <item><title>Version 1.9</title><sparkle:version>1.9</sparkle:version>
@@ -125,8 +117,7 @@ TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed
     for (const auto& [a, b, order] : versions)
         EXPECT_EQ(Appcast::compareVersions(a, b), order) << a << " vs " << b;
 
-    // What is not a feed, or has a document type, is refused; notes read as
-    // plain text.
+    // What is not a feed, or has a document type, is refused; notes read as plain text.
     const std::string dtd = R"(<?xml version="1.0"?><!DOCTYPE rss [<!ENTITY a "aaaaaaaaaa">
 <!ENTITY b "&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;"><!ENTITY secret SYSTEM "file:///etc/passwd">]>
 <rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><item><title>)";
@@ -145,7 +136,7 @@ TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed
         "One two three\n\nFour\nFive & six");
 }
 
-TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedAndNoAnswerAfterDestruction) {
+TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestructionAndAResultForEachEnd) {
     for (const char* feedURL : { "file:///etc/passwd", "feed.xml" }) {
         UpdaterController updater(checkConfiguration(feedURL));
         EXPECT_FALSE(updater.canCheckForUpdates()) << feedURL;
@@ -181,47 +172,33 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedAndNoAnswerAfterDestr
     }
     EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 1; }, 5s)) << "the request was cancelled";
     EXPECT_FALSE(called);
-}
 
-TEST(UpdaterControllerTest, FeedsAndFetchOutcomesBecomeTheUsersResult) {
+    // What the user reads for each feed and each way the fetch ends.
     const auto config = checkConfiguration("https://orvane.example/appcast.xml");
-    HTTPFetch::Outcome fetched;
-    fetched.body = feedWith("0.2.0");
-    auto available = UpdaterController::resultOf(fetched, config);
+    auto available = UpdaterController::resultOf({ .body = feedWith("0.2.0") }, config);
     ASSERT_EQ(available.kind, Kind::UpdateAvailable);
     EXPECT_EQ(available.item->displayVersion, "0.2.0");
     EXPECT_EQ(available.notes, "Sidebar badges are sharper.");
     EXPECT_EQ(available.currentVersion, "0.1.0");
 
-    const std::tuple<std::string, Kind, const char*> feeds[] = {
-        { feedWith("0.1.0"), Kind::UpToDate, "" },
-        { feedWith("0.1.0-beta"), Kind::UpToDate, "" },
-        { "<html><body>Moved</body></html>", Kind::Failed, "could not be read" },
-        { feed("<item><sparkle:version>9.0</sparkle:version><link>javascript:x</link></item>"), Kind::Failed,
-            "lists no releases" },
+    // Every failure says what went wrong; the status and the transport's own error are part of it.
+    const std::tuple<HTTPFetch::Outcome, Kind, const char*> outcomes[] = {
+        { { .body = feedWith("0.1.0") }, Kind::UpToDate, "" },
+        { { .body = feedWith("0.1.0-beta") }, Kind::UpToDate, "" },
+        { { .body = "<html><body>Moved</body></html>" }, Kind::Failed, "could not be read" },
+        { { .body = feed("<item><sparkle:version>9.0</sparkle:version><link>javascript:x</link></item>") },
+            Kind::Failed, "lists no releases" },
+        { { Failure::Status, 500 }, Kind::Failed, "answered with an error (HTTP 500)" },
+        { { .failure = Failure::Transport, .error = "Refused" }, Kind::Failed,
+            "could not reach the update server: Refused" },
+        { { Failure::TooLarge }, Kind::Failed, "" }, { { Failure::TimedOut }, Kind::Failed, "" },
+        { { Failure::Address }, Kind::Failed, "" }, { { Failure::Cancelled }, Kind::Failed, "" },
     };
-    for (const auto& [text, kind, error] : feeds) {
-        auto result = UpdaterController::evaluate(text, config);
-        EXPECT_EQ(result.kind, kind) << text;
-        EXPECT_NE(result.error.find(error), std::string::npos) << result.error;
-    }
-
-    // Every failure says what went wrong; the status and the transport's own
-    // error are part of it.
-    const std::tuple<Failure, unsigned, std::string, const char*> outcomes[] = {
-        { Failure::Status, 500, "", "answered with an error (HTTP 500)" },
-        { Failure::Transport, 0, "Refused", "could not reach the update server: Refused" },
-        { Failure::TooLarge, 0, "", "" }, { Failure::TimedOut, 0, "", "" }, { Failure::Address, 0, "", "" },
-        { Failure::Cancelled, 0, "", "" },
-    };
-    for (const auto& [failure, status, error, message] : outcomes) {
-        HTTPFetch::Outcome outcome;
-        outcome.failure = failure;
-        outcome.status = status;
-        outcome.error = error;
+    for (const auto& [outcome, kind, message] : outcomes) {
         auto result = UpdaterController::resultOf(outcome, config);
-        EXPECT_EQ(result.kind, Kind::Failed) << int(failure);
-        EXPECT_TRUE(!result.error.empty() && result.error.find(message) != std::string::npos) << result.error;
+        EXPECT_EQ(result.kind, kind) << int(outcome.failure) << " " << outcome.body;
+        EXPECT_EQ(result.error.empty(), kind != Kind::Failed) << result.error;
+        EXPECT_NE(result.error.find(message), std::string::npos) << result.error;
     }
 }
 
@@ -236,15 +213,14 @@ std::string idIn(const std::string& uri) {
 
 class BeaconTest : public ::testing::Test {
 protected:
-    Beacon::Configuration configuration(std::string endpoint = kEndpoint) {
-        return { std::move(endpoint), "0.1.0", "12.0", preferencesPath };
+    Beacon::Configuration configuration(std::string endpoint = kEndpoint, std::string path = {}) {
+        return { std::move(endpoint), "0.1.0", "12.0", path.empty() ? preferencesPath : path };
     }
     // A beacon on the test's clock that records what it would send.
-    std::unique_ptr<Beacon> launch(Beacon::Configuration config) {
+    std::unique_ptr<Beacon> launch(std::string endpoint = kEndpoint, std::string path = {}) {
         auto record = [this](const std::string& uri) { sent.push_back(uri); };
-        return std::make_unique<Beacon>(std::move(config), [this] { return now; }, record);
+        return std::make_unique<Beacon>(configuration(endpoint, path), [this] { return now; }, record);
     }
-    std::unique_ptr<Beacon> launch() { return launch(configuration()); }
     std::string storedID() { return Preferences(preferencesPath).string(Beacon::kInstallIDKey).value_or(""); }
 
     const std::string folder = test::makeTempFolder("beacon");
@@ -292,7 +268,7 @@ TEST_F(BeaconTest, UnknownVersionsAreQuestionMarksAndNoEndpointMeansNoPing) {
         "https://stats.orvane.example/?id=X&v=?&os=?&t=0");
     EXPECT_EQ(Beacon::pingURI("https://stats.orvane.example/", "X", "1", "12.0", HUGE_VAL), "");
     for (const char* endpoint : { "", "ftp://stats.orvane.example/ping", "not a url", "https:///no-host" }) {
-        auto off = launch(configuration(endpoint));
+        auto off = launch(endpoint);
         off->start();
         EXPECT_FALSE(off->isEnabled()) << endpoint;
     }
@@ -326,9 +302,7 @@ TEST_F(BeaconTest, BadOrUnwritablePreferencesStillAllowOnePingAnHour) {
     ASSERT_TRUE(Files::replaceAtomically(folder + "/not-a-folder", "a file where a folder should be"));
     for (const std::string& path : { preferencesPath, folder + "/not-a-folder/preferences.ini" }) {
         sent.clear();
-        auto config = configuration();
-        config.preferencesPath = path;
-        auto beacon = launch(config);
+        auto beacon = launch(kEndpoint, path);
         now = kLaunch;
         beacon->start();
         for (double minutes : { 30, 60 }) {
@@ -366,6 +340,70 @@ TEST_F(BeaconTest, SendsOnePlainGETThatIsNeitherWaitedForNorRetried) {
     beacon.reset();
     EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 2; }, 5s)) << "dropping the beacon cancels";
     EXPECT_EQ(server.requestCount("/silent"), 2) << "no retry";
+}
+
+std::optional<SessionPreferences::WindowSize> windowFrom(const std::string& lines) {
+    std::string path = test::makeTempFolder("session") + "/preferences.ini";
+    Files::replaceAtomically(path, "[Orvane]\n" + lines);
+    Preferences preferences(path);
+    return SessionPreferences(preferences).windowSize(820, 520);
+}
+
+TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
+    using Size = SessionPreferences::WindowSize;
+    const std::pair<std::string, std::optional<Size>> cases[] = {
+        { "window-width=1000\nwindow-height=640\nwindow-maximized=true\n", Size { 1000, 640, true } },
+        { "window-width=300\nwindow-height=99999999\n",
+            Size { 820, SessionPreferences::kMaxWindowSide, false } },
+        { "window-width=1000.6\nwindow-height=700\nwindow-maximized=yes\n", Size { 1001, 700, false } },
+        { "window-width=-5\nwindow-height=700\n", std::nullopt },
+        { "window-width=nan\nwindow-height=700\n", std::nullopt },
+        { "window-width=1000\n", std::nullopt },
+        { "window-width=wide\nwindow-height=tall\n", std::nullopt },
+    };
+    for (const auto& [lines, expected] : cases)
+        EXPECT_EQ(windowFrom(lines), expected) << lines;
+
+    Preferences preferences(test::makeTempFolder("session") + "/preferences.ini");
+    SessionPreferences session(preferences);
+    const std::string id = "0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A098";
+    EXPECT_EQ(session.zoom(id), 1.0);
+    EXPECT_TRUE(session.setZoom(id, 40));
+    EXPECT_EQ(session.zoom(id), 3.0);
+    EXPECT_EQ(session.zoom("0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A099"), 1.0);
+    for (const std::string& bad : { ""s, "a=b"s, "x\ny"s, "zoom[1]"s, std::string(65, 'a') })
+        EXPECT_FALSE(session.setZoom(bad, 2.0)) << bad;
+
+    const std::tuple<double, double, double> steps[] = { // level, in, out
+        { 1.0, 1.1, 0.9 }, { 0.3, 0.5, 0.3 }, { 3.0, 3.0, 2.5 }, { 1.2, 1.25, 1.1 }, { 0.01, 0.5, 0.3 },
+        { 1e9, 3.0, 2.5 },
+    };
+    for (auto [level, in, out] : steps) {
+        EXPECT_EQ(SessionPreferences::zoomIn(level), in) << level;
+        EXPECT_EQ(SessionPreferences::zoomOut(level), out) << level;
+    }
+}
+
+// The desktop reads Exec as a quoted command line; the program and the
+// option come back whole whatever the path holds.
+TEST(SessionPreferencesTest, AutostartEntryRunsThisProgramInTheBackground) {
+    for (const std::string path : { "/usr/bin/orvane", "/opt/My Apps/or\"va$ne`\\%u/orvane" }) {
+        auto text = Autostart::entryText(path);
+        ASSERT_TRUE(text) << path;
+        g_autoptr(GKeyFile) file = g_key_file_new();
+        ASSERT_TRUE(g_key_file_load_from_data(file, text->c_str(), text->size(), G_KEY_FILE_NONE, nullptr));
+        g_autofree char* exec = g_key_file_get_string(file, "Desktop Entry", "Exec", nullptr);
+        g_auto(GStrv) argv = nullptr;
+        ASSERT_TRUE(g_shell_parse_argv(exec, nullptr, &argv, nullptr)) << exec;
+        std::string program = argv[0];
+        for (size_t at = 0; (at = program.find("%%", at)) != std::string::npos; ++at)
+            program.erase(at, 1);
+        EXPECT_EQ(program, path);
+        EXPECT_EQ(std::vector<std::string>(argv + 1, argv + g_strv_length(argv)),
+            std::vector<std::string> { "--background" });
+    }
+    for (const std::string path : { "", "orvane", "/bin/or\nvane" })
+        EXPECT_FALSE(Autostart::entryText(path)) << path;
 }
 
 } // namespace

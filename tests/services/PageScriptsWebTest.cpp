@@ -1,6 +1,6 @@
 #include "MailService.h"
 #include "support/TestServices.h"
-#include "support/WebViewTest.h"
+#include "web/ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {
@@ -13,49 +13,42 @@ using nlohmann::json;
 // clicking its file control (e2e/DropAttachTest); the photo and unread
 // scripts' answers are tests/web/AvatarWebTest and UnreadCountsWebTest, the
 // attach script giving up tests/bridges/DropAttachWebTest.
-class PageScriptsWebTest : public WebViewTest {
-protected:
-    json page(const std::string& script) {
-        auto result = runJS(script);
-        EXPECT_TRUE(result.ok) << script << ": " << result.error;
-        return result.value;
-    }
-};
+class PageScriptsWebTest : public ManagerWebFixture { };
 
 // Gmail takes recipients on a real Enter (key, keyCode and which), after
 // input and change; the script waits for the compose button and leaves the
 // subject alone when the link has none.
-TEST_F(PageScriptsWebTest, GmailComposeWaitsForTheButtonAndPressesEnterOnTo) {
-    ASSERT_TRUE(loadFixture("/gmail/"));
-    page("window.__button = document.querySelector('[gh=\"cm\"]'); __button.remove(); true");
+TEST_F(PageScriptsWebTest, ComposeTypingPhotoPollAndAttachScriptsOnTheStandInPages) {
+    const auto& gmail = testServices().gmail();
+    const auto& outlook = testServices().outlook();
+    showPlainView();
+    ASSERT_TRUE(loadFixture(view, "/gmail/"));
+    run(view, "window.__button = document.querySelector('[gh=\"cm\"]'); __button.remove()");
     MailtoComponents link;
     link.to = { "o\"brien@example.com", "tom@example.com" };
     link.subject = "";
     link.body = "Only a body";
-    page(testServices().gmail().composeJS(link));
-    page("setTimeout(() => document.querySelector('nav').prepend(__button), 700); true");
-    ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1"));
-    ASSERT_TRUE(waitForJS("__fixture.dialogs()[0].body === 'Only a body'"));
-    ASSERT_TRUE(waitForJS("__fixtureLog.some(e => e.type === 'keyup')"));
-    EXPECT_EQ(page("__fixture.dialogs()[0].to"), json(link.to));
+    js(view, gmail.composeJS(link));
+    run(view, "setTimeout(() => document.querySelector('nav').prepend(__button), 700)");
+    ASSERT_TRUE(waitForJS(view, "__fixture.dialogs().length === 1"));
+    ASSERT_TRUE(waitForJS(view, "__fixture.dialogs()[0].body === 'Only a body'"));
+    ASSERT_TRUE(waitForJS(view, "__fixtureLog.some(e => e.type === 'keyup')"));
+    EXPECT_EQ(js(view, "__fixture.dialogs()[0].to"), json(link.to));
     const std::string to = "o\"brien@example.com, tom@example.com";
-    const json events = page("__fixtureLog.filter(e => e.field).map(e =>"
+    const json events = js(view, "__fixtureLog.filter(e => e.field).map(e =>"
                              " [e.field, e.type, e.value, e.key || '', e.keyCode || 0, e.which || 0])");
     EXPECT_EQ(events, json({ { "to", "input", to, "", 0, 0 }, { "to", "change", to, "", 0, 0 },
         { "to", "keydown", to, "Enter", 13, 13 }, { "to", "keyup", "", "Enter", 13, 13 } }))
         << "an empty subject is no subject";
-    EXPECT_EQ(page("__fixtureLog.filter(e => e.type === 'compose-clicked').length"), 1);
-}
+    EXPECT_EQ(js(view, "__fixtureLog.filter(e => e.type === 'compose-clicked').length"), 1);
 
-// What Gmail's typing script answers for the stand-in page's compose forms:
-// only text the user typed keeps an idle page awake.
-TEST_F(PageScriptsWebTest, GmailTypingCountsOnlyTypedTextInAComposeForm) {
-    const auto& gmail = testServices().gmail();
-    ASSERT_TRUE(loadFixture("/gmail/"));
-    auto answer = [&] { return callAsync(*gmail.typingJS).value; };
+    // What Gmail's typing script answers for the stand-in page's compose
+    // forms: only text the user typed keeps an idle page awake.
+    ASSERT_TRUE(loadFixture(view, "/gmail/"));
+    auto answer = [&] { return callAsync(view, *gmail.typingJS).value; };
     EXPECT_EQ(answer(), "none") << "no form";
-    page("document.querySelector('[gh=\"cm\"]').click(); true");
-    ASSERT_TRUE(waitForJS("__fixture.dialogs().length === 1"));
+    run(view, "document.querySelector('[gh=\"cm\"]').click()");
+    ASSERT_TRUE(waitForJS(view, "__fixture.dialogs().length === 1"));
     const std::pair<const char*, const char*> cases[] = {
         { "", "none" }, // the signature alone
         { "form.querySelector('[name=subjectbox]').value = 'Lunch'", "typed" },
@@ -66,32 +59,27 @@ TEST_F(PageScriptsWebTest, GmailTypingCountsOnlyTypedTextInAComposeForm) {
         { "form.querySelector('[name=subjectbox]').value = 'Lunch'; form.classList.add('minimised')", "typed" },
     };
     for (const auto& [change, expected] : cases) {
-        page("document.getElementById('compose-area').replaceChildren("
-             "document.getElementById('compose-template').content.firstElementChild.cloneNode(true)); true");
-        page(std::string("{ const form = document.querySelector('.compose'); ") + change + " } true");
+        run(view, "document.getElementById('compose-area').replaceChildren("
+            "document.getElementById('compose-template').content.firstElementChild.cloneNode(true))");
+        run(view, std::string("{ const form = document.querySelector('.compose'); ") + change + " }");
         EXPECT_EQ(answer(), expected) << change;
     }
-}
 
-// What the photo, poll and attach scripts answer when the page has less.
-TEST_F(PageScriptsWebTest, WhatTheOtherScriptsFallBackOnWhenThePageHasLess) {
-    const auto& gmail = testServices().gmail();
-    const auto& outlook = testServices().outlook();
+    // What the photo, poll and attach scripts answer when the page has less.
     auto photo = [&](const MailService& service, const std::string& name) {
-        return callAsync(*service.photoJS, { { "acctName", name } }).value;
+        return callAsync(view, *service.photoJS, { { "acctName", name } }).value;
     };
-    ASSERT_TRUE(loadFixture("/gmail/"));
-    EXPECT_EQ(page(*outlook.unreadPollJS), -1) << "not Outlook's page";
-    page("document.getElementById('account-link').removeAttribute('aria-label'); true");
+    EXPECT_EQ(js(view, *outlook.unreadPollJS), -1) << "not Outlook's page";
+    run(view, "document.getElementById('account-link').removeAttribute('aria-label')");
     EXPECT_EQ(photo(gmail, ""), server.uri("/gmail/photo.png")) << "img.gbii";
-    page("document.querySelector('img.gbii').remove(); true");
+    run(view, "document.querySelector('img.gbii').remove()");
     EXPECT_EQ(photo(gmail, ""), "");
 
-    ASSERT_TRUE(loadFixture("/outlook/mail/"));
+    ASSERT_TRUE(loadFixture(view, "/outlook/mail/"));
     EXPECT_EQ(photo(outlook, "Nobody Here"), photo(outlook, "")) << "no image labelled with the name: the first";
-    page("document.querySelector('[aria-label=\"New mail\"]').remove(); true");
-    EXPECT_TRUE(callAsync(*outlook.attachClickJS).value.is_null()) << "no form opens";
-    EXPECT_EQ(page("[...document.querySelectorAll('input[type=file]')]"
+    run(view, "document.querySelector('[aria-label=\"New mail\"]').remove()");
+    EXPECT_TRUE(callAsync(view, *outlook.attachClickJS).value.is_null()) << "no form opens";
+    EXPECT_EQ(js(view, "[...document.querySelectorAll('input[type=file]')]"
                    ".every(i => i.getAttribute('style') === 'display:none')"), true);
 }
 

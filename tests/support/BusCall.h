@@ -18,14 +18,12 @@ inline GVariantPtr callAndWait(GDBusConnection* bus, const std::string& destinat
     const std::string& interface, const std::string& method, GVariant* parameters,
     std::chrono::milliseconds timeout = 20s) {
     using State = std::pair<bool, GVariantPtr>; // done, reply
-    if (!bus) {
-        if (parameters)
-            g_variant_unref(g_variant_ref_sink(parameters));
+    GVariantPtr sunk(parameters ? g_variant_ref_sink(parameters) : nullptr);
+    if (!bus)
         return nullptr;
-    }
     auto state = std::make_shared<State>();
     g_dbus_connection_call(bus, destination.c_str(), path.c_str(), interface.c_str(), method.c_str(),
-        parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, int(timeout.count()), nullptr,
+        sunk.get(), nullptr, G_DBUS_CALL_FLAGS_NONE, int(timeout.count()), nullptr,
         +[](GObject* source, GAsyncResult* result, gpointer data) {
             std::unique_ptr<std::shared_ptr<State>> state(static_cast<std::shared_ptr<State>*>(data));
             (*state)->second.reset(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, nullptr));

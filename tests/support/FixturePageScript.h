@@ -18,11 +18,10 @@ inline void serveFixtureWithScript(FixtureServer& server, const std::string& pat
     server.handle(path, [fullPath = FixtureServer::fixturesDir() + file, script](SoupServerMessage* message, const std::string&) {
         auto page = Files::read(fullPath, 16 * 1024 * 1024);
         if (!page)
-            return soup_server_message_set_status(message, 404, nullptr);
+            return FixtureServer::reply(message, 404);
         auto end = page->rfind("</body>");
         page->insert(end == std::string::npos ? page->size() : end, "<script>\n" + script() + "\n</script>\n");
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/html; charset=utf-8", SOUP_MEMORY_COPY, page->data(), page->size());
+        FixtureServer::reply(message, 200, *page);
     });
 }
 

@@ -20,12 +20,19 @@ FixtureServer::FixtureServer()
 void FixtureServer::serve(const std::string& path, std::string body, std::string contentType, unsigned status,
     std::map<std::string, std::string> headers) {
     handle(path, [=](SoupServerMessage* message, const std::string&) {
-        soup_server_message_set_status(message, status, nullptr);
         for (const auto& [name, value] : headers)
             soup_message_headers_append(soup_server_message_get_response_headers(message), name.c_str(),
                 value.c_str());
-        soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(), body.size());
+        reply(message, status, body, contentType);
     });
+}
+
+void FixtureServer::reply(SoupServerMessage* message, unsigned status, const std::string& body,
+    const std::string& contentType) {
+    soup_server_message_set_status(message, status, nullptr);
+    if (!body.empty())
+        soup_server_message_set_response(message, contentType.c_str(), SOUP_MEMORY_COPY, body.data(),
+            body.size());
 }
 
 std::vector<FixtureServer::Request> FixtureServer::requests(const std::string& path) const {
@@ -66,17 +73,12 @@ void FixtureServer::serveFile(SoupServerMessage* message, const std::string& pat
     std::string relative = path;
     if (relative.empty() || relative.back() == '/')
         relative += "index.html";
-    if (relative.find("..") != std::string::npos) {
-        soup_server_message_set_status(message, 403, nullptr);
-        return;
-    }
+    if (relative.find("..") != std::string::npos)
+        return reply(message, 403);
     auto bytes = Files::read(fixturesDir() + relative, 64 * 1024 * 1024);
-    if (!bytes) {
-        soup_server_message_set_status(message, 404, nullptr);
-        return;
-    }
-    soup_server_message_set_status(message, 200, nullptr);
-    soup_server_message_set_response(message, contentTypeFor(relative), SOUP_MEMORY_COPY, bytes->data(), bytes->size());
+    if (!bytes)
+        return reply(message, 404);
+    reply(message, 200, *bytes, contentTypeFor(relative));
 }
 
 } // namespace orvane::test

@@ -43,6 +43,9 @@ public:
     // Serves a fixed answer.
     void serve(const std::string& path, std::string body, std::string contentType = "text/html; charset=utf-8",
         unsigned status = 200, std::map<std::string, std::string> headers = {});
+    // Answers a message (a handler's, or one it held) with a status and a body.
+    static void reply(SoupServerMessage* message, unsigned status, const std::string& body = "",
+        const std::string& contentType = "text/html; charset=utf-8");
 
     int requestCount(const std::string& path) const { return int(requests(path).size()); }
     std::vector<Request> requests(const std::string& path) const;

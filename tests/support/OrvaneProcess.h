@@ -136,12 +136,11 @@ public:
 
     // org.gtk.Actions.Activate; returns once the action has run.
     bool activateAction(const std::string& name, GVariant* parameter = nullptr) {
-        GVariantBuilder parameters;
-        g_variant_builder_init(&parameters, G_VARIANT_TYPE("av"));
-        if (parameter)
-            g_variant_builder_add(&parameters, "v", parameter);
-        return bool(callAndWait(m_bus.get(), kBusName, kObjectPath, "org.gtk.Actions", "Activate",
-            g_variant_new("(sava{sv})", name.c_str(), &parameters, nullptr)));
+        GVariant* parameters = parameter
+            ? g_variant_new_parsed("(%s, [%v], @a{sv} {})", name.c_str(), parameter)
+            : g_variant_new_parsed("(%s, @av [], @a{sv} {})", name.c_str());
+        return bool(
+            callAndWait(m_bus.get(), kBusName, kObjectPath, "org.gtk.Actions", "Activate", parameters));
     }
     // Whether the action is enabled; nothing when there is no such action or
     // no orvane to answer.
@@ -213,17 +212,13 @@ public:
     bool click(int x, int y) const {
         return xdotool({ "mousemove", std::to_string(x), std::to_string(y), "click", "1" });
     }
-    // The whole screen, kept as <name>.png in folder() and, when
-    // ORVANE_SCREENSHOT_DIR is set, there too.
+    // The whole screen, kept as <name>.png in ORVANE_SCREENSHOT_DIR when
+    // that is set, else in folder().
     std::optional<Screenshot> screenshot(const std::string& name) const {
-        std::string path = m_folder + "/" + name + ".png";
+        const char* keep = g_getenv("ORVANE_SCREENSHOT_DIR");
+        std::string path = (keep && Files::makeFolder(keep) ? keep : m_folder) + "/" + name + ".png";
         auto result = run({ "import", "-window", "root", path });
-        if (!result || result->status != 0)
-            return std::nullopt;
-        std::string keep = g_getenv("ORVANE_SCREENSHOT_DIR") ? g_getenv("ORVANE_SCREENSHOT_DIR") : "";
-        if (!keep.empty() && Files::makeFolder(keep))
-            Files::replaceAtomically(keep + "/" + name + ".png", Files::read(path, 64 << 20).value_or(""));
-        return Screenshot::load(path);
+        return result && result->status == 0 ? Screenshot::load(path) : std::nullopt;
     }
 
     // Runs a program with orvane's environment to its end; nothing when it

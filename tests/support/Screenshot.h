@@ -36,8 +36,8 @@ public:
     Color pixel(int x, int y) const {
         if (x < 0 || y < 0 || x >= width() || y >= height())
             return {};
-        const guint8* p = gdk_pixbuf_read_pixels(m_pixbuf.get()) + y * gdk_pixbuf_get_rowstride(m_pixbuf.get())
-            + x * gdk_pixbuf_get_n_channels(m_pixbuf.get());
+        const guint8* p = gdk_pixbuf_read_pixels(m_pixbuf.get())
+            + y * gdk_pixbuf_get_rowstride(m_pixbuf.get()) + x * gdk_pixbuf_get_n_channels(m_pixbuf.get());
         return { p[0], p[1], p[2] };
     }
     // The share (0 to 1) of the rectangle's pixels near the colour.

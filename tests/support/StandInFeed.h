@@ -21,19 +21,19 @@ struct StandInFeed {
     explicit StandInFeed(FixtureServer& server, const std::string& path = "/gmail/feed/atom") {
         for (bool primary : { false, true })
             server.handle(path + (primary ? "/^sq_ig_i_personal" : ""), [this, primary](SoupServerMessage* message, const std::string&) {
-                std::string body;
+                std::string entries;
                 int count = 0;
                 for (const auto& mail : unread) {
                     if (primary && !mail.primary)
                         continue;
                     ++count;
-                    body += GCharPtr(g_markup_printf_escaped("<entry><id>%s</id><title>%s</title><issued>%s</issued><author>"
-                        "<name>%s</name></author></entry>", mail.id.c_str(), mail.subject.c_str(), mail.issued.c_str(),
-                        mail.sender.c_str())).get();
+                    entries += GCharPtr(g_markup_printf_escaped("<entry><id>%s</id><title>%s</title>"
+                        "<issued>%s</issued><author><name>%s</name></author></entry>", mail.id.c_str(),
+                        mail.subject.c_str(), mail.issued.c_str(), mail.sender.c_str())).get();
                 }
-                body = "<feed xmlns=\"http://purl.org/atom/ns#\"><fullcount>" + std::to_string(count) + "</fullcount>" + body + "</feed>";
-                soup_server_message_set_status(message, 200, nullptr);
-                soup_server_message_set_response(message, "text/xml; charset=UTF-8", SOUP_MEMORY_COPY, body.data(), body.size());
+                const std::string feed = "<feed xmlns=\"http://purl.org/atom/ns#\"><fullcount>"
+                    + std::to_string(count) + "</fullcount>" + entries + "</feed>";
+                FixtureServer::reply(message, 200, feed, "text/xml; charset=UTF-8");
             });
     }
 };

@@ -46,8 +46,7 @@ protected:
         serveAttachment("/files/attachment.pdf", "report.pdf", "%PDF-1.4 report");
         useServices("/files/page.html");
         account = store->addAccount();
-        view = show(account);
-        ASSERT_TRUE(waitLoaded(view));
+        ASSERT_TRUE(waitLoaded(view = show(account)));
     }
 
     // Serves `body` as an attachment of that name.
@@ -58,9 +57,7 @@ protected:
     void go(WebKitWebView* page, const std::string& path) { run(page, "location.href = '" + path + "'"); }
 
     Account account;
-    WebKitWebView* view = nullptr;
-    std::string root;
-    std::string downloads;
+    std::string root, downloads;
     bool answerAtOnce = true;
     std::vector<ScriptDialogs::Completion> questions;
 };
@@ -160,9 +157,7 @@ TEST_F(DownloadsWebTest, AFloodOfDownloadsWithoutAClickWaitsForOneAnswer) {
     EXPECT_EQ(host.downloadEnds.size(), 3u) << "what Orvane dropped ends silently";
     // A real click on the page lets the next one through.
     ASSERT_TRUE(canSendXInput(GTK_WIDGET(view))) << "needs X11 and xdotool (tools/setup.sh installs them)";
-    {
-        ASSERT_TRUE(pointerAt(GTK_WIDGET(view), { "click", "1" }, 20, gtk_widget_get_height(GTK_WIDGET(view)) - 20.0));
-    }
+    ASSERT_TRUE(pointerAt(GTK_WIDGET(view), { "click", "1" }, 20, gtk_widget_get_height(GTK_WIDGET(view)) - 20.0));
     go(view, "/files/attachment.pdf");
     ASSERT_TRUE(waitUntil([&] { return watch.finished == 8; }));
     EXPECT_EQ(watch.failed, 4);

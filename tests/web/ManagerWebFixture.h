@@ -1,24 +1,97 @@
 #pragma once
 
-// A WebViewManager over a fresh AccountStore, in fresh XDG folders, with the
-// services pointed at the fixture server, and the account views shown in one
-// window. Shared by the web and bridge tests.
+// What the tests of real web views share: a FixtureServer for pages, scripts
+// run in any view, a WebViewManager over a fresh AccountStore, in fresh XDG
+// folders, with the services pointed at the fixture server and the account
+// views shown in one window, and a leak check: objects handed to
+// expectDeletedAtEnd() must be finalized by the end of the test, or it fails.
 
 #include "AccountBridges.h"
 #include "AccountStore.h"
 #include "Files.h"
+#include "GRef.h"
 #include "WebViewManager.h"
+#include "support/FixtureServer.h"
+#include "support/TestEnvironment.h"
 #include "support/TestServices.h"
 #include "support/TestWebHost.h"
-#include "support/WebViewTest.h"
+#include "support/Wait.h"
 
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <webkit/webkit.h>
+
+#include <algorithm>
 #include <map>
 #include <memory>
 
 namespace orvane::test {
 
-class ManagerWebFixture : public WebTest {
+// The result of a script run in a page: the value as JSON, or the error.
+struct JSResult {
+    bool ok = false;
+    nlohmann::json value; // undefined comes back as null
+    std::string error;
+};
+
+inline JSResult resultFromJSC(JSCValue* value, GError* error) {
+    if (!value)
+        return JSResult { false, nullptr, error ? error->message : "no value" };
+    JSResult result { true, nullptr, {} };
+    GCharPtr json(jsc_value_is_undefined(value) ? nullptr : jsc_value_to_json(value, 0));
+    if (json)
+        result.value = nlohmann::json::parse(json.get(), nullptr, false);
+    return result;
+}
+
+class ManagerWebFixture : public ::testing::Test {
 protected:
+    // Evaluates a program in the page world and waits for its value (not
+    // for a promise: the page's own tasks run on before the answer comes).
+    static JSResult runJS(WebKitWebView* view, const std::string& script,
+        std::chrono::milliseconds timeout = 15s) {
+        return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
+            webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
+                nullptr, done, data);
+        }, webkit_web_view_evaluate_javascript_finish, timeout);
+    }
+    // Runs an async function body with named text arguments and waits for
+    // its promise to settle.
+    static JSResult callAsync(WebKitWebView* view, const std::string& body,
+        const std::map<std::string, std::string>& arguments = {}) {
+        GVariantBuilder builder;
+        g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+        for (const auto& [key, value] : arguments)
+            g_variant_builder_add(&builder, "{sv}", key.c_str(), g_variant_new_string(value.c_str()));
+        return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
+            webkit_web_view_call_async_javascript_function(view, body.c_str(), gssize(body.size()),
+                g_variant_builder_end(&builder), nullptr, nullptr, nullptr, done, data);
+        }, webkit_web_view_call_async_javascript_function_finish, 15s);
+    }
+    // The value of an expression that must run.
+    static nlohmann::json js(WebKitWebView* view, const std::string& expression) {
+        auto result = runJS(view, expression);
+        EXPECT_TRUE(result.ok) << expression << ": " << result.error;
+        return result.value;
+    }
+    // Runs a statement that must run (its value may be one no JSON holds).
+    static void run(WebKitWebView* view, const std::string& statement) { js(view, statement + "; true"); }
+    // Waits until `expression` evaluates to true in the page.
+    static bool waitForJS(WebKitWebView* view, const std::string& expression,
+        std::chrono::milliseconds timeout = 10s) {
+        return waitUntil([&] {
+            auto result = runJS(view, "!!(" + expression + ")", 5s);
+            return result.ok && result.value == true;
+        }, timeout);
+    }
+
+    void expectDeletedAtEnd(gpointer object) {
+        m_watched.reserve(64); // weak pointers point into the vector: never reallocate
+        ASSERT_LT(m_watched.size(), 64u);
+        m_watched.push_back(object);
+        g_object_add_weak_pointer(G_OBJECT(object), &m_watched.back());
+    }
+
     // Each test runs in its own process, so the service catalogue is built
     // from these paths the first time anything reads it: the manager is
     // made here, after them, with the bridges the application adds, and
@@ -53,7 +126,13 @@ protected:
         manager.reset();
         store.reset();
         gtk_window_destroy(window);
-        WebTest::TearDown();
+        bool allGone = waitUntil([&] {
+            return std::ranges::all_of(m_watched, [](gpointer p) { return !p; });
+        }, 5s);
+        for (auto& p : m_watched)
+            if (p)
+                g_object_remove_weak_pointer(G_OBJECT(p), &p);
+        EXPECT_TRUE(allGone) << "an object made by the test outlived it";
     }
 
     // The account's view, shown in the window's stack.
@@ -64,11 +143,18 @@ protected:
         gtk_stack_set_visible_child(stack, GTK_WIDGET(view));
         return view;
     }
+    // A view of no account, over the default session, shown in the window.
+    WebKitWebView* showPlainView() {
+        view = WEBKIT_WEB_VIEW(webkit_web_view_new());
+        gtk_stack_add_child(stack, GTK_WIDGET(view));
+        expectDeletedAtEnd(view);
+        return view;
+    }
     // A new Gmail account's view, shown and loaded.
     WebKitWebView* showNewAccount() {
-        WebKitWebView* view = show(store->addAccount());
-        EXPECT_TRUE(waitLoaded(view));
-        return view;
+        WebKitWebView* shown = show(store->addAccount());
+        EXPECT_TRUE(waitLoaded(shown));
+        return shown;
     }
 
     static bool waitLoaded(WebKitWebView* view, std::chrono::milliseconds timeout = 15s) {
@@ -77,10 +163,10 @@ protected:
                 && g_str_has_prefix(webkit_web_view_get_uri(view), "http");
         }, timeout);
     }
-    // Runs a statement in the page, expecting it to run.
-    static void run(WebKitWebView* view, const std::string& statement) {
-        auto result = runJS(view, statement + "; true");
-        ASSERT_TRUE(result.ok) << statement << ": " << result.error;
+    // Loads a page of the fixture server in the view.
+    bool loadFixture(WebKitWebView* page, const std::string& path) {
+        webkit_web_view_load_uri(page, server.uri(path).c_str());
+        return waitLoaded(page);
     }
     // The first pop-up the account's page opens from now on; it must be gone by the end.
     WebKitWebView* nextPopup(WebKitWebView* opener, const std::string& openScript) {
@@ -91,6 +177,29 @@ protected:
         if (popup)
             expectDeletedAtEnd(popup);
         return popup;
+    }
+
+    // The shown windows of a type (dialogs, choosers).
+    static std::vector<GtkWindow*> toplevels(GType type) {
+        std::vector<GtkWindow*> found;
+        GListModel* all = gtk_window_get_toplevels();
+        for (guint i = 0; i < g_list_model_get_n_items(all); ++i) {
+            Ref<GtkWindow> shown = adopt(GTK_WINDOW(g_list_model_get_item(all, i)));
+            if (G_TYPE_CHECK_INSTANCE_TYPE(shown.get(), type)
+                && gtk_widget_get_visible(GTK_WIDGET(shown.get())))
+                found.push_back(shown.get());
+        }
+        return found;
+    }
+    // Gives a session a cookie for a host.
+    static void addCookie(WebKitNetworkSession* session, const char* name, const char* value,
+        const char* host) {
+        SoupCookie* cookie = soup_cookie_new(name, value, host, "/", 3600);
+        bool done = false;
+        webkit_cookie_manager_add_cookie(webkit_network_session_get_cookie_manager(session), cookie, nullptr,
+            +[](GObject*, GAsyncResult*, gpointer added) { *static_cast<bool*>(added) = true; }, &done);
+        soup_cookie_free(cookie);
+        EXPECT_TRUE(waitUntil([&] { return done; }));
     }
 
     // Points the user's Downloads folder at `folder` (read at each download).
@@ -112,12 +221,41 @@ protected:
         return files;
     }
 
+    FixtureServer server;
     TestWebHost host;
     std::unique_ptr<AccountStore> store;
     std::unique_ptr<WebViewManager> manager;
     AccountBridges* bridges = nullptr; // owned by manager
+    WebKitWebView* view = nullptr;     // the test's main view, owned by manager or stack
     GtkWindow* window = nullptr; // owned
     GtkStack* stack = nullptr;   // owned by window
+
+private:
+    using Finish = JSCValue* (*)(WebKitWebView*, GAsyncResult*, GError**);
+    // Waits for an asynchronous script call that `start` begins with the
+    // callback and data it is given; an answer after the timeout lands in
+    // memory the caller no longer needs.
+    using Start = std::function<void(GAsyncReadyCallback, gpointer)>;
+    static JSResult waitForScript(const Start& start, Finish finish, std::chrono::milliseconds timeout) {
+        struct Pending {
+            Finish finish;
+            bool done = false;
+            JSResult result;
+        };
+        auto pending = std::make_shared<Pending>(Pending { finish });
+        start(+[](GObject* source, GAsyncResult* res, gpointer data) {
+            std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
+            GErrorPtr error;
+            Ref<JSCValue> value = adopt((*p)->finish(WEBKIT_WEB_VIEW(source), res, GErrorOut(error)));
+            (*p)->result = resultFromJSC(value.get(), error.get());
+            (*p)->done = true;
+        }, new std::shared_ptr<Pending>(pending));
+        if (!waitUntil([&] { return pending->done; }, timeout))
+            return JSResult { false, nullptr, "timed out" };
+        return pending->result;
+    }
+
+    std::vector<gpointer> m_watched;
 };
 
 } // namespace orvane::test

@@ -10,17 +10,6 @@
 namespace orvane::test {
 namespace {
 
-// The first visible toplevel of a type, or null.
-GtkWindow* toplevelOf(GType type) {
-    GListModel* toplevels = gtk_window_get_toplevels();
-    for (guint i = 0; i < g_list_model_get_n_items(toplevels); ++i) {
-        Ref<GtkWindow> window = adopt(GTK_WINDOW(g_list_model_get_item(toplevels, i)));
-        if (G_TYPE_CHECK_INSTANCE_TYPE(window.get(), type) && gtk_widget_get_visible(GTK_WIDGET(window.get())))
-            return window.get();
-    }
-    return nullptr;
-}
-
 // Clicks the button on screen with this label, as the user would (the
 // dialog keeps a second, hidden set of buttons for its narrow layout).
 // The click may destroy the dialog: nothing of it is touched afterwards.
@@ -39,30 +28,23 @@ bool click(GtkWidget* widget, const std::string& label) {
 
 class PagePanelsWebTest : public ManagerWebFixture {
 protected:
-    void SetUp() override {
-        ManagerWebFixture::SetUp();
-        host.onAsk = MessageDialogPresenter::present;
-        useServices("/files/page.html");
-        view = showNewAccount();
-        ASSERT_TRUE(waitForJS(view, "__fixtureLog.length > 0")); // the page's own "blob-ready"
-        run(view, "__fixtureLog = []");
-    }
-
     static GtkWindow* waitForToplevel(GType type) {
-        GtkWindow* found = nullptr;
-        waitUntil([&] { return (found = toplevelOf(type)) != nullptr; });
-        return found;
+        waitUntil([&] { return !toplevels(type).empty(); });
+        return toplevels(type).empty() ? nullptr : toplevels(type).front();
     }
     // The page's log since the last call, once it holds `until`.
     nlohmann::json logUntil(const std::string& until) {
         EXPECT_TRUE(waitForJS(view, "JSON.stringify(__fixtureLog).includes(" + jsonLiteral(until) + ")")) << until;
-        return runJS(view, "(() => { const log = __fixtureLog; __fixtureLog = []; return log; })()").value;
+        return js(view, "(() => { const log = __fixtureLog; __fixtureLog = []; return log; })()");
     }
-
-    WebKitWebView* view = nullptr;
 };
 
 TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
+    host.onAsk = MessageDialogPresenter::present;
+    useServices("/files/page.html");
+    view = showNewAccount();
+    ASSERT_TRUE(waitForJS(view, "__fixtureLog.length > 0")); // the page's own "blob-ready"
+    run(view, "__fixtureLog = []");
     // Each dialog: the response (none: the dialog closed), the prompt's text, what the page got.
     const std::tuple<std::string, std::string, std::optional<std::string>, const char*, std::string, nlohmann::json> cases[] = {
         { "alert", "Saved.", std::nullopt, ScriptDialogs::kOK, "", "undefined" },
@@ -95,7 +77,7 @@ TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
         else
             gtk_window_close(GTK_WINDOW(dialog));
         EXPECT_EQ(logUntil("[\"after\""), nlohmann::json({ { "before", kind }, { "result", kind, result }, { "after", kind } }));
-        EXPECT_TRUE(waitUntil([&] { return !toplevelOf(ADW_TYPE_MESSAGE_DIALOG); }));
+        EXPECT_TRUE(waitUntil([&] { return toplevels(ADW_TYPE_MESSAGE_DIALOG).empty(); }));
     }
 
     // A pop-up's question goes over the pop-up's window, and with it: the
@@ -110,9 +92,10 @@ TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
     EXPECT_EQ(gtk_window_get_transient_for(dialog), popupWindow);
     gtk_window_close(popupWindow);
     ASSERT_TRUE(waitUntil([&] {
-        return manager->popupViews(*manager->accountID(view)).empty() && !toplevelOf(ADW_TYPE_MESSAGE_DIALOG);
+        return manager->popupViews(*manager->accountID(view)).empty()
+            && toplevels(ADW_TYPE_MESSAGE_DIALOG).empty();
     }));
-    EXPECT_EQ(runJS(view, "1 + 1").value, 2) << "the account's page goes on";
+    EXPECT_EQ(js(view, "1 + 1"), 2) << "the account's page goes on";
 
     // File inputs get what the chooser chose.
     std::string folder = makeTempFolder("chosen");
@@ -138,7 +121,7 @@ TEST_F(PagePanelsWebTest, ScriptDialogsAndFileChoosersAnswerThePage) {
             }));
         }
         gtk_dialog_response(GTK_DIALOG(chooser), name ? GTK_RESPONSE_ACCEPT : GTK_RESPONSE_CANCEL);
-        ASSERT_TRUE(waitUntil([&] { return !toplevelOf(GTK_TYPE_FILE_CHOOSER_DIALOG); }));
+        ASSERT_TRUE(waitUntil([&] { return toplevels(GTK_TYPE_FILE_CHOOSER_DIALOG).empty(); }));
     };
     choose("one", false, "first.txt");
     EXPECT_EQ(logUntil("[\"files\""), nlohmann::json::parse(R"([["files","one",["first.txt"]]])"));

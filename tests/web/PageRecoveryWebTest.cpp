@@ -3,18 +3,18 @@
 // reloads a page that could not be reached.
 #include "PageRecovery.h"
 
-#include "support/WebViewTest.h"
+#include "ManagerWebFixture.h"
 
 namespace orvane::test {
 namespace {
 
 using Kind = PageFailure::Kind;
 
-class PageRecoveryWebTest : public WebViewTest { };
+class PageRecoveryWebTest : public ManagerWebFixture { };
 
 TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackReloads) {
     int changes = 0;
-    PageRecovery recovery(view, {}, [&] { ++changes; }, nullptr, 500ms);
+    PageRecovery recovery(showPlainView(), {}, [&] { ++changes; }, nullptr, 500ms);
 
     Ref<SoupServerMessage> held;
     server.handle("/never", [&](SoupServerMessage* message, const std::string&) {
@@ -24,7 +24,7 @@ TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackRe
     webkit_web_view_load_uri(view, server.uri("/never").c_str());
     EXPECT_TRUE(waitUntil([&] { return recovery.failure() == Kind::TimedOut; }));
     ASSERT_TRUE(held);
-    soup_server_message_set_status(held.get(), 204, nullptr);
+    FixtureServer::reply(held.get(), 204);
     soup_server_message_unpause(held.get());
 
     server.serve("/busy", "<p>busy</p>", "text/html", 503);
@@ -32,25 +32,20 @@ TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackRe
     EXPECT_TRUE(waitUntil([&] { return recovery.failure() == Kind::ServerError; }));
 
     // A port nothing listens on, until a server is started there.
-    auto late = adopt(soup_server_new(nullptr, nullptr));
-    ASSERT_TRUE(soup_server_listen_local(late.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, nullptr));
-    GSList* uris = soup_server_get_uris(late.get());
-    std::string address = GCharPtr(g_uri_to_string(static_cast<GUri*>(uris->data))).get();
-    guint port = guint(g_uri_get_port(static_cast<GUri*>(uris->data)));
-    g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
-    soup_server_disconnect(late.get());
-    webkit_web_view_load_uri(view, address.c_str());
+    const unsigned port = FixtureServer().port();
+    webkit_web_view_load_uri(view, ("http://127.0.0.1:" + std::to_string(port) + "/").c_str());
     ASSERT_TRUE(waitUntil([&] { return recovery.failure() == Kind::NoNetwork; }));
 
-    soup_server_add_handler(late.get(), nullptr, +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*, gpointer) {
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_STATIC, "<p>back</p>", 11);
-    }, nullptr, nullptr);
+    auto late = adopt(soup_server_new(nullptr, nullptr));
+    soup_server_add_handler(late.get(), nullptr,
+        +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*, gpointer) {
+            FixtureServer::reply(message, 200, "<p>back</p>");
+        }, nullptr, nullptr);
     ASSERT_TRUE(soup_server_listen_local(late.get(), port, SOUP_SERVER_LISTEN_IPV4_ONLY, nullptr));
     int before = changes;
     g_signal_emit_by_name(g_network_monitor_get_default(), "network-changed", TRUE);
     EXPECT_TRUE(waitUntil([&] { return !recovery.failure() && changes > before; }));
-    EXPECT_TRUE(waitForJS("document.body && document.body.textContent === 'back'"));
+    EXPECT_TRUE(waitForJS(view, "document.body && document.body.textContent === 'back'"));
 }
 
 } // namespace

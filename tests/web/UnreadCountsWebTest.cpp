@@ -31,8 +31,7 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     const Account account = store->addAccount();
     int notified = 0;
     auto subscription = manager->observeUnreadCounts([&] { ++notified; });
-    WebKitWebView* view = show(account);
-    ASSERT_TRUE(waitLoaded(view));
+    ASSERT_TRUE(waitLoaded(view = show(account)));
     EXPECT_FALSE(count(account.id)) << "the page's own title carries no count";
 
     // Each title: the count and label after it, and whether accounts.json was written.
@@ -69,7 +68,7 @@ TEST_F(UnreadCountsWebTest, TitlesOfTheServicesOwnPagesSetCountsAndRenameOnce) {
     setTitle(view, "Inbox (8) - intruder@example.com - Gmail");
     EXPECT_EQ(count(account.id), 0);
     EXPECT_EQ(store->account(account.id)->label, "other@example.com");
-    soup_server_message_set_status(held, 404, nullptr);
+    FixtureServer::reply(held, 404);
     soup_server_message_unpause(held);
     EXPECT_TRUE(waitLoaded(view));
 }
@@ -118,7 +117,7 @@ TEST_F(UnreadCountsWebTest, OutlookIsPolledAndTheDockBadgeShowsTheTotal) {
         ASSERT_TRUE(pollsAfter(change)) << change;
         EXPECT_EQ(count(outlook.id), unread) << change;
     }
-    EXPECT_EQ(runJS(gmailView, "window.polls").value, 0) << "the Gmail page is never asked";
+    EXPECT_EQ(js(gmailView, "window.polls"), 0) << "the Gmail page is never asked";
     EXPECT_FALSE(count(gmail.id));
 
     // The badge is off: 0; on, it shows the total, again when Orvane becomes
@@ -155,13 +154,10 @@ TEST_F(UnreadCountsWebTest, ASleepingGmailAccountCountsFromItsFeedUntilItWakes) 
     StandInFeed feed(server);
     feed.unread = { { "m1", "Ada", "Lunch", "2026-11-25T09:00:00Z" }, { "m2", "Bob", "Tea", "2026-11-25T08:00:00Z" },
         { "m3", "Cy", "Notes", "2026-11-25T07:00:00Z" }, { "m4", "Di", "Plans", "2026-11-25T06:00:00Z" } };
-    manager->configure(*store);
     const Account sleeper = store->addAccount();
-    const Account other = store->addAccount();
     ASSERT_TRUE(waitLoaded(show(sleeper)));
-    ASSERT_TRUE(waitLoaded(show(other)));
+    ASSERT_TRUE(waitLoaded(showNewAccount())); // the page on screen stays awake
     ASSERT_NE(count(sleeper.id), 4) << "the page's own count must differ from the feed's";
-
     manager->hibernateNow(sleeper.id);
     ASSERT_TRUE(waitUntil([&] { return manager->isAsleep(sleeper.id); }, 15s));
     EXPECT_TRUE(waitUntil([&] { return count(sleeper.id) == 4; }));
@@ -169,31 +165,19 @@ TEST_F(UnreadCountsWebTest, ASleepingGmailAccountCountsFromItsFeedUntilItWakes) 
     EXPECT_FALSE(manager->isAsleep(sleeper.id));
 }
 
-Ref<WebKitNetworkSession> sessionWithCookie(const char* value) {
-    auto session = adopt(webkit_network_session_new_ephemeral());
-    SoupCookie* cookie = soup_cookie_new("SID", value, "127.0.0.1", "/", -1);
-    bool added = false;
-    webkit_cookie_manager_add_cookie(webkit_network_session_get_cookie_manager(session.get()), cookie, nullptr,
-        +[](GObject*, GAsyncResult*, gpointer done) { *static_cast<bool*>(done) = true; }, &added);
-    EXPECT_TRUE(waitUntil([&] { return added; }));
-    soup_cookie_free(cookie);
-    return session;
-}
-
 // A sleeping account's feed read through real WebKit network sessions; what
 // the feed means is tests/services/AtomFeedTest's.
-TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterTheBaseline) {
-    freshXDGFolders();
-    FixtureServer server;
+TEST_F(UnreadCountsWebTest, TheFeedIsReadWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterTheBaseline) {
     StandInFeed feed(server);
-    feed.unread = { { "m2", "Grace", "Minutes", "2026-11-25T09:00:00Z" }, { "m1", "Shop", "Sale", "2026-11-25T08:00:00Z", false } };
-    TestWebHost host;
-    AccountStore store;
-    Account account = store.addAccount();
+    feed.unread = { { "m2", "Grace", "Minutes", "2026-11-25T09:00:00Z" },
+        { "m1", "Shop", "Sale", "2026-11-25T08:00:00Z", false } };
+    Account account = store->addAccount();
     account.label = "Work";
-    store.setNotificationsEnabled(true);
-    auto own = sessionWithCookie("own");
-    auto other = sessionWithCookie("other");
+    store->setNotificationsEnabled(true);
+    auto own = adopt(webkit_network_session_new_ephemeral());
+    auto other = adopt(webkit_network_session_new_ephemeral());
+    addCookie(own.get(), "SID", "own", "127.0.0.1");
+    addCookie(other.get(), "SID", "other", "127.0.0.1");
 
     std::vector<int64_t> counts;
     std::vector<std::vector<AtomFeed::Entry>> news;
@@ -221,13 +205,13 @@ TEST(FeedWatcherWebTest, ReadsWithItsOwnSessionsCookiesAndNotifiesOnlyMailAfterT
         EXPECT_EQ(request.headers["cookie"], "SID=own") << request.path;
 
     host.bodyIsMarkup = true;
-    FeedWatcher::notify(host, store, account, news[0]);
+    FeedWatcher::notify(host, *store, account, news[0]);
     auto shown = FeedWatcher::content(news[0][0], account, true);
     EXPECT_EQ(shown.title + " | " + shown.body, "Ada | Work\nLunch &lt;Thu&gt; &amp; more");
     ASSERT_EQ(host.notifications.size(), 1u);
     EXPECT_EQ(host.notifications[0].id, shown.id);
-    store.setNotificationsEnabled(false);
-    FeedWatcher::notify(host, store, account, news[0]);
+    store->setNotificationsEnabled(false);
+    FeedWatcher::notify(host, *store, account, news[0]);
     EXPECT_EQ(host.notifications.size(), 1u) << "nothing while notifications are off";
 }
 

@@ -1,9 +1,12 @@
+// The files Orvane makes and the folders it trusts: downloads and saved
+// images (names, folder, decoding, how many), and where code may be loaded from.
 #include "DownloadGate.h"
 #include "DownloadsFolder.h"
 #include "FileNames.h"
 #include "Files.h"
 #include "ImageBytes.h"
 #include "PrintGate.h"
+#include "TrustedFolder.h"
 #include "UniqueFile.h"
 #include "support/TestEnvironment.h"
 
@@ -12,11 +15,13 @@
 #include <glib/gstdio.h>
 
 #include <map>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace orvane {
 namespace {
@@ -24,22 +29,11 @@ namespace {
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-std::set<std::string> namesIn(const std::string& folder) {
-    std::set<std::string> names;
-    if (GDir* dir = g_dir_open(folder.c_str(), 0, nullptr)) {
-        while (const char* name = g_dir_read_name(dir))
-            names.insert(name);
-        g_dir_close(dir);
-    }
-    return names;
-}
-
-// That a sanitized name is one plain, valid name within its bound, without
-// control or bidirectional characters, dots or spaces at its ends, and that
-// numbering keeps the number and extension, is fuzz/FileNamesFuzzer's. Here:
-// which name is kept of a path, what is never decoded, and what is never
+// That a sanitized name is one plain, valid name within its bound, without control or bidirectional
+// characters, dots or spaces at its ends, and that numbering keeps the number and extension, is
+// fuzz/FileNamesFuzzer's. Here: which name is kept of a path, what is never decoded, and what is never
 // overwritten, followed or made outside the folder.
-TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) {
+TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolderAlsoInParallel) {
     std::string root = test::makeTempFolder("unique");
     std::string folder = root + "/Downloads";
     ASSERT_TRUE(Files::makeFolder(folder));
@@ -56,7 +50,8 @@ TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) 
         EXPECT_EQ(file ? file->path() : "<none>", folder + "/" + name) << suggested;
     }
     EXPECT_EQ(UniqueFile::create(folder, "", "image")->path(), folder + "/image");
-    EXPECT_EQ(namesIn(root), std::set<std::string> { "Downloads" }) << "a file was made outside the folder";
+    EXPECT_EQ(Files::names(root), std::vector<std::string> { "Downloads" })
+        << "a file was made outside the folder";
 
     // Too long: cut on a character boundary, keeping a short extension.
     std::string wide;
@@ -94,10 +89,9 @@ TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolder) 
     EXPECT_FALSE(Files::exists(untouched->path()));
 
     EXPECT_FALSE(UniqueFile::create(root + "/missing", "a.txt", "download")) << "no folder, no file";
-}
 
-TEST(UniqueFileTest, ParallelSavesOfOneNameEachGetTheirOwnFile) {
-    std::string folder = test::makeTempFolder("parallel");
+    // Parallel saves of one name each get their own file.
+    folder = test::makeTempFolder("parallel");
     std::vector<std::string> paths(100);
     std::vector<std::thread> threads;
     for (size_t i = 0; i < paths.size(); ++i) {
@@ -109,15 +103,14 @@ TEST(UniqueFileTest, ParallelSavesOfOneNameEachGetTheirOwnFile) {
     }
     for (auto& thread : threads)
         thread.join();
-    EXPECT_EQ(namesIn(folder).size(), paths.size());
+    EXPECT_EQ(Files::names(folder).size(), paths.size());
     for (size_t i = 0; i < paths.size(); ++i)
         EXPECT_EQ(Files::read(paths[i], 100).value_or(""), std::to_string(i)) << "save " << i;
 }
 
-// GLib reads user-dirs.dirs; a change seen at the next download and a
-// Downloads path that is not a folder are tests/web/DownloadsWebTest's. Here
-// the fallback, made on first use. GLib keeps HOME and XDG_CONFIG_HOME from
-// its first look, so the test uses the ones the test environment set.
+// GLib reads user-dirs.dirs; a change seen at the next download and a Downloads path that is not a folder
+// are tests/web/DownloadsWebTest's. Here the fallback, made on first use. GLib keeps HOME and
+// XDG_CONFIG_HOME from its first look, so the test uses the ones the test environment set.
 TEST(DownloadsFolderTest, WithoutUserDirsHomeDownloadsIsMadeOnFirstUse) {
     std::string home = g_get_home_dir();
     g_remove((std::string(g_get_user_config_dir()) + "/user-dirs.dirs").c_str());
@@ -125,9 +118,8 @@ TEST(DownloadsFolderTest, WithoutUserDirsHomeDownloadsIsMadeOnFirstUse) {
     EXPECT_TRUE(g_file_test((home + "/Downloads").c_str(), G_FILE_TEST_IS_DIR));
 }
 
-// That any bytes come back from a base64 data: address, and that one gives
-// some bytes or nothing, is fuzz/ImageBytesFuzzer's. Here: that ";base64"
-// decides the encoding, and which extension.
+// That any bytes come back from a base64 data: address, and that one gives some bytes or nothing, is
+// fuzz/ImageBytesFuzzer's. Here: that ";base64" decides the encoding, and which extension.
 TEST(ImageBytesTest, DataAddressesDecodeAndTheExtensionComesFromTheTypeThenTheSignatureElseJPEG) {
     const std::string png = "\x89PNG\r\n\x1a\n";
     auto decoded = ImageBytes::fromDataURL("data:image/png;base64,iVBORw0KGgo=");
@@ -154,15 +146,17 @@ TEST(ImageBytesTest, DataAddressesDecodeAndTheExtensionComesFromTheTypeThenTheSi
         EXPECT_EQ(ImageBytes::extension(meta, bytes), extension) << meta << " " << bytes;
 }
 
-// How many downloads and print dialogs a page gets without the user: the
-// download gate's counting, question and answers, and the print gate's quiet
-// time after the dialog (the print-to-file mode has no dialog, so this is
-// where the rule shows).
-// Each step is a time in ms and what happens then: a download that must get
-// the verdict Start, Ask, Hold or Drop, user input (i), or the answer allow (y) or block (n).
-TEST(FloodGatesTest, DownloadsBeyondAFewWithoutAGestureWaitForOneAnswer) {
+// How many downloads and print dialogs a page gets without the user: the download gate's counting, question
+// and answers, and the print gate's quiet time after the dialog (the print-to-file mode has no dialog, so
+// this is where the rule shows).
+TEST(FloodGatesTest, DownloadsBeyondAFewWaitForOneAnswerAndThePrintDialogCannotReopenAsItCloses) {
+    // Each step is a time in ms and what happens then: a download that must get the
+    // verdict Start, Ask, Hold or Drop, user input (i), or the answer allow (y) or block (n).
     using enum DownloadGate::Verdict;
-    const std::pair<const char*, const char*> cases[] = {
+    std::string held = "0S 0S 0S 0A";
+    for (size_t i = 1; i < DownloadGate::kMaxHeld; ++i)
+        held += " 0H";
+    const std::pair<const char*, std::string> cases[] = {
         { "three go, the fourth asks, more wait, block drops them for a minute",
             "0S 10S 20S 30A 40H 500n 600D 60400D 60600S" },
         { "allow lets held and further ones go for a minute, then counting starts again",
@@ -170,6 +164,7 @@ TEST(FloodGatesTest, DownloadsBeyondAFewWithoutAGestureWaitForOneAnswer) {
         { "downloads spread out never ask", "0S 2000S 4000S 5001S 7001S 9001S 10002S" },
         { "a gesture lets one download go, not counted, and only within five seconds",
             "0S 0S 0S 100i 200S 300A 400i 500S 600n 700i 5800D 5900i 6000S 6100D" },
+        { "while the question is open, a bounded number wait", held + " 0D" },
     };
     const std::map<char, DownloadGate::Verdict> verdicts = {
         { 'S', Start }, { 'A', Ask }, { 'H', Hold }, { 'D', Drop },
@@ -190,26 +185,63 @@ TEST(FloodGatesTest, DownloadsBeyondAFewWithoutAGestureWaitForOneAnswer) {
         }
     }
 
-    // While the question is open, a bounded number wait.
-    DownloadGate gate;
-    const auto now = DownloadGate::Clock::now();
-    for (size_t i = 0; i < DownloadGate::kFreeDownloads; ++i)
-        gate.arrive(now);
-    EXPECT_EQ(gate.arrive(now), Ask);
-    for (size_t i = 1; i < DownloadGate::kMaxHeld; ++i)
-        ASSERT_EQ(gate.arrive(now), Hold);
-    EXPECT_EQ(gate.arrive(now), Drop);
+    PrintGate print;
+    const auto now = PrintGate::Clock::now();
+    EXPECT_TRUE(print.allowsPageRequest(now));
+    print.dialogOpened();
+    EXPECT_FALSE(print.allowsPageRequest(now + 1s));
+    print.dialogClosed(now + 10s);
+    EXPECT_FALSE(print.allowsPageRequest(now + 13s));
+    EXPECT_TRUE(print.allowsPageRequest(now + 13s + 1ms));
 }
 
-TEST(FloodGatesTest, PagesCannotReopenThePrintDialogAsItCloses) {
-    PrintGate gate;
-    const auto start = PrintGate::Clock::now();
-    EXPECT_TRUE(gate.allowsPageRequest(start));
-    gate.dialogOpened();
-    EXPECT_FALSE(gate.allowsPageRequest(start + 1s));
-    gate.dialogClosed(start + 10s);
-    EXPECT_FALSE(gate.allowsPageRequest(start + 13s));
-    EXPECT_TRUE(gate.allowsPageRequest(start + 13s + 1ms));
+// Which folders code may be loaded from (the web-process extension's): only
+// ones that no other user can change.
+TEST(TrustedFolderTest, OnlyFoldersNoOtherUserCanChangeAreTrusted) {
+    // The modes of the folder above, the folder and the module in it.
+    const std::tuple<const char*, mode_t, mode_t, mode_t, bool> cases[] = {
+        { "private", 0755, 0755, 0644, true },
+        { "group may write the folder", 0755, 0775, 0644, false },
+        { "others may write the folder", 0755, 0757, 0644, false },
+        { "others may write the module", 0755, 0755, 0646, false },
+        { "group may write the module", 0755, 0755, 0664, false },
+        { "others may rename the folder", 0777, 0755, 0644, false },
+        { "a sticky folder above, as /tmp", 01777, 0755, 0644, true },
+    };
+    for (const auto& [name, above, folder, module, trusted] : cases) {
+        const std::string top = test::makeTempFolder("above");
+        const std::string file = top + "/ext/liborvane_webext.so";
+        ASSERT_TRUE(Files::makeFolder(top + "/ext") && Files::replaceAtomically(file, "module"));
+        ASSERT_EQ(chmod(file.c_str(), module), 0);
+        ASSERT_EQ(chmod((top + "/ext").c_str(), folder) | chmod(top.c_str(), above), 0);
+        EXPECT_EQ(!TrustedFolder::problem(top + "/ext"), trusted) << name;
+        // Through a symbolic link, the folder it points at counts.
+        std::string link = test::makeTempFolder("link") + "/to";
+        ASSERT_EQ(symlink((top + "/ext").c_str(), link.c_str()), 0);
+        EXPECT_EQ(!TrustedFolder::problem(link), trusted) << name << " (linked)";
+        chmod(top.c_str(), 0700);
+    }
+
+    // A link inside, a missing folder and a file are refused.
+    std::string folder = test::makeTempFolder("inside");
+    ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
+    ASSERT_EQ(symlink("/tmp", (folder + "/liborvane_webext.so").c_str()), 0);
+    EXPECT_TRUE(TrustedFolder::problem(folder));
+    EXPECT_TRUE(TrustedFolder::problem(folder + "/missing"));
+    ASSERT_TRUE(Files::replaceAtomically(folder + "/module.so", "module"));
+    EXPECT_TRUE(TrustedFolder::problem(folder + "/module.so"));
+
+    // Another user's folder or module, when the test may hand one over.
+    if (geteuid() != 0)
+        return;
+    const std::string theirs = test::makeTempFolder("theirs");
+    const std::string module = theirs + "/liborvane_webext.so";
+    ASSERT_EQ(chmod(theirs.c_str(), 0755), 0);
+    ASSERT_TRUE(Files::replaceAtomically(module, "module"));
+    ASSERT_EQ(chown(module.c_str(), 65534, 65534), 0);
+    EXPECT_TRUE(TrustedFolder::problem(theirs));
+    ASSERT_EQ(chown(module.c_str(), 0, 0) | chown(theirs.c_str(), 65534, 65534), 0);
+    EXPECT_TRUE(TrustedFolder::problem(theirs));
 }
 
 } // namespace
