@@ -2,7 +2,7 @@
 // binary is NotificationTest's; the default-app request goes to a real GIO
 // registry (desktop files and mimeapps.list in the test's folders). "Start at
 // login" writes and removes the autostart entry (closing the window with "Run
-// in background" on: BackgroundTest).
+// in background" on: PageKeysTest).
 #include "SettingsView.h"
 
 #include "AppPaths.h"
