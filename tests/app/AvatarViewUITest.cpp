@@ -37,10 +37,9 @@ protected:
             margin(widget, kMargin);
         present(widget);
     }
-    void show(const std::string& label, int64_t seed, std::optional<AccountService> service = std::nullopt) {
-        shown = Account {
-            .id = newUUID(), .label = label, .dataStoreID = newUUID(), .colorSeed = seed, .service = service
-        };
+    void show(int64_t seed, std::optional<AccountService> service = std::nullopt, std::string photo = "") {
+        shown = Account { .id = newUUID(), .label = "Work", .dataStoreID = newUUID(), .avatarFileName = photo,
+            .colorSeed = seed, .service = service };
         orvane_avatar_view_set_account(tile, shown);
     }
     // Renders the window into a picture; pixels are then read at offsets
@@ -57,9 +56,8 @@ protected:
             gdk_paintable_snapshot(paintable.get(), snapshot, width, height);
             return (node = gtk_snapshot_free_to_node(snapshot)) != nullptr;
         }, 5s));
-        graphene_rect_t viewport = GRAPHENE_RECT_INIT(0, 0, float(width), float(height));
-        auto texture = adopt(
-            gsk_renderer_render_texture(gtk_native_get_renderer(GTK_NATIVE(window)), node, &viewport));
+        GskRenderer* renderer = gtk_native_get_renderer(GTK_NATIVE(window));
+        auto texture = adopt(gsk_renderer_render_texture(renderer, node, nullptr));
         gsk_render_node_unref(node);
         std::string path = makeTempFolder("avatar") + "/tile.png";
         ASSERT_TRUE(gdk_texture_save_to_png(texture.get(), path.c_str()));
@@ -67,10 +65,9 @@ protected:
         ASSERT_TRUE(shot);
     }
     Color at(double dx, double dy) const { return shot->pixel(int(kMargin + dx), int(kMargin + dy)); }
-    bool anyNear(Color color, double left, double top, double right, double bottom, int tolerance) const {
-        return shot->share({ int(kMargin + left), int(kMargin + top), int(right - left), int(bottom - top) },
-                   color, tolerance)
-            > 0;
+    bool anyNear(Color color, double x0, double y0, double x1, double y1, int tolerance) const {
+        Screenshot::Rect area { int(kMargin + x0), int(kMargin + y0), int(x1 - x0), int(y1 - y0) };
+        return shot->share(area, color, tolerance) > 0;
     }
 
     OrvaneAvatarView* tile = nullptr;
@@ -79,11 +76,11 @@ protected:
     std::optional<Screenshot> shot;
 };
 
-TEST_F(AvatarViewTest, DiscRingBadgeAndUnreadCapsuleAreDrawnWithoutResizingTheTile) {
+TEST_F(AvatarViewTest, DiscRingBadgeCapsuleAndPhotoAreDrawnWithoutResizingAndOnlyChangesNotify) {
     // The disc in the seed's colour, the initial in white at its centre.
     for (auto [seed, color] :
         { std::pair { 0, Color { 204, 102, 102 } }, { 120, { 102, 204, 102 } }, { -120, kBlue } }) {
-        show("Work", seed);
+        show(seed);
         render();
         EXPECT_TRUE(at(6, kSize / 2).near(color, 3)) << seed << ": " << at(6, kSize / 2);
         EXPECT_TRUE(anyNear(kWhite, kSize / 2 - 6, kSize / 2 - 6, kSize / 2 + 6, kSize / 2 + 6, 10)) << seed;
@@ -108,7 +105,7 @@ TEST_F(AvatarViewTest, DiscRingBadgeAndUnreadCapsuleAreDrawnWithoutResizingTheTi
         { std::pair { std::optional(AccountService::Mail), kMail }, { std::nullopt, kMail },
             { AccountService::Outlook, kMail }, { AccountService::Calendar, kCalendar } }) {
         SCOPED_TRACE(color.blue);
-        show("Badge", 200, service);
+        show(200, service);
         render();
         EXPECT_TRUE(at(left + side / 2, top + side - 3).near(color, 3))
             << at(left + side / 2, top + side - 3);
@@ -121,7 +118,7 @@ TEST_F(AvatarViewTest, DiscRingBadgeAndUnreadCapsuleAreDrawnWithoutResizingTheTi
     // from the tile's right edge, white text inside.
     orvane_avatar_view_set_show_badge(tile, FALSE);
     orvane_avatar_view_set_selected(tile, FALSE);
-    show("Count", -120);
+    show(-120);
     std::map<int64_t, int> runs;
     for (int64_t unread : { 0, -3, 1, 99, 100, 12345 }) {
         orvane_avatar_view_set_unread(tile, unread);
@@ -135,18 +132,16 @@ TEST_F(AvatarViewTest, DiscRingBadgeAndUnreadCapsuleAreDrawnWithoutResizingTheTi
     EXPECT_GT(runs[100], runs[99]) << "99+ is wider than 99";
     EXPECT_EQ(gtk_widget_get_width(GTK_WIDGET(tile)), int(kSize));
     EXPECT_EQ(gtk_widget_get_height(GTK_WIDGET(tile)), int(kSize));
-}
 
-TEST_F(AvatarViewTest, PhotoWhenTheFileIsAnImageElseTheInitialAndPropertiesNotifyOnlyOnChange) {
+    // A photo when the file in the avatars folder is an image, else the disc.
+    orvane_avatar_view_set_unread(tile, 0);
     const std::string folder = AppPaths::avatarsDir();
     auto pixbuf = adopt(gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 30, 60));
     gdk_pixbuf_fill(pixbuf.get(), 0x10c020ff);
     ASSERT_TRUE(gdk_pixbuf_save(pixbuf.get(), (folder + "/photo.png").c_str(), "png", nullptr, nullptr));
     ASSERT_TRUE(Files::replaceAtomically(folder + "/garbage.png", "this is not an image"));
     for (const char* file : { "photo.png", "garbage.png", "missing.png", "../accounts.json", "" }) {
-        show("Photo", -120);
-        shown.avatarFileName = file;
-        orvane_avatar_view_set_account(tile, shown);
+        show(-120, std::nullopt, file);
         bool photo = file == std::string("photo.png");
         EXPECT_EQ(orvane_avatar_view_has_photo(tile), photo) << file;
         render();
@@ -172,9 +167,6 @@ TEST_F(AvatarViewTest, PhotoWhenTheFileIsAnImageElseTheInitialAndPropertiesNotif
     EXPECT_TRUE(waitUntil([&] { return gtk_widget_get_width(GTK_WIDGET(tile)) == 52; }));
     orvane_avatar_view_set_size(tile, std::nan(""));
     EXPECT_EQ(orvane_avatar_view_get_size(tile), 44.0);
-    char* id = nullptr;
-    g_object_get(tile, "account-id", &id, nullptr);
-    EXPECT_EQ(GCharPtr(id).get(), shown.id);
 }
 
 } // namespace

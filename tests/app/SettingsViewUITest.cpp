@@ -2,7 +2,7 @@
 // binary is NotificationTest's; the default-app request goes to a real GIO
 // registry (desktop files and mimeapps.list in the test's folders). "Start at
 // login" writes and removes the autostart entry (closing the window with "Run
-// in background" on: BackgroundTest).
+// in background" on: PageKeysTest).
 #include "SettingsView.h"
 
 #include "AppPaths.h"
@@ -17,50 +17,59 @@
 namespace orvane::test {
 namespace {
 
-class SettingsViewTest : public WidgetTest {
-protected:
-    void open() {
-        view = &SettingsView::open(*store, *manager, nullptr);
-        window = view->window();
-        ASSERT_TRUE(waitUntil([&] {
-            return gtk_widget_get_mapped(GTK_WIDGET(window)) && gtk_widget_get_width(view->dockSwitch()) > 0;
-        }));
-    }
-    static nlohmann::json saved() {
+using SettingsViewTest = WidgetTest;
+
+TEST_F(SettingsViewTest, ControlsShowTheStoreSaveOnlyTheirOwnChangesAndExplainAFailedDefaultAppRequest) {
+    SettingsView* view = nullptr;
+    auto saved = [] {
         auto text = Files::read(AppPaths::accountsFile(), 1 << 20).value_or("null");
         return nlohmann::json::parse(text, nullptr, false);
-    }
-    std::string shownAccount() const {
+    };
+    auto shownAccount = [&] {
         const char* label = gtk_menu_button_get_label(GTK_MENU_BUTTON(view->defaultAccountButton()));
-        return label ? label : "";
-    }
-    void choose(const std::string& id) {
+        return std::string(label ? label : "");
+    };
+    auto choose = [&](const std::string& id) {
         gtk_widget_activate_action(view->defaultAccountButton(), "settings.default-account", "s", id.c_str());
-    }
-
-    SettingsView* view = nullptr;
-};
-
-TEST_F(SettingsViewTest, SwitchesAndTheSendingAccountShowTheStoreAndOnlyTheirOwnChangesSave) {
+    };
+    auto active = [](GtkWidget* toggle) { return gtk_switch_get_active(GTK_SWITCH(toggle)); };
+    auto shown = [](GtkWidget* widget) { return gtk_widget_get_visible(widget); };
+    // GIO reads the user folders once per process: the registry lives in the folders it read.
+    const std::string applications = std::string(g_get_user_data_dir()) + "/applications";
+    g_mkdir_with_parents(applications.c_str(), 0700);
+    auto install = [&](const std::string& name) {
+        ASSERT_TRUE(Files::replaceAtomically(applications + "/" + name,
+            "[Desktop Entry]\nType=Application\nExec=true %U\nMimeType=x-scheme-handler/mailto;\nName="
+                + name));
+    };
+    install("other-mail.desktop");
+    ASSERT_TRUE(Files::replaceAtomically(std::string(g_get_user_config_dir()) + "/mimeapps.list",
+        "[Default Applications]\nx-scheme-handler/mailto=other-mail.desktop\n"));
     store->setShowDockBadge(true);
     store->addCalendar(store->addAccount());
     store->remove(store->mailAccounts().front());
-    open();
-    EXPECT_TRUE(gtk_switch_get_active(GTK_SWITCH(view->alwaysAskSwitch())));
-    EXPECT_FALSE(gtk_switch_get_active(GTK_SWITCH(view->notificationsSwitch())));
-    EXPECT_TRUE(gtk_switch_get_active(GTK_SWITCH(view->dockSwitch())));
+    Preferences preferences;
+    SessionPreferences session(preferences);
+    auto application = adopt(g_application_new("app.orvane.BackgroundTest", G_APPLICATION_DEFAULT_FLAGS));
+    BackgroundRunning background(application.get(), session, [] { });
+    view = &SettingsView::open(*store, *manager, nullptr);
+    window = view->window();
+    ASSERT_TRUE(waitUntil([&] {
+        return gtk_widget_get_mapped(GTK_WIDGET(window)) && gtk_widget_get_width(view->dockSwitch()) > 0;
+    }));
+    EXPECT_TRUE(active(view->alwaysAskSwitch()) && !active(view->notificationsSwitch())
+        && active(view->dockSwitch()));
     gtk_switch_set_active(GTK_SWITCH(view->dockSwitch()), FALSE);
     EXPECT_EQ(saved().value("showDockBadge", true), false);
     // A change made elsewhere shows in the open window, and saves nothing.
     g_remove(AppPaths::accountsFile().c_str());
     store->setNotificationsEnabled(true);
-    EXPECT_TRUE(gtk_switch_get_active(GTK_SWITCH(view->notificationsSwitch())));
+    EXPECT_TRUE(active(view->notificationsSwitch()));
     drainEvents();
     EXPECT_FALSE(Files::exists(AppPaths::accountsFile()));
 
     // No mail account: the sending account is disabled, nothing shown.
-    EXPECT_FALSE(gtk_widget_get_sensitive(view->defaultAccountRow()));
-    EXPECT_EQ(shownAccount(), "");
+    EXPECT_TRUE(!gtk_widget_get_sensitive(view->defaultAccountRow()) && shownAccount().empty());
     // One mail account, no default: shown, not stored; choosing it stores it.
     const Account home = addAccount("home_office@example.com");
     EXPECT_TRUE(gtk_widget_get_sensitive(view->defaultAccountRow()));
@@ -83,63 +92,34 @@ TEST_F(SettingsViewTest, SwitchesAndTheSendingAccountShowTheStoreAndOnlyTheirOwn
     EXPECT_EQ(store->defaultMailtoAccountID(), work.id);
     store->setDefaultMailtoAccountID("00000000-0000-4000-8000-000000000000");
     EXPECT_EQ(shownAccount(), "");
-}
 
-TEST_F(SettingsViewTest, AFailedDefaultAppRequestIsExplainedUntilOneWorks) {
-    // GIO reads the user folders once per process: the registry lives in the folders it read.
-    const std::string applications = std::string(g_get_user_data_dir()) + "/applications";
-    g_mkdir_with_parents(applications.c_str(), 0700);
-    auto install = [&](const std::string& name) {
-        ASSERT_TRUE(Files::replaceAtomically(applications + "/" + name,
-            "[Desktop Entry]\nType=Application\nExec=true %U\nMimeType=x-scheme-handler/mailto;\nName="
-                + name));
-    };
-    install("other-mail.desktop");
-    ASSERT_TRUE(Files::replaceAtomically(std::string(g_get_user_config_dir()) + "/mimeapps.list",
-        "[Default Applications]\nx-scheme-handler/mailto=other-mail.desktop\n"));
-    open();
-    EXPECT_FALSE(view->isDefaultMailClient());
-    EXPECT_FALSE(gtk_widget_get_visible(view->failureRow()));
-    // Orvane's desktop file is not installed: the desktop cannot take it.
-    gtk_widget_activate(view->makeDefaultButton());
-    EXPECT_TRUE(waitUntil([&] { return view->triedAndFailed(); }));
-    EXPECT_TRUE(gtk_widget_get_visible(view->failureRow()));
-    EXPECT_TRUE(gtk_widget_get_visible(view->makeDefaultButton()));
-    // Installed, a press works and the explanation goes.
-    install("app.orvane.Orvane.desktop");
-    gtk_widget_activate(view->makeDefaultButton());
-    EXPECT_TRUE(waitUntil([&] { return view->isDefaultMailClient(); }));
-    EXPECT_FALSE(gtk_widget_get_visible(view->failureRow()));
-    EXPECT_TRUE(gtk_widget_get_visible(view->isDefaultLabel()));
-    EXPECT_FALSE(gtk_widget_get_visible(view->makeDefaultButton()));
-}
-
-TEST_F(SettingsViewTest, BackgroundSwitchesKeepTheirChoiceAndStartAtLoginOwnsTheAutostartEntry) {
-    Preferences preferences;
-    SessionPreferences session(preferences);
-    auto application = adopt(g_application_new("app.orvane.BackgroundTest", G_APPLICATION_DEFAULT_FLAGS));
-    BackgroundRunning background(application.get(), session, [] { });
-    open();
-    for (int time = 0; time < 2; ++time) // a second binding changes nothing
-        background.bindSwitches(view->runInBackgroundSwitch(), view->startAtLoginSwitch());
-    GtkSwitch* run = GTK_SWITCH(view->runInBackgroundSwitch());
-    GtkSwitch* start = GTK_SWITCH(view->startAtLoginSwitch());
-    EXPECT_TRUE(gtk_switch_get_active(run));
-    EXPECT_FALSE(gtk_switch_get_active(start));
-
+    background.bindSwitches(view->runInBackgroundSwitch(), view->startAtLoginSwitch());
+    EXPECT_TRUE(active(view->runInBackgroundSwitch()) && !active(view->startAtLoginSwitch()));
     auto fromFile = [] {
         Preferences fresh;
         SessionPreferences session(fresh);
         return std::pair { session.runInBackground(), session.startAtLogin() };
     };
-    gtk_switch_set_active(start, TRUE);
-    gtk_switch_set_active(run, FALSE);
+    gtk_switch_set_active(GTK_SWITCH(view->startAtLoginSwitch()), TRUE);
+    gtk_switch_set_active(GTK_SWITCH(view->runInBackgroundSwitch()), FALSE);
     EXPECT_EQ(fromFile(), std::pair(false, true));
     auto entry = Autostart::entryText(Autostart::currentExecutable());
     EXPECT_EQ(Files::read(Autostart::entryPath(), 1 << 16), entry);
-    gtk_switch_set_active(start, FALSE);
+    gtk_switch_set_active(GTK_SWITCH(view->startAtLoginSwitch()), FALSE);
     EXPECT_EQ(fromFile(), std::pair(false, false));
     EXPECT_FALSE(Files::exists(Autostart::entryPath()));
+
+    // Orvane's desktop file is not installed: the desktop cannot take it.
+    EXPECT_FALSE(view->isDefaultMailClient() || shown(view->failureRow()));
+    gtk_widget_activate(view->makeDefaultButton());
+    EXPECT_TRUE(waitUntil([&] { return view->triedAndFailed(); }));
+    EXPECT_TRUE(shown(view->failureRow()) && shown(view->makeDefaultButton()));
+    // Installed, a press works and the explanation goes.
+    install("app.orvane.Orvane.desktop");
+    gtk_widget_activate(view->makeDefaultButton());
+    EXPECT_TRUE(waitUntil([&] { return view->isDefaultMailClient(); }));
+    EXPECT_TRUE(
+        !shown(view->failureRow()) && shown(view->isDefaultLabel()) && !shown(view->makeDefaultButton()));
 }
 
 } // namespace

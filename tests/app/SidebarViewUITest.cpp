@@ -13,62 +13,43 @@ namespace orvane::test {
 namespace {
 
 const Strings kMailMenu = { "—", "Reload→sidebar.reload", "Add Calendar→sidebar.add-calendar",
-    "Set as default for email links→sidebar.set-default", "—", "Mute Notifications→tile.mute-notifications",
-    "Leave Out of Dock Badge→tile.leave-out-of-badge", "—", "Move Up→sidebar.move-up",
-    "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" };
+    "Set as default for email links→sidebar.set-default", "—",
+    "Mute Notifications→tile.mute-notifications", "Leave Out of Dock Badge→tile.leave-out-of-badge", "—",
+    "Move Up→sidebar.move-up", "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" };
 
 // The model button of a shown menu with this text.
-GtkWidget* menuButton(GtkWidget* root, const char* text) {
-    for (GtkWidget* c = gtk_widget_get_first_child(root); c; c = gtk_widget_get_next_sibling(c)) {
+GtkWidget* menuButton(GtkWidget* menu, const char* text) {
+    return findWidget(menu, [&](GtkWidget* widget) {
         char* shown = nullptr;
-        if (g_strcmp0(G_OBJECT_TYPE_NAME(c), "GtkModelButton") == 0)
-            g_object_get(c, "text", &shown, nullptr);
-        if (g_strcmp0(GCharPtr(shown).get(), text) == 0)
-            return c;
-        if (GtkWidget* found = menuButton(c, text))
-            return found;
-    }
-    return nullptr;
+        if (g_strcmp0(G_OBJECT_TYPE_NAME(widget), "GtkModelButton") == 0)
+            g_object_get(widget, "text", &shown, nullptr);
+        return g_strcmp0(GCharPtr(shown).get(), text) == 0;
+    });
 }
 
 class SidebarViewTest : public WidgetTest {
 protected:
-    void show() {
-        sidebar = std::make_unique<SidebarView>(*store, *manager);
-        present(sidebar->widget(), -1, 600);
-    }
-    void TearDown() override {
-        sidebar.reset();
-        WidgetTest::TearDown();
-    }
-    // What the column shows, top to bottom: tile labels, "|" for the divider, "+" for the add button.
+    // What the column shows, top to bottom: tile labels, "|" for the divider.
     Strings column() {
         Strings shown;
         for (GtkWidget* c = gtk_widget_get_first_child(stack()); c; c = gtk_widget_get_next_sibling(c))
             if (gtk_widget_get_visible(c))
                 shown.push_back(ORVANE_IS_AVATAR_VIEW(c)
                         ? orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(c)).label
-                        : GTK_IS_SEPARATOR(c) ? "|"
-                                              : "+");
-        if (gtk_widget_get_visible(addButton()))
-            shown.push_back("+");
+                        : "|");
         return shown;
     }
     GtkWidget* scroller() { return gtk_widget_get_first_child(sidebar->widget()); }
-    GtkWidget* stack() { return gtk_viewport_get_child(GTK_VIEWPORT(gtk_scrolled_window_get_child(GTK_SCROLLED_WINDOW(scroller())))); }
+    GtkWidget* stack() {
+        GtkWidget* viewport = gtk_scrolled_window_get_child(GTK_SCROLLED_WINDOW(scroller()));
+        return gtk_viewport_get_child(GTK_VIEWPORT(viewport));
+    }
     GtkWidget* addButton() { return gtk_widget_get_last_child(sidebar->widget()); }
     OrvaneAvatarView* tile(const Account& account) {
-        for (GtkWidget* c = gtk_widget_get_first_child(stack()); c; c = gtk_widget_get_next_sibling(c))
-            if (ORVANE_IS_AVATAR_VIEW(c)
-                && orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(c)).id == account.id)
-                return ORVANE_AVATAR_VIEW(c);
-        return nullptr;
-    }
-    GtkWidget* menuOf(const Account& account) {
-        GtkWidget* c = gtk_widget_get_first_child(GTK_WIDGET(tile(account)));
-        while (c && !GTK_IS_POPOVER_MENU(c))
-            c = gtk_widget_get_next_sibling(c);
-        return c;
+        return ORVANE_AVATAR_VIEW(findWidget(stack(), [&](GtkWidget* w) {
+            return ORVANE_IS_AVATAR_VIEW(w)
+                && orvane_avatar_view_get_account(ORVANE_AVATAR_VIEW(w)).id == account.id;
+        }));
     }
     bool activate(const char* action, const std::string& accountID) {
         return gtk_widget_activate_action(sidebar->widget(), action, "s", accountID.c_str());
@@ -78,65 +59,58 @@ protected:
     std::unique_ptr<SidebarView> sidebar;
 };
 
-TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirKind) {
+TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     Preferences preferences;
     SessionPreferences session(preferences);
     manager->setSessionPreferences(session);
-    show();
-    EXPECT_EQ(column(), Strings { "+" });
+    sidebar = std::make_unique<SidebarView>(*store, *manager);
+    present(sidebar->widget(), -1, 600);
+    EXPECT_EQ(column(), Strings {});
     const Account work = addAccount("Work");
     const Account calendar = store->addCalendar(work);
     const Account home = addAccount("Home", AccountService::Outlook);
     const Account other = addAccount("Other");
-    EXPECT_EQ(column(), (Strings { "Work", "Home", "Other", "|", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "Work", "Home", "Other", "|", "Work" }));
 
-    // Selected, badged (calendars and the mail accounts that have one), and
-    // reused across updates.
+    // A count and a new name arrive through the page title.
     OrvaneAvatarView* before = tile(work);
     store->setSelectedAccountID(work.id);
-    EXPECT_EQ(tile(work), before);
-    for (const auto& [account, selected, badge] : { std::tuple { work, true, true }, { home, false, false },
-             { calendar, false, true }, { other, false, false } }) {
-        EXPECT_EQ(bool(orvane_avatar_view_get_selected(tile(account))), selected) << account.label;
-        EXPECT_EQ(bool(orvane_avatar_view_get_show_badge(tile(account))), badge) << account.label;
-    }
-    // A count and a new name arrive through the page title.
     WebKitWebView* view = manager->webView(*store->account(other.id));
     waitUntil([&] { return !webkit_web_view_is_loading(view); }); // its first load, to a closed port
     webkit_web_view_load_html(
         view, "<title>Inbox (7) - other@example.com - Gmail</title>", "http://127.0.0.1:9/");
     EXPECT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(other)) == 7; }));
     EXPECT_STREQ(gtk_widget_get_tooltip_text(GTK_WIDGET(tile(other))), "other@example.com");
-    EXPECT_EQ(accessibleMismatch(GTK_WIDGET(tile(other)), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, "Gmail, 7 unread"), "");
-
-    // Moving swaps in the store; past the ends nothing moves.
-    for (const auto& [action, account] : { std::pair { "sidebar.move-down", work },
-             { "sidebar.move-up", other }, { "sidebar.move-up", other }, { "sidebar.move-down", calendar } })
-        ASSERT_TRUE(activate(action, account.id));
-    EXPECT_EQ(column(), (Strings { "other@example.com", "Home", "Work", "|", "Work", "+" }));
-    EXPECT_EQ(AccountStore().accounts(), store->accounts()) << "saved";
-    // What a screen reader finds: the "Accounts" tab list, each tile a tab
-    // named by its label, described by its service and count, and selected or not.
+    // Tiles are reused across updates, selected, badged (calendars and the
+    // mail accounts that have one). What a screen reader finds, right after
+    // the rename: the "Accounts" tab list, each tile a tab named by its label,
+    // described by its service and count, and selected or not.
+    EXPECT_EQ(tile(work), before);
     EXPECT_EQ(accessibleMismatch(stack(), GTK_ACCESSIBLE_PROPERTY_LABEL, "Accounts"), "");
-    EXPECT_EQ(accessibleMismatch(GTK_WIDGET(tile(other)), GTK_ACCESSIBLE_PROPERTY_LABEL, "other@example.com"),
-        "");
-    for (const auto& [account, text] : { std::pair { other, "Gmail, 7 unread" }, { home, "Outlook" },
-             { calendar, "Google Calendar" } }) {
+    for (const auto& [account, label, selected, badge, description] :
+        { std::tuple { work, "Work", true, true, "Gmail" }, { home, "Home", false, false, "Outlook" },
+            { calendar, "Work", false, true, "Google Calendar" },
+            { other, "other@example.com", false, false, "Gmail, 7 unread" } }) {
         GtkWidget* widget = GTK_WIDGET(tile(account));
+        EXPECT_EQ(bool(orvane_avatar_view_get_selected(tile(account))), selected) << description;
+        EXPECT_EQ(bool(orvane_avatar_view_get_show_badge(tile(account))), badge) << description;
         EXPECT_TRUE(gtk_test_accessible_has_role(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_ROLE_TAB));
-        EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, text), "") << text;
+        EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_LABEL, label), "") << description;
+        EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, description), "");
         EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
-            GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_STATE_SELECTED, FALSE))) << text;
+            GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_STATE_SELECTED, selected)))
+            << description;
     }
-    EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
-        GTK_ACCESSIBLE(tile(work)), GTK_ACCESSIBLE_STATE_SELECTED, TRUE)));
 
-    // Each kind's menu; the default account's item is a ticked, inert check
-    // once shown, and removal is marked.
-    EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
+    // Moving swaps in the store (whose rules, the ends and saving, are AccountStoreTest's).
+    ASSERT_TRUE(activate("sidebar.move-down", work.id) && activate("sidebar.move-up", other.id));
+    EXPECT_EQ(column(), (Strings { "Home", "other@example.com", "Work", "|", "Work" }));
+
+    // Each kind's menu, and the default account's.
     EXPECT_EQ(menuItems(sidebar->contextMenu(calendar).get()),
-        (Strings { "—", "Reload→sidebar.reload", "—", "Mute Notifications→tile.mute-notifications", "—", "Move Up→sidebar.move-up",
-            "Move Down→sidebar.move-down", "—", "Remove Account→sidebar.remove" }));
+        (Strings { "—", "Reload→sidebar.reload", "—", "Mute Notifications→tile.mute-notifications",
+            "—", "Move Up→sidebar.move-up", "Move Down→sidebar.move-down", "—",
+            "Remove Account→sidebar.remove" }));
     ASSERT_TRUE(activate("sidebar.set-default", home.id));
     EXPECT_NE(saved().find("\"defaultMailtoAccountID\":\"" + home.id + "\""), std::string::npos);
     Strings defaultMenu = kMailMenu;
@@ -144,29 +118,58 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     EXPECT_EQ(menuItems(sidebar->contextMenu(home).get()), defaultMenu);
     EXPECT_EQ(menuItems(sidebar->contextMenu(work).get()), kMailMenu);
     ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(tile(home)), "tile.leave-out-of-badge", nullptr));
-    EXPECT_TRUE(session.leftOutOfBadge(home.id) && !session.leftOutOfBadge(work.id) && !session.notificationsMuted(home.id));
-    ASSERT_TRUE(activate("sidebar.context-menu", home.id));
-    GtkWidget* menu = menuOf(home);
-    ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(menu); }));
+    EXPECT_TRUE(session.leftOutOfBadge(home.id) && !session.leftOutOfBadge(work.id)
+        && !session.notificationsMuted(home.id));
+
+    // A secondary click opens the menu and selects nothing. Shown, the
+    // default account's item is a ticked, inert check, and removal is marked.
+    ASSERT_TRUE(canSendXInput(sidebar->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
+    GtkWidget* homeTile = GTK_WIDGET(tile(home));
+    GtkWidget* menu = findWidget(homeTile, [](GtkWidget* w) { return GTK_IS_POPOVER_MENU(w); });
+    auto menuShows = [&](bool on) { return waitUntil([&] { return gtk_widget_get_mapped(menu) == on; }); };
+    ASSERT_TRUE(pointerAt(homeTile, { "click", "3" }));
+    ASSERT_TRUE(menuShows(true));
+    EXPECT_EQ(store->selectedAccountID(), work.id);
     GtkWidget* mark = menuButton(menu, "Default for email links");
     gboolean ticked = FALSE, left = FALSE;
     g_object_get(mark, "active", &ticked, nullptr);
     g_object_get(menuButton(menu, "Leave Out of Dock Badge"), "active", &left, nullptr);
     EXPECT_TRUE(ticked && !gtk_widget_is_sensitive(mark) && left);
     EXPECT_TRUE(gtk_widget_has_css_class(menuButton(menu, "Remove Account"), "error"));
-    gtk_widget_activate_action(sidebar->widget(), "sidebar.is-default", nullptr);
-    EXPECT_EQ(store->defaultMailtoAccountID(), home.id);
-    // Closed as a user would: a popover closed from code under a bare X
-    // server keeps the pointer grabbed for the next window.
-    ASSERT_TRUE(pressKeys("Escape", menu));
-    EXPECT_TRUE(waitUntil([&] { return !gtk_widget_get_visible(menu); }));
-    ASSERT_TRUE(activate("sidebar.add-calendar", home.id));
-    EXPECT_EQ(store->account(*store->selectedAccountID())->dataStoreID, home.dataStoreID)
-        << "a companion, selected";
+    // Choosing an item with the pointer closes the menu and runs the command;
+    // the column takes clicks again right after (the table's first row).
+    GtkWidget* addCalendar = menuButton(menu, "Add Calendar");
+    ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(addCalendar); }));
+    ASSERT_TRUE(pointerAt(addCalendar, { "click", "1" }));
+    ASSERT_TRUE(waitUntil([&] { return store->calendarAccounts().size() == 2; }));
+    EXPECT_TRUE(menuShows(false));
 
-    // Removing discards the view before the store tells of the removal.
-    gpointer weakView = manager->webView(*store->account(work.id));
-    g_object_add_weak_pointer(G_OBJECT(weakView), &weakView);
+    // A click or Return selects and saves. A press held past the long-press
+    // delay (and the release that comes before the Escape), Shift+F10 and the
+    // Menu key open the menu and select nothing.
+    const std::tuple<Strings, const char*, bool> inputs[] = {
+        { { "click", "1" }, "", false }, { {}, "Return", false }, { { "mousedown", "1" }, "", true },
+        { {}, "shift+F10", true }, { {}, "Menu", true } };
+    for (const auto& [pointer, keys, opensMenu] : inputs) {
+        SCOPED_TRACE(*keys ? keys : pointer[0]);
+        store->setSelectedAccountID(std::nullopt);
+        gtk_widget_grab_focus(homeTile);
+        ASSERT_TRUE(*keys ? pressKeys(keys, homeTile) : pointerAt(homeTile, pointer));
+        if (!opensMenu) {
+            EXPECT_TRUE(waitUntil([&] { return store->selectedAccountID() == home.id; }));
+            EXPECT_NE(saved().find("\"selectedAccountID\":\"" + home.id + "\""), std::string::npos);
+            continue;
+        }
+        EXPECT_TRUE(menuShows(true));
+        EXPECT_TRUE(pointer != Strings({ "mousedown", "1" }) || runXdotool({ "mouseup", "1" }));
+        ASSERT_TRUE(pressKeys("Escape", menu));
+        ASSERT_TRUE(menuShows(false));
+        EXPECT_FALSE(store->selectedAccountID().has_value());
+    }
+
+    // Removing discards the view (WebViewManagerWebTest: it goes) before the
+    // store tells of the removal.
+    manager->webView(*store->account(work.id));
     std::optional<bool> viewAtRemoval;
     auto watch = store->observe([&](unsigned) {
         if (!store->account(work.id) && !viewAtRemoval)
@@ -174,8 +177,6 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     });
     ASSERT_TRUE(activate("sidebar.remove", work.id));
     EXPECT_EQ(viewAtRemoval, false);
-    EXPECT_TRUE(waitUntil([&] { return !weakView; })) << "the discarded view is released";
-    EXPECT_EQ(saved().find(work.id), std::string::npos);
     EXPECT_TRUE(activate("sidebar.remove", "00000000-0000-0000-0000-000000000000"))
         << "unknown ids are ignored";
     EXPECT_EQ(store->accounts().size(), 4u);
@@ -184,32 +185,26 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusOfferTheCommandsOfTheirK
     const Account fresh = addAccount("Fresh");
     ASSERT_TRUE(activate("sidebar.reload", fresh.id));
     EXPECT_EQ(manager->webView(fresh.id), nullptr);
-    WebKitWebView* page = manager->webView(calendar);
-    waitUntil([&] { return !webkit_web_view_is_loading(page); }); // its first load, to a closed port
-    webkit_web_view_load_html(page, "<title>one</title>", "http://127.0.0.1:9/one");
-    ASSERT_TRUE(waitUntil([&] { return !webkit_web_view_is_loading(page); }));
-    ASSERT_TRUE(activate("sidebar.reload", calendar.id));
-    EXPECT_TRUE(webkit_web_view_is_loading(page) || waitForSignal(page, "load-changed"));
+    // Loaded (the title's page); nothing runs between this wait and the reload.
+    ASSERT_TRUE(waitUntil([&] { return !webkit_web_view_is_loading(view); }));
+    ASSERT_TRUE(activate("sidebar.reload", other.id));
+    EXPECT_TRUE(webkit_web_view_is_loading(view));
 
     // Only calendar accounts: no divider above them. The add button offers
-    // Gmail and Outlook; what it adds is selected.
+    // Gmail and Outlook.
     for (const Account& account : store->mailAccounts())
         store->remove(account);
-    EXPECT_EQ(column(), (Strings { "Home", "Work", "+" }));
+    EXPECT_EQ(column(), (Strings { "Home", "Work" }));
     GtkWidget* add = addButton();
     EXPECT_EQ(menuItems(gtk_menu_button_get_menu_model(GTK_MENU_BUTTON(add))),
         (Strings { "Gmail account→sidebar.add-gmail", "Outlook account→sidebar.add-outlook" }));
-    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr));
-    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
-    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work", "+" }));
-    EXPECT_EQ(store->accounts()[1].service, AccountService::Outlook);
-    EXPECT_EQ(store->selectedAccountID(), store->accounts()[1].id);
-}
+    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr)
+        && gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
+    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work" }));
 
-TEST_F(SidebarViewTest, ManyAccountsScrollWithinTheWindowsFloorWithTheAddButtonInView) {
+    // Many accounts scroll within the window's floor, the add button in view.
     for (int i = 0; i < 20; ++i)
         addAccount("Account " + std::to_string(i));
-    show();
     int minimum = 0;
     gtk_widget_measure(sidebar->widget(), GTK_ORIENTATION_VERTICAL, -1, &minimum, nullptr, nullptr, nullptr);
     EXPECT_LE(minimum, MainWindow::kMinimumHeight);
@@ -219,62 +214,10 @@ TEST_F(SidebarViewTest, ManyAccountsScrollWithinTheWindowsFloorWithTheAddButtonI
             && bounds.origin.y + bounds.size.height <= gtk_widget_get_height(area);
     };
     GtkWidget* last = GTK_WIDGET(tile(store->accounts().back()));
-    ASSERT_FALSE(inView(last, scroller()));
+    ASSERT_TRUE(waitUntil([&] { return !inView(last, scroller()); })) << "once laid out, below the fold";
     EXPECT_TRUE(inView(addButton(), sidebar->widget()));
     gtk_widget_grab_focus(last); // as Tab would
     EXPECT_TRUE(waitUntil([&] { return inView(last, scroller()); }));
-}
-
-TEST_F(SidebarViewTest, ClicksSelectAndSaveWhileTheMenuOpensBySecondaryClickLongPressAndKeys) {
-    const Account work = addAccount("Work");
-    const Account home = addAccount("Home");
-    store->setSelectedAccountID(work.id);
-    show();
-    ASSERT_TRUE(canSendXInput(sidebar->widget())) << "needs X11 and xdotool (tools/setup.sh installs them)";
-    GtkWidget* homeTile = GTK_WIDGET(tile(home));
-    GtkWidget* menu = menuOf(home);
-    auto menuShows
-        = [&](bool shown) { return waitUntil([&] { return gtk_widget_get_mapped(menu) == shown; }); };
-    auto selected = [&](const Account& account) {
-        return waitUntil([&] { return store->selectedAccountID() == account.id; });
-    };
-    ASSERT_TRUE(pointerAt(homeTile, { "click", "1" }));
-    EXPECT_TRUE(selected(home));
-    EXPECT_NE(saved().find("\"selectedAccountID\":\"" + home.id + "\""), std::string::npos);
-    gtk_widget_grab_focus(GTK_WIDGET(tile(work)));
-    ASSERT_TRUE(pressKeys("Return", GTK_WIDGET(tile(work))));
-    EXPECT_TRUE(selected(work));
-
-    // A secondary click opens the menu and does not select. Choosing an item
-    // with the pointer closes it and runs the command; the column takes
-    // clicks again right after.
-    ASSERT_TRUE(pointerAt(homeTile, { "click", "3" }));
-    ASSERT_TRUE(menuShows(true));
-    EXPECT_EQ(store->selectedAccountID(), work.id);
-    GtkWidget* addCalendar = menuButton(menu, "Add Calendar");
-    ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(addCalendar); }));
-    ASSERT_TRUE(pointerAt(addCalendar, { "click", "1" }));
-    ASSERT_TRUE(waitUntil([&] { return store->calendarAccounts().size() == 1; }));
-    EXPECT_TRUE(menuShows(false));
-    ASSERT_TRUE(pointerAt(homeTile, { "click", "1" }));
-    EXPECT_TRUE(selected(home));
-
-    // A press held past the long-press delay opens the menu; the release
-    // that comes before the Escape does not select. So do the menu keys.
-    store->setSelectedAccountID(std::nullopt);
-    ASSERT_TRUE(pointerAt(homeTile, { "mousedown", "1" }));
-    EXPECT_TRUE(menuShows(true));
-    ASSERT_TRUE(runXdotool({ "mouseup", "1" }));
-    for (const char* keys : { "", "shift+F10", "Menu" }) {
-        if (*keys) {
-            gtk_widget_grab_focus(homeTile);
-            ASSERT_TRUE(pressKeys(keys, homeTile));
-        }
-        EXPECT_TRUE(menuShows(true)) << keys;
-        ASSERT_TRUE(pressKeys("Escape", menu));
-        ASSERT_TRUE(menuShows(false));
-    }
-    EXPECT_FALSE(store->selectedAccountID().has_value());
 }
 
 } // namespace

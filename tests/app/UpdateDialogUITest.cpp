@@ -5,82 +5,56 @@
 
 #include "support/Wait.h"
 
-#include <adwaita.h>
 #include <gtest/gtest.h>
 
 namespace orvane::test {
 namespace {
 
-const UpdaterController::Configuration kInstalled { "https://orvane.example/appcast.xml", "0.1.0", "12.0" };
+using Result = UpdaterController::Result;
 
-std::string feedOffering(const std::string& version) {
-    return R"(<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
-      <channel><item><title>Version )" + version + R"(</title>
-      <sparkle:version>)" + version + R"(</sparkle:version>
-      <sparkle:releaseNotesLink>https://orvane.example/notes/)" + version + R"(</sparkle:releaseNotesLink>
-      <description><![CDATA[<ul><li>Account tiles show unread counts up to 99+</li></ul>]]></description>
-      <link>https://orvane.example/download/)" + version + "</link></item></channel></rss>";
-}
-
-class UpdateDialogTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        adw_init();
-        parent = GTK_WINDOW(gtk_window_new());
-        gtk_window_present(parent);
-    }
-    void TearDown() override {
-        for (auto& dialog : dialogs)
-            gtk_window_destroy(GTK_WINDOW(dialog.get()));
-        dialogs.clear(); // before their parent goes
-        gtk_window_destroy(parent);
-        drainEvents();
-    }
-    AdwMessageDialog* show(const UpdaterController::Result& result) {
-        auto* dialog
-            = UpdateDialog::create(parent, result, [this](const std::string& uri) { opened.push_back(uri); });
-        dialogs.emplace_back(dialog);
-        gtk_window_present(GTK_WINDOW(dialog));
-        EXPECT_TRUE(gtk_window_get_modal(GTK_WINDOW(dialog)));
-        EXPECT_EQ(gtk_window_get_transient_for(GTK_WINDOW(dialog)), parent);
-        return dialog;
-    }
-
-    GtkWindow* parent = nullptr;
-    std::vector<Ref<AdwMessageDialog>> dialogs; // a response may close a dialog early
-    std::vector<std::string> opened;
-};
-
-TEST_F(UpdateDialogTest, ANewerReleaseOffersItsPagesOthersOnlyClose) {
-    auto* newer = show(UpdaterController::evaluate(feedOffering("0.2.0"), kInstalled));
-    EXPECT_STREQ(adw_message_dialog_get_default_response(newer), UpdateDialog::kDownload);
-    EXPECT_TRUE(adw_message_dialog_get_extra_child(newer)) << "the notes are shown";
-    for (const char* response :
-        { UpdateDialog::kReleaseNotes, UpdateDialog::kDownload, UpdateDialog::kClose })
-        adw_message_dialog_response(newer, response);
-    EXPECT_EQ(opened,
-        (std::vector<std::string> {
-            "https://orvane.example/notes/0.2.0", "https://orvane.example/download/0.2.0" }));
-
-    // Up to date, or a feed that could not be read: nothing to open.
-    for (const std::string& feed :
-        { feedOffering("0.1.0"), std::string("<html><body>502 Bad Gateway</body></html>") }) {
-        auto* dialog = show(UpdaterController::evaluate(feed, kInstalled));
-        EXPECT_FALSE(adw_message_dialog_has_response(dialog, UpdateDialog::kDownload));
-    }
-
+TEST(UpdateDialogTest, ANewerReleaseOffersItsWebPagesOthersOnlyClose) {
+    adw_init();
+    const Result newer { .kind = Result::Kind::UpdateAvailable, .currentVersion = "0.1.0",
+        .item = Appcast::Item { .version = "0.2.0", .downloadURL = "https://orvane.example/download",
+            .releaseNotesURL = "https://orvane.example/notes" },
+        .notes = "Account tiles show unread counts up to 99+" };
     // Addresses that are not the web's are never offered nor opened.
-    auto result = UpdaterController::evaluate(feedOffering("0.2.0"), kInstalled);
-    result.item->downloadURL = "javascript:alert(document.cookie)";
-    result.item->releaseNotesURL = "file:///etc/passwd";
-    auto* hostile = show(result);
-    EXPECT_FALSE(adw_message_dialog_has_response(hostile, UpdateDialog::kDownload));
-    EXPECT_FALSE(adw_message_dialog_has_response(hostile, UpdateDialog::kReleaseNotes));
-    adw_message_dialog_response(hostile, UpdateDialog::kDownload);
-    EXPECT_EQ(opened.size(), 2u);
-    for (const char* uri :
-        { "javascript:alert(1)", "file:///etc/passwd", "data:text/html,x", "orvane.example", "" })
+    Result hostile = newer;
+    hostile.item->downloadURL = "javascript:alert(document.cookie)";
+    hostile.item->releaseNotesURL = "file:///etc/passwd";
+    const std::pair<Result, bool> cases[] = { { newer, true },
+        { { .kind = Result::Kind::UpToDate, .currentVersion = "0.1.0" }, false }, { Result {}, false },
+        { hostile, false } };
+
+    GtkWindow* parent = GTK_WINDOW(gtk_window_new());
+    gtk_window_present(parent);
+    std::vector<std::string> opened;
+    std::vector<Ref<AdwMessageDialog>> dialogs; // a response closes a dialog
+    auto open = [&](const std::string& uri) { opened.push_back(uri); };
+    for (const auto& [result, offers] : cases) {
+        auto* dialog = UpdateDialog::create(parent, result, open);
+        dialogs.emplace_back(dialog);
+        GtkWindow* shown = GTK_WINDOW(dialog);
+        EXPECT_TRUE(gtk_window_get_modal(shown) && gtk_window_get_transient_for(shown) == parent);
+        gtk_window_present(shown);
+        EXPECT_STREQ(adw_message_dialog_get_default_response(dialog),
+            offers ? UpdateDialog::kDownload : UpdateDialog::kClose);
+        EXPECT_EQ(bool(adw_message_dialog_has_response(dialog, UpdateDialog::kReleaseNotes)), offers);
+        for (const char* response :
+            { UpdateDialog::kReleaseNotes, UpdateDialog::kDownload, UpdateDialog::kClose })
+            adw_message_dialog_response(dialog, response);
+    }
+    EXPECT_TRUE(adw_message_dialog_get_extra_child(dialogs[0].get())) << "the notes are shown";
+    EXPECT_EQ(opened,
+        (std::vector<std::string> { "https://orvane.example/notes", "https://orvane.example/download" }));
+    for (const char* uri : { "javascript:alert(1)", "file:///etc/passwd", "orvane.example" })
         EXPECT_FALSE(UpdateDialog::openInBrowser(uri)) << uri;
+
+    for (auto& dialog : dialogs)
+        gtk_window_destroy(GTK_WINDOW(dialog.get()));
+    dialogs.clear(); // before their parent goes
+    gtk_window_destroy(parent);
+    drainEvents();
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <adwaita.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -41,6 +42,14 @@ inline Strings menuItems(GMenuModel* model, bool withTargets = false) {
     return items;
 }
 
+// The first widget under `root`, depth first, that matches.
+inline GtkWidget* findWidget(GtkWidget* root, const std::function<bool(GtkWidget*)>& match) {
+    for (GtkWidget* c = gtk_widget_get_first_child(root); c; c = gtk_widget_get_next_sibling(c))
+        if (GtkWidget* found = match(c) ? c : findWidget(c, match))
+            return found;
+    return nullptr;
+}
+
 // What GTK tells screen readers of the widget's property, when it is not
 // `expected`; "" when it is.
 inline std::string accessibleMismatch(
@@ -59,8 +68,8 @@ protected:
         manager = std::make_unique<WebViewManager>(host, testServices());
         manager->configure(*store);
     }
-    // A derived fixture lets go of its views of the store first.
-    void TearDown() override {
+    // After a derived fixture's members, its views of the store, are gone.
+    ~WidgetTest() override {
         if (window)
             gtk_window_destroy(window);
         manager.reset();
@@ -70,10 +79,8 @@ protected:
 
     // Shows `child` in an undecorated window and waits until it is laid out.
     void present(GtkWidget* child, int width = -1, int height = -1) {
-        window = GTK_WINDOW(gtk_window_new());
-        gtk_window_set_decorated(window, FALSE);
-        gtk_window_set_default_size(window, width, height);
-        gtk_window_set_child(window, child);
+        window = GTK_WINDOW(g_object_new(GTK_TYPE_WINDOW, "decorated", FALSE, "default-width", width,
+            "default-height", height, "child", child, nullptr));
         gtk_window_present(window);
         ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(child) && gtk_widget_get_width(child); }));
     }

@@ -30,9 +30,11 @@ inline bool runXdotool(std::vector<std::string> args) {
         argv.push_back(arg.data());
     argv.push_back(nullptr);
     int status = -1;
-    return g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr,
-               nullptr, &status, nullptr)
+    bool ok = g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_SEARCH_PATH, nullptr, nullptr, nullptr,
+                  nullptr, &status, nullptr)
         && g_spawn_check_wait_status(status, nullptr);
+    drainEvents();
+    return ok;
 }
 
 inline bool canSendXInput(GtkWidget* widget) {
@@ -60,23 +62,15 @@ inline bool pointerAt(GtkWidget* widget, const std::vector<std::string>& then, d
         = { "windowraise", xid, "mousemove", "--sync", "--window", xid, px(out.x, dx, 2), px(out.y, dy, 2),
               "mousemove", "--sync", "--window", xid, px(out.x, dx, 0), px(out.y, dy, 0) };
     args.insert(args.end(), then.begin(), then.end());
-    bool ok = runXdotool(args);
-    drainEvents();
-    return ok;
+    return runXdotool(args);
 }
 
 // Key presses (xdotool key names such as "shift+F10") to the window of
-// `widget` (raised and given the X focus first), or to the focused window.
-inline bool pressKeys(const std::string& keys, GtkWidget* widget = nullptr) {
-    std::vector<std::string> args;
-    if (GtkNative* native = widget ? gtk_widget_get_native(widget) : nullptr) {
-        std::string xid = std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(native)));
-        args = { "windowraise", xid, "windowfocus", "--sync", xid };
-    }
-    args.insert(args.end(), { "key", "--clearmodifiers", keys });
-    bool ok = runXdotool(args);
-    drainEvents();
-    return ok;
+// `widget`, raised and given the X focus first.
+inline bool pressKeys(const std::string& keys, GtkWidget* widget) {
+    GtkNative* native = gtk_widget_get_native(widget);
+    std::string xid = std::to_string(gdk_x11_surface_get_xid(gtk_native_get_surface(native)));
+    return runXdotool({ "windowraise", xid, "windowfocus", "--sync", xid, "key", "--clearmodifiers", keys });
 }
 
 } // namespace orvane::test
