@@ -90,6 +90,7 @@ TEST_F(MainWindowTest, EachAccountHasItsOwnViewOnlyTheSelectedShownAndMailLinksW
         EXPECT_EQ(orvane_avatar_view_get_account(tile).id, mail[i].id);
         EXPECT_EQ(bool(orvane_avatar_view_get_selected(tile)), i == 0);
         EXPECT_EQ(text(gtk_widget_get_next_sibling(GTK_WIDGET(tile))), std::to_string(i + 1));
+        EXPECT_EQ(accessibleMismatch(buttons[i], GTK_ACCESSIBLE_PROPERTY_LABEL, mail[i].label.c_str()), "");
     }
 
     // A megabyte of recipients makes a short line, cut in the middle.

@@ -231,9 +231,10 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     EXPECT_TRUE(waitUntil([&] { return orvane_avatar_view_get_unread(tile(other)) == 7; }));
     // Tiles are reused across updates, selected, badged (calendars and the
     // mail accounts that have one). What a screen reader finds, right after
-    // the rename: each tile named by its label, described by its service and
-    // count, and selected or not.
+    // the rename: the "Accounts" tab list, each tile a tab named by its label,
+    // described by its service and count, and selected or not.
     EXPECT_EQ(tile(work), before);
+    EXPECT_EQ(accessibleMismatch(stack(), GTK_ACCESSIBLE_PROPERTY_LABEL, "Accounts"), "");
     for (const auto& [account, label, selected, badge, description] :
         { std::tuple { work, "Work", true, true, "Gmail" }, { home, "Home", false, false, "Outlook" },
             { calendar, "Work", false, true, "Google Calendar" },
@@ -241,6 +242,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
         GtkWidget* widget = GTK_WIDGET(tile(account));
         EXPECT_EQ(bool(orvane_avatar_view_get_selected(tile(account))), selected) << description;
         EXPECT_EQ(bool(orvane_avatar_view_get_show_badge(tile(account))), badge) << description;
+        EXPECT_TRUE(gtk_test_accessible_has_role(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_ROLE_TAB));
         EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_LABEL, label), "") << description;
         EXPECT_EQ(accessibleMismatch(widget, GTK_ACCESSIBLE_PROPERTY_DESCRIPTION, description), "");
         EXPECT_FALSE(GCharPtr(gtk_test_accessible_check_state(
