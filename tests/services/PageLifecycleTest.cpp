@@ -30,7 +30,6 @@ TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayR
 
     // The preference, the environment and the limit they make.
     const std::tuple<std::optional<double>, std::optional<std::string_view>, Limit> limits[] = {
-        { std::nullopt, std::nullopt, 900s },
         { 300, std::nullopt, 300s },
         { 0, std::nullopt, std::nullopt },
         { 1.2, std::nullopt, 2s },
