@@ -133,10 +133,8 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
         { gmail, "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
         { gmail, "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
         { gmail, "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
-        { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
-        { gmail, "x\ta@b.c", "x\ta@b.c" },
-        { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not
-        { gmail, "x\u2012a@b.c", "x\u2012a@b.c" },
+        { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen does not separate
+        { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes do
         { gmail, std::nullopt, std::nullopt },
         { outlook, "Mail - Display Name - OUTLOOK", "Display Name" },
         { outlook, "Inbox - Part One - Part Two - Outlook", "Part Two" },
@@ -145,7 +143,6 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
         { outlook, "Display Name - Outlook", std::nullopt },
         { outlook, "Mail - Display Name - Outlook Web", std::nullopt },
         { outlook, "Mail-Display Name-Outlook", std::nullopt },
-        { outlook, "Mail \u2013 Display Name \u2013 Outlook", std::nullopt },
     };
     for (const auto& [parse, title, piece] : cases)
         EXPECT_EQ(parse(title), piece) << title.value_or("no title");
