@@ -111,15 +111,17 @@ protected:
 };
 
 // A record breaking a rule is left out on its own, a bad file name costs only the name; the file is kept
-// aside before the save that drops them. That what is read is bounded, has canonical ids and plain file
-// names, and reads back the same when written is fuzz/AccountsFileFuzzer's.
+// aside before the save that drops them. That what is read is bounded, has canonical ids and reads back the
+// same when written is fuzz/AccountsFileFuzzer's.
 TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     test::LoggedWarnings warnings;
     const json good = record(uuid(0), DS1);
     const json tolerated = { { "service", "calendar" }, { "avatarFileName", nullptr }, { "colorSeed", -400 },
         { "new", { 1 } } };
-    json list = { with(good, tolerated), record(uuid(1), DS1, nullptr, "photo.png"),
-        record(uuid(2), DS1, nullptr, "a/b.png") };
+    json list = { with(good, tolerated) };
+    const IDs names = { "photo.png", "a/b.png", "..", std::string(256, 'n') };
+    for (unsigned i = 0; i < names.size(); ++i)
+        list.push_back(record(uuid(i + 1), DS1, nullptr, names[i]));
     for (const json& bad : { json(42), with(good, { { "service", "exchange" } }),
              with(good, { { "service", 1 } }), with(good, { { "colorSeed", "211" } }),
              with(good, { { "colorSeed", 2.5 } }), with(good, { { "colorSeed", UINT64_MAX } }),
@@ -130,10 +132,11 @@ TEST_F(AccountStoreTest, ReadsTheListTolerantlyAndEverythingElseStrictly) {
     writeText(partly);
     {
         AccountStore store;
-        EXPECT_EQ(ids(store), (IDs { uuid(1), uuid(2), uuid(0) })) << "mail first";
+        EXPECT_EQ(ids(store), (IDs { uuid(1), uuid(2), uuid(3), uuid(4), uuid(0) })) << "mail first";
         EXPECT_EQ(store.selectedAccountID(), uuid(1)) << "no stored selection: the first account";
         EXPECT_EQ(store.account(uuid(1))->avatarFileName, "photo.png");
-        EXPECT_FALSE(store.account(uuid(2))->avatarFileName) << "a bad name costs only the name";
+        for (unsigned i = 1; i < names.size(); ++i)
+            EXPECT_FALSE(store.account(uuid(i + 1))->avatarFileName) << names[i];
         store.save();
         EXPECT_FALSE(readFile()["accounts"][0].contains("service")) << "an absent service stays absent";
         EXPECT_EQ(keptCopies(), std::vector<std::string> { partly });
@@ -479,7 +482,9 @@ TEST(AvatarStyleTest, InitialColourAndUnreadTextOfATile) {
     // The colours drawn for 0, 120 and -120 are checked in tests/app/AvatarViewUITest.
 
     // The unread text is empty below one and caps at 99+.
-    const std::pair<int64_t, const char*> unread[] = { { 0, "" }, { 1, "1" }, { 99, "99" }, { 100, "99+" } };
+    const std::pair<int64_t, const char*> unread[] = {
+        { -1, "" }, { 0, "" }, { 1, "1" }, { 99, "99" }, { 100, "99+" },
+    };
     for (const auto& [count, text] : unread)
         EXPECT_EQ(unreadText(count), text) << count;
 }

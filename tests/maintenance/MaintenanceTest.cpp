@@ -177,6 +177,7 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestruct
     // Every failure has a message for the dialog to show; an unreadable feed and one that lists nothing fail.
     const std::pair<HTTPFetch::Outcome, Kind> outcomes[] = {
         { { .body = feedWith("0.1.0") }, Kind::UpToDate },
+        { { .body = feedWith("0.1.0-beta") }, Kind::UpToDate }, // not an update: older than 0.1.0
         { { .body = "<html><body>Moved</body></html>" }, Kind::Failed },
         { { .body = feed("<item><sparkle:version>9.0</sparkle:version><link>javascript:x</link></item>") },
             Kind::Failed },
@@ -348,6 +349,7 @@ TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
         { "window-width=-5\nwindow-height=700\n", std::nullopt },
         { "window-width=nan\nwindow-height=700\n", std::nullopt },
         { "window-width=1000\n", std::nullopt },
+        { "window-width=wide\nwindow-height=tall\n", std::nullopt },
     };
     for (const auto& [lines, expected] : cases)
         EXPECT_EQ(windowFrom(lines), expected) << lines;

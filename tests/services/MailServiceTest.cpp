@@ -39,7 +39,8 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHostsAndOverridesR
     EXPECT_EQ(&services.forService(std::nullopt), &gmail) << "no service: a Gmail account";
     const std::pair<const char*, bool> cases[] = {
         { "HTTPS://Mail.Google.COM:8443", true }, { "https://accounts.google.com/signin", false },
-        { "https://mail.google.com.example.net/", false }, { "ftp://mail.google.com/", false }, { "null", false },
+        { "https://mail.google.com.example.net/", false }, { "ftp://mail.google.com/", false },
+        { "null", false },
     };
     for (const auto& [address, owned] : cases)
         EXPECT_EQ(gmail.ownsAddress(address), owned) << address;
@@ -271,6 +272,7 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesOfOtherHostsReachTheBrowserAndMail
         { "mailto:a@b.c\r\nBcc:x@y.z", Nothing, "" },
         { "https://exa%41mple.org/", Nothing, "" },
         { " https://example.org/", Nothing, "" },
+        { "https://example.org/" + std::string(ExternalLink::kMaxAddressBytes, 'a'), Nothing, "" },
     };
     for (const auto& [address, action, handedOn] : cases) {
         ExternalLink link = externalLinkFor(address);
