@@ -462,15 +462,12 @@ TEST(AvatarStyleTest, InitialColourAndUnreadTextOfATile) {
     using namespace AvatarStyle;
     // The initial: the first character, upper-cased, or "+".
     const std::pair<std::string, std::string> cases[] = {
-        { "New Account", "N" },
-        { " \t bob", "B" },                   // only spaces and tabs are trimmed
-        { "\nx", "\n" },
+        { "New Account", "N" }, { "", "+" }, { "  ?unknown", "+" },
+        { " \t bob", "B" }, { "\nx", "\n" },   // only spaces and tabs are trimmed
         { "ßeta", "SS" },                      // full case mapping
         { "e\u0301clair", "E\u0301" },         // a letter and its mark are one character
         { "\U0001F469\u200D\U0001F469\u200D\U0001F467 home", "\U0001F469\u200D\U0001F469\u200D\U0001F467" },
         { std::string("\xff" "abc", 4), "\uFFFD" }, // broken UTF-8 is repaired first
-        { "", "+" },
-        { "  ?unknown", "+" },
     };
     for (const auto& [label, initial] : cases)
         EXPECT_EQ(initialForLabel(label), initial) << label;

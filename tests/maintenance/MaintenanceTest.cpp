@@ -155,7 +155,9 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestruct
     test::drainEvents();
     EXPECT_EQ(results, 1) << "the check asked for while one ran was ignored";
     EXPECT_EQ(server.requestCount("/appcast.xml"), 1);
-    EXPECT_EQ(result->kind, Kind::UpdateAvailable);
+    ASSERT_EQ(result->kind, Kind::UpdateAvailable);
+    EXPECT_EQ(result->item->displayVersion, "0.2.0");
+    EXPECT_EQ(result->notes, "Sidebar badges are sharper.");
 
     // Destroyed mid-check: the request is cancelled and nobody is called.
     UnansweredRequests silent(server, "/silent");
@@ -167,14 +169,9 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestruct
     EXPECT_TRUE(test::waitUntil([&] { return silent.closed() == 1; }, 5s)) << "the request was cancelled";
     EXPECT_FALSE(called);
 
-    // What the user reads for each feed and each way the fetch ends.
+    // What the user reads for each way the fetch ends: every failure has a message for the dialog to show;
+    // an unreadable feed and one that lists nothing fail.
     const auto config = checkConfiguration("https://orvane.example/appcast.xml");
-    auto available = UpdaterController::resultOf({ .body = feedWith("0.2.0") }, config);
-    ASSERT_EQ(available.kind, Kind::UpdateAvailable);
-    EXPECT_EQ(available.item->displayVersion, "0.2.0");
-    EXPECT_EQ(available.notes, "Sidebar badges are sharper.");
-
-    // Every failure has a message for the dialog to show; an unreadable feed and one that lists nothing fail.
     const std::pair<HTTPFetch::Outcome, Kind> outcomes[] = {
         { { .body = feedWith("0.1.0") }, Kind::UpToDate },
         { { .body = feedWith("0.1.0-beta") }, Kind::UpToDate }, // not an update: older than 0.1.0

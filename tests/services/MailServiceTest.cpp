@@ -111,17 +111,13 @@ TEST(MailServiceTest, JSONLiteralsReadBackAsTheSameTextAndTemplatesFillOnce) {
 TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
     // Gmail's unread count: the digits between the first parentheses of an inbox title.
     const std::pair<Text, Count> counts[] = {
-        { "Inbox (3) - a@b.c - Gmail", 3 },
-        { "inbox(12)", 12 },
-        { "Inbox - a@b.c - Gmail", 0 },
+        { "Inbox (3) - a@b.c - Gmail", 3 }, { "inbox(12)", 12 }, { "Inbox - a@b.c - Gmail", 0 },
         { "Inbox (1.234.567) - x - Gmail", 1234567 }, // separators are not digits
-        { "Inbox (3 new) (7)", 3 },
-        { "Inbox (9223372036854775807)", INT64_MAX },
+        { "Inbox (3 new) (7)", 3 }, { "Inbox (9223372036854775807)", INT64_MAX },
         { "Inbox (9223372036854775808)", 0 },
         // Digits of other scripts fail the ASCII reading: 0, not a wrong number.
         { "Inbox (1\u0663)", 0 },
-        { std::nullopt, std::nullopt },
-        { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
+        { std::nullopt, std::nullopt }, { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
         { " Inbox (3)", std::nullopt },
     };
     for (const auto& [title, count] : counts)
@@ -298,8 +294,7 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesOfOtherHostsReachTheBrowserAndMail
         EXPECT_EQ(policy.leavingLink(uri).action, action) << uri;
 
     const std::pair<std::string, std::string> titles[] = {
-        { "", "Orvane" },
-        { "https://mail.google.com/mail/u/0/", "Orvane" },
+        { "", "Orvane" }, { "https://mail.google.com/mail/u/0/", "Orvane" },
         { "blob:https://mail.google.com/5d9e", "Orvane" },
         { "https://Login.Example.com/sso", "Orvane — login.example.com" },
         { "http://mail.google.com.evil.example/", "Orvane — mail.google.com.evil.example" },

@@ -26,8 +26,7 @@ TEST(MailtoComponentsTest, AddressesSplitAtCommasToAccumulatesAndValuesAreDecode
     // Addresses are split at commas only and passed on unchecked.
     const std::pair<const char*, List> cases[] = {
         { "mailto:a@b.c%20,%20%20d@e.f%09", { "a@b.c", "d@e.f" } },
-        { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } },
-        { "mailto:%0Aa@b.c", { "\na@b.c" } },
+        { "mailto:a@b.c;d@e.f", { "a@b.c;d@e.f" } }, { "mailto:%0Aa@b.c", { "\na@b.c" } },
         { "mailto:not%20an%20address,A@B.C,A@B.C", { "not an address", "A@B.C", "A@B.C" } },
     };
     for (const auto& [url, to] : cases)
@@ -49,8 +48,7 @@ TEST(MailtoComponentsTest, AddressesSplitAtCommasToAccumulatesAndValuesAreDecode
         { "mailto:?subject=a=b=c", "a=b=c" },
         { "mailto:?subject=Line%201%0D%0ALine%202%26%3D%3F", "Line 1\r\nLine 2&=?" },
         { "mailto:?subject=x#frag", "x" }, // a fragment is not part of the query
-        { "mailto:?subject=100%", "100%" },
-        { "mailto:?subject=%G1%41", "%G1A" },
+        { "mailto:?subject=100%", "100%" }, { "mailto:?subject=%G1%41", "%G1A" },
     };
     for (const auto& [url, subject] : subjects)
         EXPECT_EQ(parsed(url).subject, subject) << url;

@@ -30,17 +30,11 @@ TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayR
 
     // The preference, the environment and the limit they make.
     const std::tuple<std::optional<double>, std::optional<std::string_view>, Limit> limits[] = {
-        { 300, std::nullopt, 300s },
-        { 0, std::nullopt, std::nullopt },
-        { 1.2, std::nullopt, 2s },
-        { -5, std::nullopt, 900s },
-        { 1e300, std::nullopt, HibernationPolicy::kLongestLimit },
-        { 300, "2", 2s },
-        { 300, "0", std::nullopt },
-        { 300, "9999999999", HibernationPolicy::kLongestLimit },
+        { 300, std::nullopt, 300s }, { 0, std::nullopt, std::nullopt }, { 1.2, std::nullopt, 2s },
+        { -5, std::nullopt, 900s }, { 1e300, std::nullopt, HibernationPolicy::kLongestLimit },
+        { 300, "2", 2s }, { 300, "0", std::nullopt }, { 300, "9999999999", HibernationPolicy::kLongestLimit },
         { 300, "99999999999999999999", 300s }, // past 64 bits
-        { 300, "-2", 300s },
-        { 300, "2s", 300s },
+        { 300, "-2", 300s }, { 300, "2s", 300s },
     };
     for (const auto& [preference, environment, limit] : limits)
         EXPECT_EQ(HibernationPolicy::limitFrom(preference, environment), limit)
