@@ -14,7 +14,7 @@ using Activity = HibernationPolicy::Activity;
 using Limit = std::optional<HibernationPolicy::Seconds>;
 using Kind = PageFailure::Kind;
 
-TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayReplace) {
+TEST(PageLifecycleTest, SleepsOnlyWhenIdleForTheLimitAndOnlyRealFailuresShowTheStatusPage) {
     const std::tuple<const char*, Limit, Activity, std::chrono::steady_clock::duration, bool> cases[] = {
         { "idle for the limit", 900s, {}, 900s, true },
         { "idle a little less", 900s, {}, 899999ms, false },
@@ -39,12 +39,11 @@ TEST(HibernationPolicyTest, SleepsOnlyWhenIdleForTheLimitWhichTheEnvironmentMayR
     for (const auto& [preference, environment, limit] : limits)
         EXPECT_EQ(HibernationPolicy::limitFrom(preference, environment), limit)
             << preference.value_or(-1) << " / " << environment.value_or("(unset)");
-}
 
-TEST(PageFailureTest, OnlyRealFailuresShowTheStatusPageAndOnlySomeReloadByThemselves) {
+    // Which load errors are failures, and of what kind.
     const std::string io = g_quark_to_string(G_IO_ERROR);
     const std::string resolver = g_quark_to_string(G_RESOLVER_ERROR), tls = g_quark_to_string(G_TLS_ERROR);
-    const std::tuple<const char*, std::string, int, std::optional<Kind>> cases[] = {
+    const std::tuple<const char*, std::string, int, std::optional<Kind>> errors[] = {
         { "replaced by another load", "WebKitNetworkError", 302, std::nullopt },
         { "cancelled in the network layer", io, G_IO_ERROR_CANCELLED, std::nullopt },
         { "a link sent to the browser", "WebKitPolicyError", 102, std::nullopt },
@@ -56,7 +55,7 @@ TEST(PageFailureTest, OnlyRealFailuresShowTheStatusPageAndOnlySomeReloadByThemse
         { "another I/O error", io, G_IO_ERROR_FAILED, Kind::Other },
         { "an unknown domain", "soup-session-error-quark", 3, Kind::Other },
     };
-    for (const auto& [what, domain, code, kind] : cases)
+    for (const auto& [what, domain, code, kind] : errors)
         EXPECT_EQ(PageFailure::ofLoadError(domain, code), kind) << what;
 
     // The bounds of the 5xx range.
