@@ -115,7 +115,7 @@ TEST(AppcastTest, PicksTheNewestItemThisSystemMayInstallAndRefusesWhatIsNotAFeed
         EXPECT_EQ(Appcast::compareVersions(a, b), order) << a << " vs " << b;
 
     // What is not a feed, or has a document type, is refused; notes read as plain text.
-    const std::string dtd = R"(<?xml version="1.0"?><!DOCTYPE rss [<!ENTITY secret SYSTEM "file:///etc/passwd">]>
+    const std::string dtd = R"(<!DOCTYPE rss [<!ENTITY secret SYSTEM "file:///etc/passwd">]>
 <rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle"><channel><item><title>)";
     const std::string item = R"(</title><sparkle:version>9</sparkle:version>
 <link>https://orvane.example/</link></item></channel></rss>)";
