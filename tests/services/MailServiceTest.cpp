@@ -37,27 +37,13 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHostsAndOverridesR
     const auto& calendar = services.calendar();
     const auto& outlook = services.outlook();
     EXPECT_EQ(&services.forService(std::nullopt), &gmail) << "no service: a Gmail account";
-    EXPECT_EQ(&services.forService(AccountService::Mail), &gmail);
-    const std::tuple<const MailService*, const char*, bool> cases[] = {
-        { &gmail, "https://chat.google.com", true },
-        { &gmail, "HTTPS://Mail.Google.COM:8443", true },
-        { &gmail, "https://accounts.google.com/signin", false },
-        { &gmail, "https://mail.google.com.example.net/", false },
-        { &gmail, "ftp://mail.google.com/", false },
-        { &gmail, "null", false },
-        { &calendar, "https://calendar.google.com/calendar/r", true },
-        { &calendar, "https://mail.google.com/", false },
-        { &outlook, "https://outlook.live.com/mail/", true },
-        { &outlook, "https://login.microsoftonline.com/", false },
+    const std::pair<const char*, bool> cases[] = {
+        { "HTTPS://Mail.Google.COM:8443", true }, { "https://accounts.google.com/signin", false },
+        { "https://mail.google.com.example.net/", false }, { "ftp://mail.google.com/", false },
+        { "null", false },
     };
-    for (const auto& [service, address, owned] : cases)
-        EXPECT_EQ(service->ownsAddress(address), owned) << service->homeURL << " " << address;
-
-    // Titles are read only where the service's titles carry something
-    // (Gmail's, tests/web/UnreadCountsWebTest).
-    const std::string gmailTitle = "Inbox (4) - a@b.c - Gmail";
-    EXPECT_FALSE(outlook.unread(gmailTitle) || calendar.unread(gmailTitle) || calendar.label(gmailTitle));
-    EXPECT_FALSE(calendar.composeJS || calendar.attachClickJS || calendar.photoJS || calendar.unreadPollJS);
+    for (const auto& [address, owned] : cases)
+        EXPECT_EQ(gmail.ownsAddress(address), owned) << address;
 
     // Overrides replace the home and hosts of their entries only.
     std::string path = writeOverrides(R"({
@@ -78,7 +64,6 @@ TEST(MailServiceTest, EachKindFindsItsEntryWhichOwnsOnlyItsOwnHostsAndOverridesR
     auto builtCalendar = MailService::build(AccountService::Calendar, path);
     EXPECT_EQ(builtCalendar.homeURL, calendar.homeURL);
     EXPECT_EQ(builtCalendar.inAppHosts, Hosts({ "localhost" }));
-    EXPECT_EQ(builtCalendar.feedURL + builtOutlook.feedURL, "") << "only Gmail has an unread feed";
 
     // Bad overrides leave the built-in values; one bad field (a home that is
     // not http or https) spares the other.
@@ -126,17 +111,13 @@ TEST(MailServiceTest, JSONLiteralsReadBackAsTheSameTextAndTemplatesFillOnce) {
 TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
     // Gmail's unread count: the digits between the first parentheses of an inbox title.
     const std::pair<Text, Count> counts[] = {
-        { "Inbox (3) - a@b.c - Gmail", 3 },
-        { "inbox(12)", 12 },
-        { "Inbox - a@b.c - Gmail", 0 },
+        { "Inbox (3) - a@b.c - Gmail", 3 }, { "inbox(12)", 12 }, { "Inbox - a@b.c - Gmail", 0 },
         { "Inbox (1.234.567) - x - Gmail", 1234567 }, // separators are not digits
-        { "Inbox (3 new) (7)", 3 },
-        { "Inbox (9223372036854775807)", INT64_MAX },
+        { "Inbox (3 new) (7)", 3 }, { "Inbox (9223372036854775807)", INT64_MAX },
         { "Inbox (9223372036854775808)", 0 },
         // Digits of other scripts fail the ASCII reading: 0, not a wrong number.
         { "Inbox (1\u0663)", 0 },
-        { std::nullopt, std::nullopt },
-        { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
+        { std::nullopt, std::nullopt }, { "Sent Mail (3) - a@b.c - Gmail", std::nullopt },
         { " Inbox (3)", std::nullopt },
     };
     for (const auto& [title, count] : counts)
@@ -149,10 +130,8 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
         { gmail, "Inbox (3) - someone@example.com - Gmail", "someone@example.com" },
         { gmail, "Inbox - @handle.x - user@localhost - real@host.org - Gmail", "real@host.org" },
         { gmail, "Inbox - <a@b.c> - Gmail", "<a@b.c>" },
-        { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen and the tab do not separate
-        { gmail, "x\ta@b.c", "x\ta@b.c" },
-        { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes separate, other dashes do not
-        { gmail, "x\u2012a@b.c", "x\u2012a@b.c" },
+        { gmail, "Inbox-a@b.c-Gmail", "Inbox-a@b.c-Gmail" }, // the hyphen does not separate
+        { gmail, "Inbox \u2014a@b.c\u2013x", "a@b.c" }, // em and en dashes do
         { gmail, std::nullopt, std::nullopt },
         { outlook, "Mail - Display Name - OUTLOOK", "Display Name" },
         { outlook, "Inbox - Part One - Part Two - Outlook", "Part Two" },
@@ -161,7 +140,6 @@ TEST(TitleParsersTest, UnreadCountsAndAccountNamesArePiecesOfTheTitle) {
         { outlook, "Display Name - Outlook", std::nullopt },
         { outlook, "Mail - Display Name - Outlook Web", std::nullopt },
         { outlook, "Mail-Display Name-Outlook", std::nullopt },
-        { outlook, "Mail \u2013 Display Name \u2013 Outlook", std::nullopt },
     };
     for (const auto& [parse, title, piece] : cases)
         EXPECT_EQ(parse(title), piece) << title.value_or("no title");
@@ -307,7 +285,6 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesOfOtherHostsReachTheBrowserAndMail
         { gmail, "https://www.google.com/url?q=https%3A%2F%2Fexample.org%2F", Browser },
         { gmail, "https://www.google.com/url?q=https%3A%2F%2Fmail.google.com%2Fmail%2F", Nothing },
         { gmail, "https://accounts.google.com/x?continue=https://mail.google.com/", Nothing },
-        { gmail, "https://MAIL.google.com/mail/u/0/", Nothing },
         { gmail, "https://sub.mail.google.com/", Browser },
         { calendar, "https://calendar.google.com/calendar/r", Nothing },
         { calendar, "https://mail.google.com/", Browser },
@@ -317,8 +294,7 @@ TEST(ExternalLinkTest, OnlyCheckedWebAddressesOfOtherHostsReachTheBrowserAndMail
         EXPECT_EQ(policy.leavingLink(uri).action, action) << uri;
 
     const std::pair<std::string, std::string> titles[] = {
-        { "", "Orvane" },
-        { "https://mail.google.com/mail/u/0/", "Orvane" },
+        { "", "Orvane" }, { "https://mail.google.com/mail/u/0/", "Orvane" },
         { "blob:https://mail.google.com/5d9e", "Orvane" },
         { "https://Login.Example.com/sso", "Orvane — login.example.com" },
         { "http://mail.google.com.evil.example/", "Orvane — mail.google.com.evil.example" },
