@@ -1,6 +1,6 @@
 // What an account's pages download, where it lands and how a flood is held.
-// The naming and numbering rules themselves are in DownloadFilesTest, the
-// flood counting in FloodGatesTest; these tests show WebKit's downloads going
+// The naming and numbering rules themselves are in tests/base/FilesTest.cpp
+// (UniqueFileTest), the flood counting in FloodGatesTest; these tests show WebKit's downloads going
 // through them.
 #include "app/XInput.h"
 #include "DownloadDestination.h"

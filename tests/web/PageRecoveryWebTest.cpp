@@ -36,12 +36,8 @@ TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackRe
     webkit_web_view_load_uri(view, ("http://127.0.0.1:" + std::to_string(port) + "/").c_str());
     ASSERT_TRUE(waitUntil([&] { return recovery.failure() == Kind::NoNetwork; }));
 
-    auto late = adopt(soup_server_new(nullptr, nullptr));
-    soup_server_add_handler(late.get(), nullptr,
-        +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*, gpointer) {
-            FixtureServer::reply(message, 200, "<p>back</p>");
-        }, nullptr, nullptr);
-    ASSERT_TRUE(soup_server_listen_local(late.get(), port, SOUP_SERVER_LISTEN_IPV4_ONLY, nullptr));
+    FixtureServer late(port);
+    late.serve("/", "<p>back</p>");
     int before = changes;
     g_signal_emit_by_name(g_network_monitor_get_default(), "network-changed", TRUE);
     EXPECT_TRUE(waitUntil([&] { return !recovery.failure() && changes > before; }));
