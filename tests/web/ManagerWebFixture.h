@@ -56,12 +56,12 @@ protected:
             JSResult result;
         };
         auto pending = std::make_shared<Pending>();
-        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr, nullptr,
-            +[](GObject* source, GAsyncResult* res, gpointer data) {
+        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
+            nullptr, +[](GObject* from, GAsyncResult* res, gpointer data) {
                 std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
                 GErrorPtr error;
                 Ref<JSCValue> value = adopt(
-                    webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), res, GErrorOut(error)));
+                    webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(from), res, GErrorOut(error)));
                 (*p)->result = resultFromJSC(value.get(), error.get());
                 (*p)->done = true;
             }, new std::shared_ptr<Pending>(pending));

@@ -81,7 +81,8 @@ TEST_F(WebViewManagerWebTest, OneViewAndSessionPerAccountAndOutsideLinksGoToTheB
     EXPECT_EQ(js(view, "navigator.userAgent.includes('Macintosh')"), true);
 
     // A calendar shares its mail account's cookies, and no other account does.
-    EXPECT_NE(webkit_web_view_get_user_content_manager(view), webkit_web_view_get_user_content_manager(calendarView));
+    EXPECT_NE(webkit_web_view_get_user_content_manager(view),
+        webkit_web_view_get_user_content_manager(calendarView));
     run(view, "document.cookie = 'orvane=shared; max-age=3600; path=/'");
     EXPECT_TRUE(waitForJS(calendarView, "document.cookie.includes('orvane=shared')"));
     webkit_web_view_reload(otherView);
