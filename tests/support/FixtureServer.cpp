@@ -6,11 +6,11 @@
 
 namespace orvane::test {
 
-FixtureServer::FixtureServer()
+FixtureServer::FixtureServer(unsigned port)
     : m_server(adopt(soup_server_new(nullptr, nullptr))) {
     soup_server_add_handler(m_server.get(), nullptr, &FixtureServer::onRequest, this, nullptr);
     GErrorPtr error;
-    if (!soup_server_listen_local(m_server.get(), 0, SOUP_SERVER_LISTEN_IPV4_ONLY, GErrorOut(error)))
+    if (!soup_server_listen_local(m_server.get(), port, SOUP_SERVER_LISTEN_IPV4_ONLY, GErrorOut(error)))
         g_error("fixture server: %s", error ? error->message : "cannot listen");
     GSList* uris = soup_server_get_uris(m_server.get());
     m_port = uris ? unsigned(g_uri_get_port(static_cast<GUri*>(uris->data))) : 0;

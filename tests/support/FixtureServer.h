@@ -11,7 +11,7 @@
 
 namespace orvane::test {
 
-// An HTTP server on 127.0.0.1 (port chosen by the system) that serves the
+// An HTTP server on 127.0.0.1 (on `port`, or one the system chooses) that serves the
 // stand-in provider pages of tests/fixtures, counts requests per path and
 // records their headers. Tests may add handlers for paths of their own.
 class FixtureServer {
@@ -22,7 +22,7 @@ public:
     };
     using Handler = std::function<void(SoupServerMessage*, const std::string& path)>;
 
-    FixtureServer();
+    explicit FixtureServer(unsigned port = 0);
     ~FixtureServer() { soup_server_disconnect(m_server.get()); }
     FixtureServer(const FixtureServer&) = delete;
     FixtureServer& operator=(const FixtureServer&) = delete;

@@ -48,25 +48,26 @@ class ManagerWebFixture : public ::testing::Test {
 protected:
     // Evaluates a program in the page world and waits for its value (not
     // for a promise: the page's own tasks run on before the answer comes).
+    // An answer after the timeout lands in memory the caller no longer needs.
     static JSResult runJS(WebKitWebView* view, const std::string& script,
         std::chrono::milliseconds timeout = 15s) {
-        return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
-            webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
-                nullptr, done, data);
-        }, webkit_web_view_evaluate_javascript_finish, timeout);
-    }
-    // Runs an async function body with named text arguments and waits for
-    // its promise to settle.
-    static JSResult callAsync(WebKitWebView* view, const std::string& body,
-        const std::map<std::string, std::string>& arguments = {}) {
-        GVariantBuilder builder;
-        g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
-        for (const auto& [key, value] : arguments)
-            g_variant_builder_add(&builder, "{sv}", key.c_str(), g_variant_new_string(value.c_str()));
-        return waitForScript([&](GAsyncReadyCallback done, gpointer data) {
-            webkit_web_view_call_async_javascript_function(view, body.c_str(), gssize(body.size()),
-                g_variant_builder_end(&builder), nullptr, nullptr, nullptr, done, data);
-        }, webkit_web_view_call_async_javascript_function_finish, 15s);
+        struct Pending {
+            bool done = false;
+            JSResult result;
+        };
+        auto pending = std::make_shared<Pending>();
+        webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
+            nullptr, +[](GObject* from, GAsyncResult* res, gpointer data) {
+                std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
+                GErrorPtr error;
+                Ref<JSCValue> value = adopt(
+                    webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(from), res, GErrorOut(error)));
+                (*p)->result = resultFromJSC(value.get(), error.get());
+                (*p)->done = true;
+            }, new std::shared_ptr<Pending>(pending));
+        if (!waitUntil([&] { return pending->done; }, timeout))
+            return JSResult { false, nullptr, "timed out" };
+        return pending->result;
     }
     // The value of an expression that must run.
     static nlohmann::json js(WebKitWebView* view, const std::string& expression) {
@@ -231,30 +232,6 @@ protected:
     GtkStack* stack = nullptr;   // owned by window
 
 private:
-    using Finish = JSCValue* (*)(WebKitWebView*, GAsyncResult*, GError**);
-    // Waits for an asynchronous script call that `start` begins with the
-    // callback and data it is given; an answer after the timeout lands in
-    // memory the caller no longer needs.
-    using Start = std::function<void(GAsyncReadyCallback, gpointer)>;
-    static JSResult waitForScript(const Start& start, Finish finish, std::chrono::milliseconds timeout) {
-        struct Pending {
-            Finish finish;
-            bool done = false;
-            JSResult result;
-        };
-        auto pending = std::make_shared<Pending>(Pending { finish });
-        start(+[](GObject* source, GAsyncResult* res, gpointer data) {
-            std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
-            GErrorPtr error;
-            Ref<JSCValue> value = adopt((*p)->finish(WEBKIT_WEB_VIEW(source), res, GErrorOut(error)));
-            (*p)->result = resultFromJSC(value.get(), error.get());
-            (*p)->done = true;
-        }, new std::shared_ptr<Pending>(pending));
-        if (!waitUntil([&] { return pending->done; }, timeout))
-            return JSResult { false, nullptr, "timed out" };
-        return pending->result;
-    }
-
     std::vector<gpointer> m_watched;
 };
 

@@ -1,6 +1,8 @@
 // One view and session per account, the order the pages load in at start,
-// where their links and pop-ups go, and which view a page's message came from.
+// where their links and pop-ups go, which view a page's message came from,
+// and what a view makes of a page that is not there.
 #include "AppPaths.h"
+#include "PageRecovery.h"
 #include "PopupWindows.h"
 #include "SpellChecking.h"
 
@@ -9,63 +11,7 @@
 namespace orvane::test {
 namespace {
 
-constexpr const char* kSafari = "Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7) AppleWebKit/605.1.15 "
-                                "(KHTML, like Gecko) Version/18.3 Safari/605.1.15";
-
 class WebViewManagerWebTest : public ManagerWebFixture { };
-
-TEST_F(WebViewManagerWebTest, OneViewPerAccountAndOneSessionPerDataStoreWhileItIsUsed) {
-    useServices("/web/plain.html");
-    const Account mail = store->addAccount(); // no service: a Gmail account
-    const Account calendar = store->addCalendar(mail);
-    const Account other = store->addAccount();
-    WebKitWebView* mailView = show(mail);
-    EXPECT_EQ(manager->webView(mail), mailView);
-    EXPECT_EQ(manager->webView(mail.id), mailView);
-    EXPECT_EQ(manager->webView(other.id), nullptr) << "a lookup never makes a view";
-    EXPECT_EQ(manager->accountID(mailView), mail.id);
-    WebKitWebView* calendarView = show(calendar);
-    WebKitWebView* otherView = show(other);
-    for (auto* view : { mailView, calendarView, otherView })
-        ASSERT_TRUE(waitLoaded(view));
-    EXPECT_EQ(server.requestCount("/web/plain.html"), 2);
-
-    // The providers' pages see Safari.
-    EXPECT_EQ(runJS(mailView, "navigator.userAgent").value, kSafari);
-    // Developer extras are on (HACKING.md's way to the page scripts); no background behind the page.
-    EXPECT_TRUE(webkit_settings_get_enable_developer_extras(webkit_web_view_get_settings(mailView)));
-    GdkRGBA background { 1, 1, 1, 1 };
-    webkit_web_view_get_background_color(mailView, &background);
-    EXPECT_EQ(background.alpha, 0);
-
-    // A calendar shares its mail account's cookies, and no other account does.
-    EXPECT_NE(webkit_web_view_get_user_content_manager(mailView), webkit_web_view_get_user_content_manager(calendarView));
-    run(mailView, "document.cookie = 'orvane=shared; max-age=3600; path=/'");
-    EXPECT_TRUE(waitForJS(calendarView, "document.cookie.includes('orvane=shared')"));
-    webkit_web_view_reload(otherView);
-    ASSERT_TRUE(waitLoaded(otherView));
-    EXPECT_EQ(runJS(otherView, "document.cookie").value, "");
-
-    // Discarding tears the view down; a later request builds and loads a new
-    // one. A committed removal of the last account of a data store forgets its
-    // session and its folders; one a companion still uses stays.
-    EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
-    expectDeletedAtEnd(otherView);
-    manager->discard(other);
-    EXPECT_EQ(manager->webView(other.id), nullptr);
-    EXPECT_EQ(gtk_widget_get_parent(GTK_WIDGET(otherView)), nullptr);
-    ASSERT_TRUE(waitLoaded(show(other)));
-    EXPECT_EQ(server.requestCount("/web/plain.html"), 4);
-    manager->discard(other);
-    store->remove(other);
-    manager->discard(calendar);
-    store->remove(calendar);
-    store->commitRemovals();
-    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
-    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(other.dataStoreID)));
-    EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(mail.dataStoreID)));
-    EXPECT_EQ(manager->networkSession(mail.dataStoreID), webkit_web_view_get_network_session(mailView));
-}
 
 // At start only the selected account's page loads; the others wait until it
 // has loaded, or until WebViewManager::kStartBound when it is slow.
@@ -111,14 +57,59 @@ TEST_F(WebViewManagerWebTest, TheSelectedPageLoadsFirstAndTheOthersAfterItOrAfte
     soup_server_message_unpause(held.get());
 }
 
-// Where an account page's links and pop-ups go. Which addresses leave and
-// what they become are LinkPolicyTest's and ExternalLinkTest's; a clicked
-// outside link reaching the browser is tests/e2e/PrintTest's, a clicked
-// mailto: link reaching the picker tests/e2e/MailtoTest's.
-TEST_F(WebViewManagerWebTest, OutsideLinksGoToTheBrowserFramesStayFreeAndPopupsOpenAndClose) {
+// One view and session per account, and where an account page's links and
+// pop-ups go. Which addresses leave and what they become are ExternalLinkTest's
+// (tests/services/MailServiceTest.cpp); a clicked outside link reaching the
+// browser is tests/e2e/NotificationTest's, a clicked mailto: link reaching the
+// picker tests/e2e/MailtoTest's.
+TEST_F(WebViewManagerWebTest, OneViewAndSessionPerAccountAndOutsideLinksGoToTheBrowserAndPopupsOpenAndClose) {
     useServices("/web/links.html");
-    const Account account = store->addAccount();
-    ASSERT_TRUE(waitLoaded(view = show(account)));
+    const Account account = store->addAccount(); // no service: a Gmail account
+    const Account calendar = store->addCalendar(account);
+    const Account other = store->addAccount();
+    view = show(account);
+    EXPECT_EQ(manager->webView(account.id), view);
+    EXPECT_EQ(manager->webView(other.id), nullptr) << "a lookup never makes a view";
+    EXPECT_EQ(manager->accountID(view), account.id);
+    WebKitWebView* calendarView = show(calendar);
+    WebKitWebView* otherView = show(other);
+    for (auto* shown : { view, calendarView, otherView })
+        ASSERT_TRUE(waitLoaded(shown));
+    EXPECT_EQ(server.requestCount("/web/links.html"), 2);
+
+    // The providers' pages see Safari on a Mac, not WebKitGTK's own agent.
+    EXPECT_EQ(js(view, "navigator.userAgent.includes('Macintosh')"), true);
+
+    // A calendar shares its mail account's cookies, and no other account does.
+    EXPECT_NE(webkit_web_view_get_user_content_manager(view),
+        webkit_web_view_get_user_content_manager(calendarView));
+    run(view, "document.cookie = 'orvane=shared; max-age=3600; path=/'");
+    EXPECT_TRUE(waitForJS(calendarView, "document.cookie.includes('orvane=shared')"));
+    webkit_web_view_reload(otherView);
+    ASSERT_TRUE(waitLoaded(otherView));
+    EXPECT_EQ(runJS(otherView, "document.cookie").value, "");
+
+    // Discarding tears the view down; a later request builds and loads a new
+    // one. A committed removal of the last account of a data store forgets its
+    // session and its folders; one a companion still uses stays.
+    EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
+    expectDeletedAtEnd(otherView);
+    manager->discard(other);
+    EXPECT_EQ(manager->webView(other.id), nullptr);
+    EXPECT_EQ(gtk_widget_get_parent(GTK_WIDGET(otherView)), nullptr);
+    ASSERT_TRUE(waitLoaded(show(other)));
+    EXPECT_EQ(server.requestCount("/web/links.html"), 4);
+    manager->discard(other);
+    store->remove(other);
+    manager->discard(calendar);
+    store->remove(calendar);
+    store->commitRemovals();
+    EXPECT_FALSE(Files::exists(AppPaths::websiteDataDir(other.dataStoreID)));
+    EXPECT_FALSE(Files::exists(AppPaths::websiteCacheDir(other.dataStoreID)));
+    EXPECT_TRUE(Files::exists(AppPaths::websiteDataDir(account.dataStoreID)));
+    EXPECT_EQ(manager->networkSession(account.dataStoreID), webkit_web_view_get_network_session(view));
+
+    // Where the account's links and pop-ups go.
     const std::string frame = "document.getElementById('frame').contentDocument";
     ASSERT_TRUE(waitForJS(view, frame + ".readyState === 'complete'"));
     const std::string links = webkit_web_view_get_uri(view);
@@ -133,18 +124,11 @@ TEST_F(WebViewManagerWebTest, OutsideLinksGoToTheBrowserFramesStayFreeAndPopupsO
     ASSERT_TRUE(waitUntil([&] { return server.requestCount("/web/frame-target.html") == 2; }));
     EXPECT_EQ(webkit_web_view_get_uri(view), links);
 
-    // A pop-up of the service: created, shown, closed, in that order, in a
-    // window of its own with the account's user agent.
-    std::vector<std::string> events;
-    auto recordEvents = manager->observePopups([&](const std::string& id, WebKitWebView* popup) {
-        EXPECT_EQ(id, account.id);
-        events.push_back("create");
-        g_signal_connect_swapped(popup, "ready-to-show", G_CALLBACK(+[](std::vector<std::string>* e) {
-            e->push_back("ready-to-show");
-        }), &events);
-        g_signal_connect_swapped(popup, "close", G_CALLBACK(+[](std::vector<std::string>* e) {
-            e->push_back("close");
-        }), &events);
+    // A pop-up of the service, told to observers with its account before it
+    // shows, in a window of its own with the account's user agent; it closes.
+    std::vector<std::string> told;
+    auto recordTold = manager->observePopups([&](const std::string& id, WebKitWebView* popup) {
+        told.push_back(id + (gtk_widget_get_mapped(GTK_WIDGET(popup)) ? " (shown)" : ""));
     });
     auto popups = [&] { return manager->popupViews(account.id); };
     auto windowOf = [](WebKitWebView* popup) { return GTK_WINDOW(gtk_widget_get_root(GTK_WIDGET(popup))); };
@@ -159,7 +143,7 @@ TEST_F(WebViewManagerWebTest, OutsideLinksGoToTheBrowserFramesStayFreeAndPopupsO
     EXPECT_FALSE(manager->accountID(popup));
     run(popup, "window.close()");
     ASSERT_TRUE(waitUntil([&] { return popups().empty(); }));
-    EXPECT_EQ(events, (std::vector<std::string> { "create", "ready-to-show", "close" }));
+    EXPECT_EQ(told, std::vector<std::string> { account.id });
 
     // An outside address goes to the browser, once, with no window: by
     // window.open or a target=_blank link; mailto: is routed.
@@ -291,6 +275,43 @@ TEST_F(MessageSenderWebTest, MessagesNameTheExactSendingViewOfTheServiceAndForge
     EXPECT_EQ(senderOf("foreign-page"), nullptr);
     post(main, "learned-stamp", "'" + mainStamp + "'");
     EXPECT_EQ(senderOf("learned-stamp"), nullptr);
+}
+
+// A page that is not there, in a real view: a load that never finishes is
+// given up at the bound, a server error fails, and the network coming back
+// reloads a page that could not be reached.
+class PageRecoveryWebTest : public ManagerWebFixture { };
+
+TEST_F(PageRecoveryWebTest, TimeOutsAndServerErrorsFailAndTheNetworkComingBackReloads) {
+    int changes = 0;
+    PageRecovery recovery(showPlainView(), {}, [&] { ++changes; }, nullptr, 500ms);
+
+    Ref<SoupServerMessage> held;
+    server.handle("/never", [&](SoupServerMessage* message, const std::string&) {
+        held = Ref<SoupServerMessage>(message);
+        soup_server_message_pause(message);
+    });
+    webkit_web_view_load_uri(view, server.uri("/never").c_str());
+    EXPECT_TRUE(waitUntil([&] { return recovery.failure() == PageFailure::Kind::TimedOut; }));
+    ASSERT_TRUE(held);
+    FixtureServer::reply(held.get(), 204);
+    soup_server_message_unpause(held.get());
+
+    server.serve("/busy", "<p>busy</p>", "text/html", 503);
+    webkit_web_view_load_uri(view, server.uri("/busy").c_str());
+    EXPECT_TRUE(waitUntil([&] { return recovery.failure() == PageFailure::Kind::ServerError; }));
+
+    // A port nothing listens on, until a server is started there.
+    const unsigned port = FixtureServer().port();
+    webkit_web_view_load_uri(view, ("http://127.0.0.1:" + std::to_string(port) + "/").c_str());
+    ASSERT_TRUE(waitUntil([&] { return recovery.failure() == PageFailure::Kind::NoNetwork; }));
+
+    FixtureServer late(port);
+    late.serve("/", "<p>back</p>");
+    int before = changes;
+    g_signal_emit_by_name(g_network_monitor_get_default(), "network-changed", TRUE);
+    EXPECT_TRUE(waitUntil([&] { return !recovery.failure() && changes > before; }));
+    EXPECT_TRUE(waitForJS(view, "document.body && document.body.textContent === 'back'"));
 }
 
 // Spelling is checked in the locale's languages that have a dictionary
