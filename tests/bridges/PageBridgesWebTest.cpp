@@ -105,7 +105,10 @@ TEST_F(DropAttachWebTest, DroppedFilesReachOnlyTheirAccountsOwnChoosersAsManyAsT
     ASSERT_TRUE(waitForJS(popup, "location.pathname === '/web/popup.html' && document.readyState === 'complete'"));
     std::string folder = makeTempFolder("dropped");
     const Paths files = { makeFile(folder, "first.txt"), makeFile(folder, "second.txt") };
-    // Only local files are kept: web links are left out.
+    // The drop target sits ahead of WebKit's own drop handling (the page never sees the drop; no other
+    // test catches it in the bubble phase); only local files are kept: web links are left out.
+    auto* dropTarget = GTK_EVENT_CONTROLLER(DropAttach::of(view)->dropTarget());
+    EXPECT_EQ(gtk_event_controller_get_propagation_phase(dropTarget), GTK_PHASE_CAPTURE);
     FileListValue mixed(
         { "file:///tmp/report.pdf", "https://example.com/page.html", "file:///tmp/photo%201%20%23.jpg" });
     EXPECT_EQ(DropAttach::localPaths(&mixed.value), (Paths { "/tmp/report.pdf", "/tmp/photo 1 #.jpg" }));

@@ -184,6 +184,10 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestruct
         EXPECT_EQ(result.kind, kind) << int(outcome.failure) << " " << outcome.body;
         EXPECT_EQ(result.error.empty(), kind != Kind::Failed) << result.error;
     }
+    // The status and the transport's own error are part of what the user reads.
+    for (const auto& [outcome, text] : { std::pair { HTTPFetch::Outcome { Failure::Status, 500 }, "HTTP 500" },
+             { { .failure = Failure::Transport, .error = "Refused" }, ": Refused" } })
+        EXPECT_NE(UpdaterController::resultOf(outcome, config).error.find(text), std::string::npos) << text;
 }
 
 constexpr double kLaunch = 1'700'000'000.75;

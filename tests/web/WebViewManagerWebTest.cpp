@@ -79,6 +79,11 @@ TEST_F(WebViewManagerWebTest, OneViewAndSessionPerAccountAndOutsideLinksGoToTheB
 
     // The providers' pages see Safari on a Mac, not WebKitGTK's own agent.
     EXPECT_EQ(js(view, "navigator.userAgent.includes('Macintosh')"), true);
+    // Developer extras are on (HACKING.md's way to the page scripts); no background behind the page.
+    EXPECT_TRUE(webkit_settings_get_enable_developer_extras(webkit_web_view_get_settings(view)));
+    GdkRGBA background { 1, 1, 1, 1 };
+    webkit_web_view_get_background_color(view, &background);
+    EXPECT_EQ(background.alpha, 0);
 
     // A calendar shares its mail account's cookies, and no other account does.
     EXPECT_NE(webkit_web_view_get_user_content_manager(view),
