@@ -105,8 +105,8 @@ TEST(UniqueFileTest, NumberingNeverOverwritesOrFollowsLinksAndStaysInTheFolderAl
 }
 
 // GLib reads user-dirs.dirs; a change seen at the next download and a Downloads path that is not a folder
-// are tests/web/DownloadsWebTest's. Here the fallback, made on first use. GLib keeps HOME and
-// XDG_CONFIG_HOME from its first look, so the test uses the ones the test environment set.
+// are PageRequestsWebTest's (tests/web/DownloadsWebTest). Here the fallback, made on first use. GLib
+// keeps HOME and XDG_CONFIG_HOME from its first look, so the test uses the ones the test environment set.
 TEST(DownloadsFolderTest, WithoutUserDirsHomeDownloadsIsMadeOnFirstUse) {
     std::string home = g_get_home_dir();
     g_remove((std::string(g_get_user_config_dir()) + "/user-dirs.dirs").c_str());

@@ -1,7 +1,8 @@
 // Orvane's upkeep: what an update feed means (Appcast), one check at a time and what the user reads
 // for each feed and fetch outcome (UpdaterController; the fetch itself is tests/base/HTTPFetchTest's,
-// the dialog tests/app/UpdateDialogUITest's), the usage ping on the test's clock (Beacon), what a
-// hand-edited or damaged preferences.ini gives for the window and the zoom, and the autostart entry.
+// the dialog UpdateDialogTest's in tests/app/SettingsViewUITest), the usage ping on the test's clock
+// (Beacon), what a hand-edited or damaged preferences.ini gives for the window and the zoom, and the
+// autostart entry.
 #include "Appcast.h"
 #include "Autostart.h"
 #include "Beacon.h"
@@ -185,8 +186,9 @@ TEST(UpdaterControllerTest, OneCheckAtATimeNoneWithoutAFeedNoAnswerAfterDestruct
         EXPECT_EQ(result.error.empty(), kind != Kind::Failed) << result.error;
     }
     // The status and the transport's own error are part of what the user reads.
-    for (const auto& [outcome, text] : { std::pair { HTTPFetch::Outcome { Failure::Status, 500 }, "HTTP 500" },
-             { { .failure = Failure::Transport, .error = "Refused" }, ": Refused" } })
+    for (const auto& [outcome, text] :
+        { std::pair { HTTPFetch::Outcome { Failure::Status, 500 }, "HTTP 500" },
+            { { .failure = Failure::Transport, .error = "Refused" }, ": Refused" } })
         EXPECT_NE(UpdaterController::resultOf(outcome, config).error.find(text), std::string::npos) << text;
 }
 

@@ -11,7 +11,7 @@ using nlohmann::json;
 // What the e2e suite shows through the real binary is not repeated: composing
 // a link in Gmail and Outlook (e2e/MailtoTest), a drop opening a form and
 // clicking its file control (e2e/DropAttachTest); the photo and unread
-// scripts' answers are tests/web/AvatarWebTest and UnreadCountsWebTest, the
+// scripts' answers are AvatarWebTest and UnreadCountsWebTest (tests/web), the
 // attach script giving up tests/bridges/PageBridgesWebTest.
 class PageScriptsWebTest : public ManagerWebFixture {
 protected:
