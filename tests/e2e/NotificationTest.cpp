@@ -1,7 +1,7 @@
 // What pages reach of the desktop, end to end. Their notifications, on a
 // notification server of the test's own on orvane's private bus. What they
 // open and print: outside links go to the default browser, pop-ups open in
-// windows of their own and close again; the print command prints the
+// windows of their own (closing them is PageKeysTest's); the print command prints the
 // selected account's page or the active pop-up, a page's window.print() the
 // view it came from (a frame its whole page). Prints go to ORVANE_PRINT_TO_PDF.
 #include "E2ETest.h"
@@ -156,7 +156,6 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
         "const a = document.createElement('a'); a.href = 'https://example.org/outside';"
         "document.body.append(a); a.click()");
     EXPECT_TRUE(waitUntil([&] { return Files::read(opened, 1 << 20) == "https://example.org/outside\n"; }));
-    EXPECT_EQ(server.requestCount("/print/index.html"), 1);
     ASSERT_TRUE(orvane.activateAction("print"));
     std::string text = printed();
     EXPECT_TRUE(has(text, "ACCOUNTPAGE")) << text;
@@ -182,8 +181,6 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     ASSERT_TRUE(first);
     EXPECT_EQ(first->id, std::string("orvane-") + kGmailID + "-t1");
     EXPECT_EQ(first->body, "ann@example.com\n<b>Ann</b> & co");
-    EXPECT_EQ(first->action, "app.notification-clicked");
-    EXPECT_EQ(first->target, std::make_pair(std::string(kGmailID), std::string("2"))) << "the page's second";
 
     // A click on the page opens the pop-up, a window of its own whatever size
     // it asks for, which prints itself when it has loaded.
@@ -206,8 +203,6 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     ASSERT_TRUE(waitFor("After the pop-up"));
     for (const auto& shown : shown)
         EXPECT_NE(shown.title, "From the pop-up");
-    runInPage("popup", "window.close()");
-    EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
 
     // A page that brings its own window.print keeps it.
     runInPage("calendar", "window.print = () => report('own print'); window.print()");
