@@ -70,12 +70,11 @@ protected:
         const char *id = "", *title = "", *body = "", *action = "", *account = "", *notif = "";
         bool gtk = g_variant_n_children(parameters) == 3;
         GVariantPtr hints(g_variant_get_child_value(parameters, gtk ? 2 : 6));
-        if (gtk) {
+        if (gtk)
             g_variant_get_child(parameters, 1, "&s", &id);
-        } else {
-            g_variant_get_child(parameters, 3, "&s", &title);
-            g_variant_get_child(parameters, 4, "&s", &body);
-        }
+        else
+            g_variant_get(parameters, "(&su&s&s&sas@a{sv}i)", nullptr, nullptr, nullptr, &title, &body, nullptr,
+                nullptr, nullptr);
         g_variant_lookup(hints.get(), "title", "&s", &title);
         g_variant_lookup(hints.get(), "body", "&s", &body);
         g_variant_lookup(hints.get(), "default-action", "&s", &action);
