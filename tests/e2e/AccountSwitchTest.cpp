@@ -54,13 +54,10 @@ TEST_F(AccountSwitchTest, PagesShowUnreloadedThroughAFailedSaveAKilledProcessADo
     // The account added last is selected.
     EXPECT_EQ(orvane.selectedAccountID(), ids[1]);
     EXPECT_TRUE(waitForColor(point, kGreen, "second"));
-    for (int position : { 1, 2, 1 }) {
-        ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(position)));
-        EXPECT_EQ(orvane.selectedAccountID(), ids[position - 1]);
-        EXPECT_TRUE(waitForColor(point, position == 1 ? kRed : kGreen, "select" + std::to_string(position)));
-    }
+    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
+    EXPECT_EQ(orvane.selectedAccountID(), ids[0]);
+    EXPECT_TRUE(waitForColor(point, kRed, "first"));
     EXPECT_FALSE(Files::exists(orvane.folder() + "/printed.pdf"));
-    EXPECT_EQ(loads("green"), 1);
 
     // Under a file-size limit (ulimit -f) smaller than the file, the save
     // fails as on a full disk: Orvane goes on and the old file stays whole.
@@ -73,6 +70,7 @@ TEST_F(AccountSwitchTest, PagesShowUnreloadedThroughAFailedSaveAKilledProcessADo
     EXPECT_TRUE(waitForColor(point, kGreen, "file-size-limit"));
     EXPECT_TRUE(orvane.isRunning());
     EXPECT_EQ(Files::read(orvane.accountsFilePath(), 1 << 20), saved);
+    EXPECT_EQ(loads("green"), 1);
     // Lifted again, so that nothing added below runs under it.
     limit.rlim_cur = RLIM_INFINITY;
     EXPECT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);

@@ -15,10 +15,7 @@ using StartupTest = E2ETest;
 
 TEST_F(StartupTest, FirstStartPingsTakesLinksSpeaksFrenchAndAnInstalledCopyTrustsOnlyItsOwnFolder) {
     server.serve("/ping.txt", "ok", "text/plain");
-    server.serve("/appcast.xml", R"(<rss xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
-<channel><item><enclosure url="https://example.com/orvane-99.tar.gz" sparkle:version="99.0"/></item>
-</channel></rss>)",
-        "application/rss+xml");
+    server.serve("/appcast.xml", "<rss><channel></channel></rss>", "application/rss+xml");
     orvane.setEnvironment("ORVANE_PING_URL", server.uri("/ping.txt"));
     orvane.setEnvironment("ORVANE_APPCAST_URL", server.uri("/appcast.xml"));
     orvane.setEnvironment("LC_ALL", "C.UTF-8");
