@@ -130,7 +130,7 @@ protected:
     std::unique_ptr<BusService> m_server;
 };
 
-TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatAskedClicksEvenAfterQuit) {
+TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndBodiesSuitTheServer) {
     // The bus starts `orvane --gapplication-service`, with this run's
     // environment, for app.orvane.Orvane when it is not running.
     ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/dbus-1/services"));
@@ -226,14 +226,14 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
 
     // A flood stays bounded, Orvane answers D-Bus all along, and the last
     // notification is never lost: it waits for its turn.
-    const int64_t start = g_get_monotonic_time();
+    const int64_t began = g_get_monotonic_time();
     size_t before = shown.size();
     runInPage("gmail", "for (let i = 0; i < 5000; ++i) new Notification('Flood ' + i); report('flooded')");
-    while (events("gmail", "flooded").empty() && g_get_monotonic_time() - start < 60 * G_USEC_PER_SEC)
+    while (events("gmail", "flooded").empty() && g_get_monotonic_time() - began < 60 * G_USEC_PER_SEC)
         ASSERT_TRUE(orvane.actionEnabled("quit"));
     auto last = waitFor("Flood 4999");
     ASSERT_TRUE(last);
-    double seconds = double(g_get_monotonic_time() - start) / G_USEC_PER_SEC;
+    double seconds = double(g_get_monotonic_time() - began) / G_USEC_PER_SEC;
     EXPECT_LE(shown.size() - before, size_t(10 + seconds + 2));
 
     // A click after Orvane quit starts it again and selects the account.
@@ -246,11 +246,9 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
     EXPECT_TRUE(orvane.activateAction("quit"));
     EXPECT_TRUE(waitUntil([&] { return !orvane.nameHasOwner(OrvaneProcess::kBusName); }, 20s));
-}
 
-// GLib passes bodies on to org.freedesktop.Notifications as they are: Orvane
-// escapes them for a server that reads markup, and only for one.
-TEST_F(NotificationTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarkup) {
+    // GLib passes bodies on to org.freedesktop.Notifications as they are:
+    // Orvane escapes them for a server that reads markup, and only for one.
     for (bool markup : { true, false }) {
         ASSERT_TRUE(start(true, markup ? std::vector { "body", "body-markup" } : std::vector { "body" }));
         runInPage("gmail", "show('m', 'Tags', { body: '<b>x</b> & y' })");
