@@ -3,7 +3,7 @@
 // instance, and "Check for Updates…" reading its feed only when chosen. An
 // installed Orvane loads its web-process extension from beside itself, and
 // only from a folder no other user can change. (Return in the empty state
-// adds the first account: ContentViewTest; a new account's page on screen:
+// adds the first account: MainWindowTest; a new account's page on screen:
 // AccountSwitchTest.)
 #include "E2ETest.h"
 
