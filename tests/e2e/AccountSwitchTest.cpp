@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(AccountSwitchTest, PagesShowUnreloadedThroughAFailedSaveAKilledProcessADownloadAndAnUnreachableServer) {
+TEST_F(AccountSwitchTest, PagesShowUnreloadedThroughAFailedSaveAKilledProcessADownloadAndADeadServer) {
     server.serve("/files/report.pdf", "%PDF-1.4 report", "application/pdf", 200,
         { { "Content-Disposition", "attachment; filename=\"report.pdf\"" } });
     serveWithRemote("/e2e/red.html", "/e2e/red.html");

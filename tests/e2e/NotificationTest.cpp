@@ -73,8 +73,8 @@ protected:
         if (gtk)
             g_variant_get_child(parameters, 1, "&s", &id);
         else
-            g_variant_get(parameters, "(&su&s&s&sas@a{sv}i)", nullptr, nullptr, nullptr, &title, &body, nullptr,
-                nullptr, nullptr);
+            g_variant_get(parameters, "(&su&s&s&sas@a{sv}i)", nullptr, nullptr, nullptr, &title, &body,
+                nullptr, nullptr, nullptr);
         g_variant_lookup(hints.get(), "title", "&s", &title);
         g_variant_lookup(hints.get(), "body", "&s", &body);
         g_variant_lookup(hints.get(), "default-action", "&s", &action);
