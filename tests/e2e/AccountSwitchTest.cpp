@@ -29,7 +29,7 @@ protected:
     }
 };
 
-TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedThroughAFailedSaveAKilledProcessAndADownload) {
+TEST_F(AccountSwitchTest, PagesShowUnreloadedThroughAFailedSaveAKilledProcessADownloadAndADeadServer) {
     server.serve("/files/report.pdf", "%PDF-1.4 report", "application/pdf", 200,
         { { "Content-Disposition", "attachment; filename=\"report.pdf\"" } });
     serveWithRemote("/e2e/red.html", "/e2e/red.html");
@@ -54,18 +54,10 @@ TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedThroughAFailedSave
     // The account added last is selected.
     EXPECT_EQ(orvane.selectedAccountID(), ids[1]);
     EXPECT_TRUE(waitForColor(point, kGreen, "second"));
-    for (int position : { 1, 2, 1 }) {
-        ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(position)));
-        EXPECT_EQ(orvane.selectedAccountID(), ids[position - 1]);
-        EXPECT_TRUE(waitForColor(point, position == 1 ? kRed : kGreen, "select" + std::to_string(position)));
-    }
-    for (int position : { 3, 9, 0, -1, 100 })
-        ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(position)));
+    ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(1)));
     EXPECT_EQ(orvane.selectedAccountID(), ids[0]);
-    EXPECT_EQ(orvane.accountIDs(), ids);
+    EXPECT_TRUE(waitForColor(point, kRed, "first"));
     EXPECT_FALSE(Files::exists(orvane.folder() + "/printed.pdf"));
-    EXPECT_EQ(loads("red"), 1);
-    EXPECT_EQ(loads("green"), 1);
 
     // Under a file-size limit (ulimit -f) smaller than the file, the save
     // fails as on a full disk: Orvane goes on and the old file stays whole.
@@ -75,9 +67,9 @@ TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedThroughAFailedSave
     };
     ASSERT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
-    EXPECT_TRUE(waitForColor(point, kGreen, "file-size-limit"));
-    EXPECT_TRUE(orvane.isRunning());
+    EXPECT_TRUE(waitForColor(point, kGreen, "file-size-limit")) << "Orvane goes on";
     EXPECT_EQ(Files::read(orvane.accountsFilePath(), 1 << 20), saved);
+    EXPECT_EQ(loads("green"), 1);
     // Lifted again, so that nothing added below runs under it.
     limit.rlim_cur = RLIM_INFINITY;
     EXPECT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
@@ -109,30 +101,26 @@ TEST_F(AccountSwitchTest, SelectAccountShowsEachPageUnreloadedThroughAFailedSave
     ASSERT_TRUE(atspi);
     runInPage("gmail", "location.href = '/files/report.pdf'");
     EXPECT_TRUE(atspi.shows("label", "“report.pdf” downloaded")) << atspi.seen();
-    EXPECT_TRUE(orvane.screenshot("download-toast"));
     ASSERT_TRUE(atspi.press("button", "Show in Files")) << atspi.seen();
     EXPECT_TRUE(atspi.shows("button", "Downloads · Downloads")) << atspi.seen();
     std::string file = std::string(orvane.getenv("HOME")) + "/Downloads/report.pdf";
     EXPECT_TRUE(waitUntil([&] { return shown.size() == 1; }, 10s));
     EXPECT_EQ(shown, std::vector<std::string> { "['file://" + file + "']" });
     EXPECT_EQ(Files::read(file, 1 << 10), "%PDF-1.4 report");
-}
 
-TEST_F(AccountSwitchTest, AnUnreachablePageShowsWhyAndLoadsOnReloadOnceItsServerIsThere) {
-    // A port nothing listens on once its server is gone, until the test
-    // serves the page there.
+    // Started again with the Gmail page's server gone (a port nothing listens
+    // on until the test serves the page there): the status page, and the
+    // page on Reload.
     const unsigned port = FixtureServer().port();
-    std::string home = "http://127.0.0.1:" + std::to_string(port) + "/";
-    orvane.overrideServices(home, server.uri("/e2e/green.html"), server.uri("/e2e/blue.html"));
+    ASSERT_TRUE(orvane.stop());
+    orvane.overrideServices("http://127.0.0.1:" + std::to_string(port) + "/", server.uri("/e2e/green.html"),
+        server.uri("/e2e/blue.html"));
     ASSERT_TRUE(orvane.start());
-    ASSERT_TRUE(orvane.activateAction("add-account"));
     EXPECT_TRUE(waitForStatusPage("unreachable", kRed));
-
     auto late = adopt(soup_server_new(nullptr, nullptr));
     auto serveRed = +[](SoupServer*, SoupServerMessage* message, const char*, GHashTable*, gpointer) {
-        const char* page = "<html><body style='margin:0;height:100vh;background:#d62828'></body></html>";
-        soup_server_message_set_status(message, 200, nullptr);
-        soup_server_message_set_response(message, "text/html", SOUP_MEMORY_STATIC, page, strlen(page));
+        FixtureServer::reply(
+            message, 200, "<html><body style='margin:0;height:100vh;background:#d62828'></body></html>");
     };
     soup_server_add_handler(late.get(), nullptr, serveRed, nullptr, nullptr);
     ASSERT_TRUE(soup_server_listen_local(late.get(), port, SOUP_SERVER_LISTEN_IPV4_ONLY, nullptr));

@@ -53,12 +53,9 @@ protected:
         server.serve("/notify/report", "", "text/javascript");
         server.handle("/notify/next", [this](SoupServerMessage* message, const std::string&) {
             auto& queue = m_queues[parameter(g_uri_get_query(soup_server_message_get_uri(message)), "who")];
-            std::string script = queue.empty() ? "" : queue.front();
+            FixtureServer::reply(message, 200, queue.empty() ? "" : queue.front(), "text/javascript");
             if (!queue.empty())
                 queue.pop_front();
-            soup_server_message_set_status(message, 200, nullptr);
-            soup_server_message_set_response(
-                message, "text/javascript", SOUP_MEMORY_COPY, script.data(), script.size());
         });
     }
     // Orvane goes before the test's own members do. While it quits its pages
@@ -102,9 +99,7 @@ protected:
     void holdSecondAnswer(const std::string& path) {
         auto page = Files::read(FixtureServer::fixturesDir() + path, 1 << 20).value_or("");
         server.handle(path, [this, path, page](SoupServerMessage* message, const std::string&) {
-            soup_server_message_set_status(message, 200, nullptr);
-            soup_server_message_set_response(
-                message, "text/html", SOUP_MEMORY_COPY, page.data(), page.size());
+            FixtureServer::reply(message, 200, page);
             if (server.requestCount(path) == 2) {
                 held = Ref<SoupServerMessage>(message);
                 soup_server_message_pause(message);

@@ -9,11 +9,10 @@ class MailtoTest : public E2ETest {
 protected:
     // The picker's backdrop darkens the content; the point (lower left,
     // beside the account column) is well away from its card.
-    bool pickerOnScreen(const std::string& name, bool shown) {
+    bool pickerOnScreen(const std::string& name) {
         auto point = pointIn(mainWindow(), 0, 1);
         return waitForScreenshot(name, [&](const Screenshot& shot) {
-            int red = shot.pixel(point.first + 120, point.second - 30).red;
-            return shown ? red < 190 : red > 215;
+            return shot.pixel(point.first + 120, point.second - 30).red < 190;
         });
     }
 };
@@ -28,8 +27,7 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     ASSERT_TRUE(startOrvane("/gmail/?who=gmail", "/outlook/mail/?who=outlook", "/calendar/",
         { "mailto:tom@example.com,eva@example.com?subject=Quarterly%20numbers&body=See%20you%20at%2010" }));
     ASSERT_TRUE(waitForEvents("gmail", "loaded") && waitForEvents("outlook", "loaded"));
-    ASSERT_TRUE(pickerOnScreen("picker", true));
-    EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
+    ASSERT_TRUE(pickerOnScreen("picker"));
 
     // Its key 2 picks the second account, which composes the link and is shown.
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "2"));
@@ -38,8 +36,6 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
     auto outlook = events("outlook", "form").back();
     EXPECT_EQ(outlook["to"], nlohmann::json::array({ "tom@example.com", "eva@example.com" }));
     EXPECT_EQ(outlook["subject"], "Quarterly numbers");
-    EXPECT_EQ(orvane.selectedAccountID(), kOutlookID);
-    EXPECT_TRUE(pickerOnScreen("picked", false));
     EXPECT_EQ(formField("gmail"), "");
 
     // A mailto: link the page follows is routed the same way.
@@ -47,11 +43,10 @@ TEST_F(MailtoTest, LinksFromTheDesktopAndFromAPageGoThroughThePickerIntoTheChose
         "const link = document.createElement('a');"
         "link.href = 'mailto:eva@example.com?subject=From%20a%20page';"
         "document.body.append(link); link.click();");
-    ASSERT_TRUE(pickerOnScreen("picker-for-the-page", true));
+    ASSERT_TRUE(pickerOnScreen("picker-for-the-page"));
     ASSERT_TRUE(orvane.pressKeys(mainWindow(), "1"));
     ASSERT_TRUE(waitUntil([&] { return formField("gmail") == "From a page"; }, 20s));
     EXPECT_EQ(events("gmail", "form").back()["to"], nlohmann::json::array({ "eva@example.com" }));
-    EXPECT_EQ(orvane.selectedAccountID(), kGmailID);
     EXPECT_EQ(formField("outlook"), "Quarterly numbers");
 }
 

@@ -1,7 +1,7 @@
 // What pages reach of the desktop, end to end. Their notifications, on a
 // notification server of the test's own on orvane's private bus. What they
 // open and print: outside links go to the default browser, pop-ups open in
-// windows of their own and close again; the print command prints the
+// windows of their own (closing them is PageKeysTest's); the print command prints the
 // selected account's page or the active pop-up, a page's window.print() the
 // view it came from (a frame its whole page). Prints go to ORVANE_PRINT_TO_PDF.
 #include "E2ETest.h"
@@ -70,12 +70,11 @@ protected:
         const char *id = "", *title = "", *body = "", *action = "", *account = "", *notif = "";
         bool gtk = g_variant_n_children(parameters) == 3;
         GVariantPtr hints(g_variant_get_child_value(parameters, gtk ? 2 : 6));
-        if (gtk) {
+        if (gtk)
             g_variant_get_child(parameters, 1, "&s", &id);
-        } else {
-            g_variant_get_child(parameters, 3, "&s", &title);
-            g_variant_get_child(parameters, 4, "&s", &body);
-        }
+        else
+            g_variant_get(parameters, "(&su&s&s&sas@a{sv}i)", nullptr, nullptr, nullptr, &title, &body,
+                nullptr, nullptr, nullptr);
         g_variant_lookup(hints.get(), "title", "&s", &title);
         g_variant_lookup(hints.get(), "body", "&s", &body);
         g_variant_lookup(hints.get(), "default-action", "&s", &action);
@@ -131,7 +130,7 @@ protected:
     std::unique_ptr<BusService> m_server;
 };
 
-TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatAskedClicksEvenAfterQuit) {
+TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatAskedAndBodiesSuitTheServer) {
     // The bus starts `orvane --gapplication-service`, with this run's
     // environment, for app.orvane.Orvane when it is not running.
     ASSERT_TRUE(Files::makeFolder(orvane.dataHome() + "/dbus-1/services"));
@@ -156,7 +155,6 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
         "const a = document.createElement('a'); a.href = 'https://example.org/outside';"
         "document.body.append(a); a.click()");
     EXPECT_TRUE(waitUntil([&] { return Files::read(opened, 1 << 20) == "https://example.org/outside\n"; }));
-    EXPECT_EQ(server.requestCount("/print/index.html"), 1);
     ASSERT_TRUE(orvane.activateAction("print"));
     std::string text = printed();
     EXPECT_TRUE(has(text, "ACCOUNTPAGE")) << text;
@@ -182,8 +180,6 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     ASSERT_TRUE(first);
     EXPECT_EQ(first->id, std::string("orvane-") + kGmailID + "-t1");
     EXPECT_EQ(first->body, "ann@example.com\n<b>Ann</b> & co");
-    EXPECT_EQ(first->action, "app.notification-clicked");
-    EXPECT_EQ(first->target, std::make_pair(std::string(kGmailID), std::string("2"))) << "the page's second";
 
     // A click on the page opens the pop-up, a window of its own whatever size
     // it asks for, which prints itself when it has loaded.
@@ -206,8 +202,6 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     ASSERT_TRUE(waitFor("After the pop-up"));
     for (const auto& shown : shown)
         EXPECT_NE(shown.title, "From the pop-up");
-    runInPage("popup", "window.close()");
-    EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
 
     // A page that brings its own window.print keeps it.
     runInPage("calendar", "window.print = () => report('own print'); window.print()");
@@ -232,14 +226,14 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
 
     // A flood stays bounded, Orvane answers D-Bus all along, and the last
     // notification is never lost: it waits for its turn.
-    const int64_t start = g_get_monotonic_time();
+    const int64_t began = g_get_monotonic_time();
     size_t before = shown.size();
     runInPage("gmail", "for (let i = 0; i < 5000; ++i) new Notification('Flood ' + i); report('flooded')");
-    while (events("gmail", "flooded").empty() && g_get_monotonic_time() - start < 60 * G_USEC_PER_SEC)
+    while (events("gmail", "flooded").empty() && g_get_monotonic_time() - began < 60 * G_USEC_PER_SEC)
         ASSERT_TRUE(orvane.actionEnabled("quit"));
     auto last = waitFor("Flood 4999");
     ASSERT_TRUE(last);
-    double seconds = double(g_get_monotonic_time() - start) / G_USEC_PER_SEC;
+    double seconds = double(g_get_monotonic_time() - began) / G_USEC_PER_SEC;
     EXPECT_LE(shown.size() - before, size_t(10 + seconds + 2));
 
     // A click after Orvane quit starts it again and selects the account.
@@ -252,11 +246,9 @@ TEST_F(NotificationTest, PageNotificationsLinksPopupsAndPrintsFollowTheViewThatA
     EXPECT_TRUE(waitUntil([&] { return orvane.windowsTitled("Orvane").size() == 1; }, 20s));
     EXPECT_TRUE(orvane.activateAction("quit"));
     EXPECT_TRUE(waitUntil([&] { return !orvane.nameHasOwner(OrvaneProcess::kBusName); }, 20s));
-}
 
-// GLib passes bodies on to org.freedesktop.Notifications as they are: Orvane
-// escapes them for a server that reads markup, and only for one.
-TEST_F(NotificationTest, FreedesktopServersGetBodiesEscapedOnlyWhenTheyReadMarkup) {
+    // GLib passes bodies on to org.freedesktop.Notifications as they are:
+    // Orvane escapes them for a server that reads markup, and only for one.
     for (bool markup : { true, false }) {
         ASSERT_TRUE(start(true, markup ? std::vector { "body", "body-markup" } : std::vector { "body" }));
         runInPage("gmail", "show('m', 'Tags', { body: '<b>x</b> & y' })");

@@ -70,7 +70,6 @@ TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPages
     ASSERT_TRUE(waitForEvents("one", "selected"));
     for (const auto& key : events("one", "key"))
         EXPECT_NE(key, "n") << "the search went to the page";
-    orvane.screenshot("find-bar");
     ASSERT_TRUE(orvane.pressKeys(window, "Escape"));
     EXPECT_TRUE(waitForColor(bar, kRed, "find-bar-closed")) << "the page moved up in its place";
     ASSERT_TRUE(orvane.pressKeys(window, "z"));
@@ -79,7 +78,7 @@ TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPages
     EXPECT_TRUE(waitForEvents("one", "loaded", 2));
 
     // Formatted text on orvane's clipboard, which this process owns and
-    // serves while the test waits: the action and both shortcuts paste it plain.
+    // serves while the test waits: the action pastes it plain.
     ASSERT_TRUE(display());
     GdkContentProvider* providers[] = {
         gdk_content_provider_new_for_bytes("text/html", g_bytes_new_static("<b>bold</b> words", 17)),
@@ -91,13 +90,9 @@ TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPages
     ASSERT_TRUE(waitForColor(point, kGreen, "paste-page"));
     ASSERT_TRUE(orvane.activateAction("paste-plain"));
     ASSERT_TRUE(pageShows("two", "xbold words", "edited"));
-    ASSERT_TRUE(orvane.pressKeys(window, "ctrl+shift+v"));
-    ASSERT_TRUE(pageShows("two", "xbold wordsbold words", "edited"));
-    ASSERT_TRUE(orvane.pressKeys(window, "ctrl+alt+shift+v"));
-    ASSERT_TRUE(pageShows("two", "xbold wordsbold wordsbold words", "edited"));
 
-    // The shortcut works in a page's pop-up window too (WebKit itself pastes
-    // plain text on Ctrl+Shift+V; this one is only Orvane's).
+    // So does its shortcut, in a page's pop-up window (WebKit itself pastes
+    // plain text on Ctrl+Shift+V; Ctrl+Alt+Shift+V is only Orvane's).
     auto bottom = pointIn(window, 0.5, 1);
     ASSERT_TRUE(orvane.click(bottom.first, bottom.second - 40));
     ASSERT_TRUE(waitForEvents("popup", "loaded"));
@@ -148,13 +143,11 @@ TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPages
     ASSERT_TRUE(waitUntil([&] { return requests.size() == 1; }, 10s));
     gboolean autostart = TRUE;
     EXPECT_TRUE(g_variant_lookup(requests[0].get(), "autostart", "b", &autostart) && !autostart);
-    EXPECT_TRUE(orvane.isRunning());
 
     // Run again, Orvane shows the same page, not reloaded.
     ASSERT_TRUE(orvane.run({ ORVANE_BINARY }).value_or(OrvaneProcess::Result {}).status == 0);
     EXPECT_TRUE(waitForColor(webAreaPoint(), kRed, "background-back"));
     EXPECT_EQ(server.requestCount("/e2e/keys.html"), 2);
-    EXPECT_EQ(events("one", "loaded").size(), 2u);
     EXPECT_TRUE(orvane.stop());
 
     // Started as at login: the page loads, no window shows until asked,

@@ -192,12 +192,9 @@ public:
     std::optional<Screenshot::Rect> geometry(unsigned long window) const {
         auto result = run({ "xdotool", "getwindowgeometry", "--shell", std::to_string(window) });
         Screenshot::Rect g;
-        if (!result
-            || sscanf(result->output.c_str(), "WINDOW=%*d X=%d Y=%d WIDTH=%d HEIGHT=%d", &g.x, &g.y, &g.width,
-                   &g.height)
-                != 4)
-            return std::nullopt;
-        return g;
+        const char* format = "WINDOW=%*d X=%d Y=%d WIDTH=%d HEIGHT=%d";
+        bool read = result && sscanf(result->output.c_str(), format, &g.x, &g.y, &g.width, &g.height) == 4;
+        return read ? std::optional(g) : std::nullopt;
     }
     // True when xdotool did all it was told.
     bool xdotool(std::vector<std::string> arguments) const {
