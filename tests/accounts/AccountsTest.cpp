@@ -475,7 +475,7 @@ TEST(AvatarStyleTest, InitialColourAndUnreadTextOfATile) {
     EXPECT_DOUBLE_EQ(hueForSeed(725), 5.0 / 360.0);
     EXPECT_DOUBLE_EQ(hueForSeed(-30), 330.0 / 360.0) << "negative seeds wrap around";
     EXPECT_DOUBLE_EQ(hueForSeed(-360), 0.0);
-    // The colours drawn for 0, 120 and -120 are checked by AvatarViewTest (tests/app/SidebarViewUITest).
+    // The colour drawn for seed 30 is checked by AvatarViewTest (tests/app/SidebarViewUITest).
 
     // The unread text is empty below one and caps at 99+.
     const std::pair<int64_t, const char*> unread[] = {

@@ -145,7 +145,7 @@ TEST_F(MainWindowTest, SearchCountsThePagesMatchesAndTheRemovalToastUndoesUntilI
     auto loaded = [&] { return !webkit_web_view_is_loading(page) && webkit_web_view_get_uri(page) == uri; };
     ASSERT_TRUE(waitUntil(loaded));
     ASSERT_TRUE(gtk_widget_activate_action(GTK_WIDGET(main->window()), "page.find", nullptr));
-    const std::pair<const char*, std::string> cases[] = { { "needle", "2 matches" }, { "hay", "3 matches" },
+    const std::pair<const char*, std::string> cases[] = { { "needle", "2 matches" },
         { "needle haystack", "1 match" }, { "thread", "No matches" }, { "", "" } };
     for (auto [text, count] : cases) {
         gtk_editable_set_text(GTK_EDITABLE(tools->searchEntry()), text);
