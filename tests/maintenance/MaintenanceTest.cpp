@@ -346,6 +346,7 @@ TEST(SessionPreferencesTest, WindowSizeAndZoomStayWithinTheirBounds) {
             Size { 820, SessionPreferences::kMaxWindowSide, false } },
         { "window-width=1000.6\nwindow-height=700\nwindow-maximized=yes\n", Size { 1001, 700, false } },
         { "window-width=-5\nwindow-height=700\n", std::nullopt },
+        { "window-width=nan\nwindow-height=700\n", std::nullopt },
         { "window-width=1000\n", std::nullopt },
         { "window-width=wide\nwindow-height=tall\n", std::nullopt },
     };
