@@ -331,10 +331,15 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     ASSERT_TRUE(activate("sidebar.reload", other.id));
     EXPECT_TRUE(webkit_web_view_is_loading(view));
 
-    // Only calendar accounts: no divider above them.
+    // Only calendar accounts: no divider above them. The add button's items
+    // add a Gmail and an Outlook account.
     for (const Account& account : store->mailAccounts())
         store->remove(account);
     EXPECT_EQ(column(), (Strings { "Home", "Work" }));
+    GtkWidget* add = gtk_widget_get_last_child(sidebar->widget());
+    ASSERT_TRUE(gtk_widget_activate_action(add, "sidebar.add-gmail", nullptr)
+        && gtk_widget_activate_action(add, "sidebar.add-outlook", nullptr));
+    EXPECT_EQ(column(), (Strings { "New Account", "Outlook", "|", "Home", "Work" }));
 
     // Many accounts scroll within the window's floor, the add button in view.
     for (int i = 0; i < 20; ++i)
@@ -349,7 +354,7 @@ TEST_F(SidebarViewTest, TilesFollowTheStoreAndTheirMenusAndRealInputChangeIt) {
     };
     GtkWidget* last = GTK_WIDGET(tile(store->accounts().back()));
     ASSERT_TRUE(waitUntil([&] { return !inView(last, scroller()); })) << "once laid out, below the fold";
-    EXPECT_TRUE(inView(gtk_widget_get_last_child(sidebar->widget()), sidebar->widget()));
+    EXPECT_TRUE(inView(add, sidebar->widget()));
 }
 
 } // namespace
