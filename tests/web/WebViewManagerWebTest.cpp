@@ -130,8 +130,7 @@ TEST_F(WebViewManagerWebTest, OneViewAndSessionPerAccountAndOutsideLinksGoToTheB
     EXPECT_EQ(webkit_web_view_get_uri(view), links);
 
     // A pop-up of the service, told to observers with its account before it
-    // shows, in a window of its own (820 x 620 whatever size it asks for) with
-    // the account's user agent; it closes.
+    // shows, in a window of its own (820 x 620 whatever it asks) with the account's user agent; it closes.
     std::vector<std::string> told;
     auto recordTold = manager->observePopups([&](const std::string& id, WebKitWebView* popup) {
         told.push_back(id + (gtk_widget_get_mapped(GTK_WIDGET(popup)) ? " (shown)" : ""));
