@@ -124,7 +124,8 @@ TEST_F(PageRequestsWebTest, FilesLandOnlyInsideDownloadsAndNeverOverwriteAnythin
     serveAttachment("/files/long", std::string(300, 'n') + ".pdf", "long");
     serveAttachment("/files/gone.pdf", "gone.pdf", "not found", 404);
     DownloadWatch watch(view);
-    for (const char* path : { "/files/attachment.pdf", "/files/attachment.pdf", "/files/long", "/files/gone.pdf" }) {
+    for (const char* path : { "/files/attachment.pdf", "/files/attachment.pdf", "/files/long",
+             "/files/gone.pdf" }) {
         int before = watch.finished;
         go(view, path);
         ASSERT_TRUE(waitUntil([&] { return watch.finished == before + 1; }, 20s)) << path;
