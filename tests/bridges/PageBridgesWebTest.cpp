@@ -424,6 +424,13 @@ TEST_F(NotificationShimWebTest, PagesGetAGrantedNotificationWhoseClicksSelectThe
     bridges->notifications().clicked(shown.id, js(view, "clicked._id").get<std::string>());
     EXPECT_EQ(store->selectedAccountID(), shown.id);
     EXPECT_TRUE(waitForJS(view, "calls.length === 2 && calls[1] === 'listener:function'"));
+    // Ids that would break out of a quoted script run nothing.
+    for (const char* hostile : { "');window.__pwned=true;//", "\\');window.__pwned=true;//",
+             "\");window.__pwned=true;//", "'+(window.__pwned=true)+'", "\u2028');window.__pwned=true;//" })
+        bridges->notifications().clicked(shown.id, hostile);
+    EXPECT_EQ(js(view, "window.__pwned === undefined"), true);
+    // A page that brings its own window.print keeps it.
+    EXPECT_EQ(js(view, "const own = () => {}; window.print = own; window.print === own"), true);
 
     // Removed, closed, unknown or odd ids run nothing; a throwing handler stays inside the page.
     EXPECT_EQ(js(view, R"JS(calls = [];

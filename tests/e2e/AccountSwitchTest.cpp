@@ -62,9 +62,7 @@ TEST_F(AccountSwitchTest, PagesShowUnreloadedThroughAFailedSaveAKilledProcessADo
     // Under a file-size limit (ulimit -f) smaller than the file, the save
     // fails as on a full disk: Orvane goes on and the old file stays whole.
     const auto saved = Files::read(orvane.accountsFilePath(), 1 << 20);
-    struct rlimit limit {
-        16, RLIM_INFINITY
-    };
+    struct rlimit limit { 16, RLIM_INFINITY };
     ASSERT_EQ(prlimit(orvane.pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
     ASSERT_TRUE(orvane.activateAction("select-account", g_variant_new_int32(2)));
     EXPECT_TRUE(waitForColor(point, kGreen, "file-size-limit")) << "Orvane goes on";

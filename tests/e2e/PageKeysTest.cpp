@@ -159,8 +159,7 @@ TEST_F(PageKeysTest, KeysReachThePageFindAndPastePlainAndAClosedWindowKeepsPages
     EXPECT_TRUE(waitForColor(webAreaPoint(), kRed, "background-started-hidden"));
     EXPECT_EQ(server.requestCount("/e2e/keys.html"), 3);
     auto shown = orvane.geometry(mainWindow()).value_or(Screenshot::Rect {});
-    EXPECT_EQ(shown.width, 1000);
-    EXPECT_EQ(shown.height, 640);
+    EXPECT_EQ(std::pair(shown.width, shown.height), std::pair(1000, 640));
     EXPECT_TRUE(zoomedWidth(resized));
 }
 

@@ -130,18 +130,21 @@ TEST_F(WebViewManagerWebTest, OneViewAndSessionPerAccountAndOutsideLinksGoToTheB
     EXPECT_EQ(webkit_web_view_get_uri(view), links);
 
     // A pop-up of the service, told to observers with its account before it
-    // shows, in a window of its own with the account's user agent; it closes.
+    // shows, in a window of its own (820 x 620 whatever it asks) with the account's user agent; it closes.
     std::vector<std::string> told;
     auto recordTold = manager->observePopups([&](const std::string& id, WebKitWebView* popup) {
         told.push_back(id + (gtk_widget_get_mapped(GTK_WIDGET(popup)) ? " (shown)" : ""));
     });
     auto popups = [&] { return manager->popupViews(account.id); };
     auto windowOf = [](WebKitWebView* popup) { return GTK_WINDOW(gtk_widget_get_root(GTK_WIDGET(popup))); };
-    WebKitWebView* popup = nextPopup(view, "window.open('/web/popup.html', 'popup')");
+    WebKitWebView* popup = nextPopup(view, "window.open('/web/popup.html', 'popup', 'width=300,height=200')");
     ASSERT_TRUE(popup);
     EXPECT_EQ(popups(), std::vector<WebKitWebView*> { popup });
     EXPECT_STREQ(gtk_window_get_title(windowOf(popup)), "Orvane");
     ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_mapped(GTK_WIDGET(windowOf(popup))); }));
+    GtkWidget* opened = GTK_WIDGET(windowOf(popup));
+    ASSERT_TRUE(waitUntil([&] { return gtk_widget_get_width(opened) > 0; }));
+    EXPECT_EQ(std::pair(gtk_widget_get_width(opened), gtk_widget_get_height(opened)), std::pair(820, 620));
     ASSERT_TRUE(waitForJS(popup, "document.title === 'Popup'"));
     EXPECT_STREQ(webkit_settings_get_user_agent(webkit_web_view_get_settings(popup)),
         webkit_settings_get_user_agent(webkit_web_view_get_settings(view)));
