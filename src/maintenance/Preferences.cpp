@@ -7,6 +7,7 @@
 #include <glib.h>
 
 #include <cmath>
+#include <functional>
 #include <memory>
 
 namespace orvane {
@@ -42,6 +43,50 @@ std::optional<std::string> fileText(const std::string& path) {
     return Files::read(path, Preferences::kMaxFileBytes);
 }
 
+// A change to the parsed file; false when it changed nothing.
+using Change = std::function<bool(GKeyFile*)>;
+
+// The text after the change: the same text when it changed nothing, nothing
+// when the text cannot be parsed or written out again.
+std::optional<std::string> edited(std::string_view bytes, const Change& change) {
+    KeyFilePtr file = parsed(bytes);
+    if (!file)
+        return std::nullopt;
+    if (!change(file.get()))
+        return std::string(bytes);
+    gsize length = 0;
+    GCharPtr data(g_key_file_to_data(file.get(), &length, nullptr));
+    if (!data)
+        return std::nullopt;
+    return std::string(data.get(), length);
+}
+
+// Applies the change to the file on disk, which is replaced only when its
+// text changes. A file that cannot be read is never written over.
+bool rewrite(const std::string& path, const Change& change) {
+    auto text = fileText(path);
+    auto updated = text ? edited(*text, change) : std::nullopt;
+    if (!updated) {
+        g_warning("Not writing %s, which cannot be read: it stays as it is", path.c_str());
+        return false;
+    }
+    return *updated == *text || Files::replaceAtomically(path, *updated);
+}
+
+Change setting(const std::string& key, const Preferences::Value& value) {
+    return [&key, &value](GKeyFile* file) {
+        if (auto* text = std::get_if<std::string>(&value)) {
+            g_key_file_set_string(file, Preferences::kGroup, key.c_str(), text->c_str());
+        } else {
+            // Shortest text that reads back as the same double, in the C locale.
+            char buffer[G_ASCII_DTOSTR_BUF_SIZE];
+            g_key_file_set_value(file, Preferences::kGroup, key.c_str(),
+                g_ascii_dtostr(buffer, sizeof buffer, std::get<double>(value)));
+        }
+        return true;
+    };
+}
+
 } // namespace
 
 std::string Preferences::defaultPath() {
@@ -70,21 +115,7 @@ std::optional<Preferences::Values> Preferences::parse(std::string_view bytes) {
 }
 
 std::optional<std::string> Preferences::withValue(std::string_view bytes, const std::string& key, const Value& value) {
-    KeyFilePtr file = parsed(bytes);
-    if (!file)
-        return std::nullopt;
-    if (auto* text = std::get_if<std::string>(&value)) {
-        g_key_file_set_string(file.get(), kGroup, key.c_str(), text->c_str());
-    } else {
-        // Shortest text that reads back as the same double, in the C locale.
-        char buffer[G_ASCII_DTOSTR_BUF_SIZE];
-        g_key_file_set_value(file.get(), kGroup, key.c_str(), g_ascii_dtostr(buffer, sizeof buffer, std::get<double>(value)));
-    }
-    gsize length = 0;
-    GCharPtr data(g_key_file_to_data(file.get(), &length, nullptr));
-    if (!data)
-        return std::nullopt;
-    return std::string(data.get(), length);
+    return edited(bytes, setting(key, value));
 }
 
 std::optional<Preferences::Values> Preferences::fileValues() const {
@@ -124,34 +155,20 @@ bool Preferences::setNumber(const std::string& key, double value) {
 
 bool Preferences::removeKeys(const std::function<bool(const std::string& key)>& which) {
     std::erase_if(m_setThisRun, [&](const auto& entry) { return which(entry.first); });
-    auto text = fileText(m_path);
-    KeyFilePtr file = text ? parsed(*text) : nullptr;
-    if (!file) {
-        g_warning("Not writing %s, which cannot be read: it stays as it is", m_path.c_str());
-        return false;
-    }
-    bool removed = false;
-    StrvPtr keys(g_key_file_get_keys(file.get(), kGroup, nullptr, nullptr));
-    for (char** key = keys.get(); key && *key; ++key) {
-        if (which(*key))
-            removed = g_key_file_remove_key(file.get(), kGroup, *key, nullptr) || removed;
-    }
-    if (!removed)
-        return true;
-    gsize length = 0;
-    GCharPtr data(g_key_file_to_data(file.get(), &length, nullptr));
-    return data && Files::replaceAtomically(m_path, std::string(data.get(), length));
+    return rewrite(m_path, [&](GKeyFile* file) {
+        bool removed = false;
+        StrvPtr keys(g_key_file_get_keys(file, kGroup, nullptr, nullptr));
+        for (char** key = keys.get(); key && *key; ++key) {
+            if (which(*key))
+                removed = g_key_file_remove_key(file, kGroup, *key, nullptr) || removed;
+        }
+        return removed;
+    });
 }
 
 bool Preferences::store(const std::string& key, const Value& value) {
     m_setThisRun[key] = value;
-    auto text = fileText(m_path);
-    auto updated = text ? withValue(*text, key, value) : std::nullopt;
-    if (!updated) {
-        g_warning("Not writing %s, which cannot be read: it stays as it is", m_path.c_str());
-        return false;
-    }
-    return Files::replaceAtomically(m_path, *updated);
+    return rewrite(m_path, setting(key, value));
 }
 
 } // namespace orvane
