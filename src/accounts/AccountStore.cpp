@@ -185,8 +185,18 @@ void AccountStore::remove(const Account& account) {
     save();
 }
 
+std::vector<AccountStore::PendingRemoval>::iterator AccountStore::pendingRemoval(const std::string& accountID) {
+    return std::find_if(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.id == accountID; });
+}
+
+void AccountStore::forEachKept(const std::function<void(const Account&)>& visit) const {
+    std::for_each(m_accounts.begin(), m_accounts.end(), visit);
+    for (const PendingRemoval& pending : m_pending)
+        visit(pending.account);
+}
+
 bool AccountStore::undoRemoval(const std::string& accountID) {
-    auto it = std::find_if(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.id == accountID; });
+    auto it = pendingRemoval(accountID);
     if (it == m_pending.end())
         return false;
     PendingRemoval pending = std::move(*it);
@@ -216,7 +226,7 @@ bool AccountStore::undoRemoval(const std::string& accountID) {
 }
 
 void AccountStore::commitRemoval(const std::string& accountID) {
-    auto it = std::find_if(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.id == accountID; });
+    auto it = pendingRemoval(accountID);
     if (it == m_pending.end())
         return;
     const Account removed = std::move(it->account);
@@ -239,8 +249,9 @@ std::vector<Account> AccountStore::pendingRemovals() const {
 // A pending removal may still come back: what it shares stays too.
 void AccountStore::deleteLeftovers(const Account& removed) {
     auto used = [&](auto member) {
-        return std::any_of(m_accounts.begin(), m_accounts.end(), [&](const Account& a) { return a.*member == removed.*member; })
-            || std::any_of(m_pending.begin(), m_pending.end(), [&](const PendingRemoval& p) { return p.account.*member == removed.*member; });
+        bool found = false;
+        forEachKept([&](const Account& a) { found = found || a.*member == removed.*member; });
+        return found;
     };
     if (removed.avatarFileName && !used(&Account::avatarFileName))
         Files::removeFile(AppPaths::avatarsDir(), *removed.avatarFileName);
@@ -254,16 +265,11 @@ bool AccountStore::removeOrphans() {
     if (!m_readWhole)
         return false;
     std::set<std::string> stores, photos;
-    for (const Account& a : m_accounts) {
+    forEachKept([&](const Account& a) {
         stores.insert(a.dataStoreID);
         if (a.avatarFileName)
             photos.insert(*a.avatarFileName);
-    }
-    for (const PendingRemoval& p : m_pending) {
-        stores.insert(p.account.dataStoreID);
-        if (p.account.avatarFileName)
-            photos.insert(*p.account.avatarFileName);
-    }
+    });
     auto isUUID = [](std::string_view name) { return canonicalUUID(name) == name; };
     std::set<std::string> orphans;
     for (const std::string& home : { AppPaths::dataHome(), AppPaths::cacheHome() }) {

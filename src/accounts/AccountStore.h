@@ -122,6 +122,9 @@ private:
     };
 
     void normalizeOrder();
+    std::vector<PendingRemoval>::iterator pendingRemoval(const std::string& accountID);
+    // Visits the accounts whose files must stay: those in the list and those pending removal.
+    void forEachKept(const std::function<void(const Account&)>& visit) const;
     void deleteLeftovers(const Account& removed);
     const Account& insertNew(Account account, std::optional<size_t> after);
     void notify(unsigned change) { m_observers.notify(change); }
