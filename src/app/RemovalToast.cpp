@@ -1,5 +1,7 @@
 #include "RemovalToast.h"
 
+#include "NotificationFields.h"
+
 #include <glib/gi18n-lib.h>
 
 #include <utility>
@@ -12,11 +14,7 @@ namespace {
 std::string titleFor(const std::vector<Account>& removed) {
     GCharPtr title;
     if (removed.size() == 1 && !removed.front().label.empty()) {
-        const std::string& label = removed.front().label;
-        GCharPtr cut(g_utf8_substring(label.c_str(), 0, RemovalToast::kMaxLabelCharacters));
-        std::string shown = cut.get();
-        if (g_utf8_strlen(label.c_str(), -1) > RemovalToast::kMaxLabelCharacters)
-            shown += "…";
+        std::string shown = NotificationFields::plainText(removed.front().label, RemovalToast::kMaxLabelCharacters, false);
         GCharPtr escaped(g_markup_escape_text(shown.c_str(), -1));
         // Translators: the toast after an account was removed; %s is its name.
         title.reset(g_strdup_printf(_("“%s” removed"), escaped.get()));

@@ -28,8 +28,8 @@ public:
     // The toast shown, or null.
     AdwToast* toast() const { return m_toast.get(); }
 
-    // Labels longer than this many characters are cut in the title.
-    static constexpr long kMaxLabelCharacters = 40;
+    // Labels longer than this many characters are cut in the title, "…" included.
+    static constexpr size_t kMaxLabelCharacters = 40;
 
 private:
     void update();
