@@ -10,6 +10,7 @@
 #include "AccountStore.h"
 #include "Files.h"
 #include "GRef.h"
+#include "HeapBox.h"
 #include "WebViewManager.h"
 #include "support/FixtureServer.h"
 #include "support/TestEnvironment.h"
@@ -58,13 +59,13 @@ protected:
         auto pending = std::make_shared<Pending>();
         webkit_web_view_evaluate_javascript(view, script.c_str(), gssize(script.size()), nullptr, nullptr,
             nullptr, +[](GObject* from, GAsyncResult* res, gpointer data) {
-                std::unique_ptr<std::shared_ptr<Pending>> p(static_cast<std::shared_ptr<Pending>*>(data));
+                auto p = HeapBox::take<std::shared_ptr<Pending>>(data);
                 GErrorPtr error;
                 Ref<JSCValue> value = adopt(
                     webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(from), res, GErrorOut(error)));
                 (*p)->result = resultFromJSC(value.get(), error.get());
                 (*p)->done = true;
-            }, new std::shared_ptr<Pending>(pending));
+            }, HeapBox::make<std::shared_ptr<Pending>>(pending));
         if (!waitUntil([&] { return pending->done; }, timeout))
             return JSResult { false, nullptr, "timed out" };
         return pending->result;
